@@ -1,0 +1,49 @@
+# Flags that every target shares. Results must not depend on the compiler: no multiply and add is
+# ever contracted into one rounding, and no fast-math flag is ever set.
+add_library(kerul_flags INTERFACE)
+target_compile_features(kerul_flags INTERFACE cxx_std_20)
+target_compile_options(kerul_flags INTERFACE -ffp-contract=off -Wall -Wextra -Wpedantic -Wconversion
+                                             -Wshadow)
+if(KERUL_WARNINGS_AS_ERRORS)
+  target_compile_options(kerul_flags INTERFACE -Werror)
+endif()
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(ccache_program ccache)
+if(ccache_program AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${ccache_program}")
+endif()
+
+# One test program for each folder below tests/ that holds *_test.cpp files, named after the folder:
+# tests/MIPI_reader/parser gives tests_MIPI_reader_parser. Other .cpp files of the folder are its
+# helpers. LIBRARIES are linked to all of them when they exist.
+function(kerul_add_test_folders)
+  cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
+  file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" *_test.cpp)
+  set(folders)
+  foreach(test_file IN LISTS test_files)
+    get_filename_component(folder "${test_file}" DIRECTORY)
+    list(APPEND folders "${folder}")
+  endforeach()
+  list(REMOVE_DUPLICATES folders)
+  foreach(folder IN LISTS folders)
+    string(REPLACE "/" "_" name "tests_${folder}")
+    file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+    add_executable(${name} ${sources})
+    target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+    target_link_libraries(${name} PRIVATE kerul_lidar GTest::gmock_main)
+    foreach(library IN LISTS arg_LIBRARIES)
+      if(TARGET ${library})
+        target_link_libraries(${name} PRIVATE ${library})
+      endif()
+    endforeach()
+    # Process-level tests start the programs that were built.
+    target_compile_definitions(${name} PRIVATE "KERUL_BINARY_DIR=\"${CMAKE_BINARY_DIR}\""
+                                               "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
+    if(TARGET lidar_node)
+      add_dependencies(${name} lidar_node)
+    endif()
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+  endforeach()
+endfunction()

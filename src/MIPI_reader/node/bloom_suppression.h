@@ -1,0 +1,24 @@
+// Marks and removes the false returns around highly reflective targets.
+#pragma once
+
+#include "MIPI_reader/parser/lidar_point.h"
+#include "config/bloom_suppress_calib.h"
+
+namespace kerul::lidar {
+
+// The pixel and echo whose way through the pass is printed.
+struct BloomTrace {
+  bool armed = false;
+  int row = 0;
+  int col = 0;
+  int echo = 0;
+};
+
+// Works in place on miniflash row `m_row` (six pixel rows) of the frame: marks weak echoes at the
+// range of a nearby source, then, with filter_enable, takes the power spilled into them off their
+// reflectivity or erases them. Sources are read up to one miniflash row above and below.
+// Writes highReflBlooming, dist_proc, refl_proc.
+void SuppressBlooming(LidarFrame& frame, int m_row, const BloomSuppressCalib& calib,
+                      bool filter_enable, const BloomTrace& trace);
+
+}  // namespace kerul::lidar

@@ -1,0 +1,46 @@
+// A named POSIX shared-memory mapping.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace kerul::lidar {
+
+inline constexpr std::uint32_t kSmallestShmRegion = 3036;  // ring header and two slots, bytes
+
+// Owns descriptor and mapping, never the named object: only a recreating Open unlinks it.
+class ShmRegion {
+ public:
+  ShmRegion(const char* name, std::uint32_t size);
+  ~ShmRegion();
+  ShmRegion(const ShmRegion&) = delete;
+  ShmRegion& operator=(const ShmRegion&) = delete;
+
+  // A null or empty name gives the default name; a leading "/" is put in front where it is missing.
+  static std::string NormalizeName(const char* name);
+
+  // read_only: attaches to an existing object, lowering the size to the object's. Otherwise makes
+  // the object, after unlinking an old one when `recreate`. False leaves the region closed.
+  bool Open(bool read_only, bool recreate);
+  void Close();
+  bool IsOpened() const noexcept;
+  std::uint8_t* Data() noexcept;
+  const std::uint8_t* Data() const noexcept;
+  std::uint32_t Size() const noexcept;
+
+  // Identity of the object now mapped: device number * 2^32 or'ed with the inode number; 0 unknown.
+  std::uint64_t AttachToken() const;
+  // True when the name now leads to another object than `token` tells.
+  bool NamedObjectReplaced(std::uint64_t token) const;
+
+ protected:
+  std::string name_;
+  std::uint32_t size_;
+  bool read_only_ = true;
+  bool opened_ = false;
+  std::uint8_t* data_ = nullptr;
+  int fd_ = -1;
+};
+
+}  // namespace kerul::lidar
