@@ -35,4 +35,9 @@ struct DefaultTables {
   std::vector<std::uint8_t> angle_dat;    // 0, 78 when set: one camera model record
 };
 
+// The default build's tables: known values as they stand, curves through their known points
+// (table_curves.h), sensor-specific tables empty. Depends on constant expressions alone, so it may
+// run during static initialisation.
+DefaultTables MakeDefaultTables();
+
 }  // namespace kerul::lidar
