@@ -28,7 +28,8 @@ class Source {
   // Above 0: bytes received; 0: nothing came; -1: failed or at the end. Leaves packet.length to
   // the caller, but for the capture source.
   virtual int Receive(UdpPacket& packet, std::uint16_t length, int flags, int timeout_us) = 0;
-  virtual void SetSocketBufferSize(std::uint32_t size) = 0;
+  // Bytes of the receive buffer. 0, or -1 when it could not be set.
+  virtual int SetSocketBufferSize(std::uint32_t size) = 0;
 
  protected:
   bool eof_ = false;  // the capture source's end-of-file flag

@@ -1,0 +1,56 @@
+// Packets over UDP: the live input, and with its send side the output of point packets.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <string>
+
+#include "source/source.h"
+
+namespace kerul::lidar {
+
+// Owns one descriptor. Used by one thread at a time. Failures are a message and -1 or false; only
+// a destination shorter than three characters throws (std::out_of_range).
+class SocketSource : public Source {
+ public:
+  // `port`: where Open binds and where Send sends. `multicast_ip`: group to join, empty for none.
+  SocketSource(std::uint16_t port, const std::string& multicast_ip);
+  ~SocketSource() override;
+
+  std::string GetType() override;  // "UDP"
+  // A non-blocking socket bound to the port on every interface, with the largest receive buffer
+  // that the kernel grants. Closes a descriptor of before. False: no socket, the port is taken, or
+  // an option failed; in the last case the socket stays and IsOpened says yes.
+  bool Open() override;
+  void Close() override;  // also forgets port and destination
+  bool IsOpened() override;
+  // Makes this a sending source: the socket of Open is replaced by a plain unbound one. An address
+  // that ends in "255" is a broadcast.
+  void SetClientIp(const std::string& ip) override;
+  // A failing send closes the source; from then on sending to one host takes a second and gives -1.
+  int Send(const std::uint8_t* buffer, std::uint16_t length, int flags) override;
+  // Opens a source that is closed. Reads directly until nothing is there (-1), from then on waits
+  // first (0 and packet.timed_out when the wait ends with nothing), until something came.
+  int Receive(UdpPacket& packet, std::uint16_t length, int flags, int timeout_us) override;
+  int SetSocketBufferSize(std::uint32_t size) override;
+
+ private:
+  bool SetReceiveOptions() const;
+  bool Bind();
+  void GrowReceiveBuffer();
+  void JoinGroup() const;
+  int SendTo(const sockaddr_in& destination, const std::uint8_t* buffer, std::uint16_t length,
+             int flags);
+  int Read(UdpPacket& packet, std::uint16_t length, int flags);
+  int WaitReadable(int timeout_us) const;
+
+  std::string multicast_ip_;
+  std::string client_ip_;
+  std::uint16_t port_;  // 0 marks a closed source
+  int socket_fd_ = -1;
+  bool use_select_ = false;       // the next Receive waits before it reads
+  sockaddr_in broadcast_addr_{};  // destination while client_ip_ is a broadcast
+};
+
+}  // namespace kerul::lidar
