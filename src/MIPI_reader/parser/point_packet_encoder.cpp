@@ -1,0 +1,170 @@
+#include "MIPI_reader/parser/point_packet_encoder.h"
+
+#include <algorithm>
+
+#include "MIPI_reader/parser/truncation.h"
+
+namespace kerul::lidar {
+namespace {
+
+// Low bytes of integers, in unsigned arithmetic: the products below may leave 32 bits.
+constexpr std::uint8_t LowByte(std::uint32_t value) noexcept {
+  return static_cast<std::uint8_t>(value);
+}
+constexpr std::uint8_t LowByte(std::int32_t value) noexcept {
+  return LowByte(static_cast<std::uint32_t>(value));
+}
+std::uint8_t TruncatedByte(float value) noexcept { return LowByte(TruncateToInt32(value)); }
+
+// low + factor * trunc(high), low byte.
+std::uint8_t PackBytes(std::int32_t low, std::uint32_t factor, float high) noexcept {
+  return LowByte(static_cast<std::uint32_t>(low) +
+                 factor * static_cast<std::uint32_t>(TruncateToInt32(high)));
+}
+
+void StoreU16(std::uint8_t* bytes, std::uint32_t value) noexcept {
+  bytes[0] = LowByte(value);
+  bytes[1] = LowByte(value >> 8);
+}
+
+void StoreU32(std::uint8_t* bytes, std::uint32_t value) noexcept {
+  StoreU16(bytes, value);
+  StoreU16(bytes + 2, value >> 16);
+}
+
+void StoreU32BigEndian(std::uint8_t* bytes, std::uint32_t value) noexcept {
+  for (int i = 0; i < 4; ++i) bytes[i] = LowByte(value >> (24 - 8 * i));
+}
+
+std::uint8_t EncodeReflectivity(float refl_proc) noexcept {
+  return refl_proc > 255.0F ? 255 : TruncatedByte(refl_proc);
+}
+
+// Height in the low two bits of the first byte and in the second, beside `extra`; the ground flag
+// flips the second byte's top bit.
+void PackHeight(const LidarEcho& echo, float extra, PayloadBytes& bytes) noexcept {
+  const std::int32_t height = TruncateToInt32(echo.cogh);
+  bytes[1] = PackBytes(height % 4, 4, extra);
+  bytes[2] = LowByte(height / 4 - (echo.ground ? 128 : 0));
+}
+
+// Noise beside a 12-bit number, in three bytes.
+PayloadBytes PackNoise(float noise, std::int32_t low, std::uint8_t high) noexcept {
+  return {TruncatedByte(noise * 0.0625F), PackBytes(low % 16, 16, noise), high};
+}
+
+PayloadBytes EncodeFlags(const LidarEcho& echo) noexcept {
+  const int first = (echo.cogw_flag & 7) | echo.highRefl << 3 | echo.highReflBlooming << 4 |
+                    echo.afterPulse << 5 | echo.ground << 6 | echo.fill_point << 7;
+  const int second = static_cast<int>(echo.shot_noise_point) | echo.debug_flag << 1 |
+                     (echo.echo_flags & 1) << 2 | (echo.detect_pass ? 0 : 8) |
+                     echo.shot_noise_group_point << 4;
+  return {EncodeReflectivity(echo.refl_proc), LowByte(first), LowByte(second)};
+}
+
+}  // namespace
+
+std::uint8_t EncodeReturnCode(int code) noexcept {
+  if (code <= 9) return LowByte(code);
+  return LowByte(static_cast<std::uint32_t>(code / 10) << 4 |
+                 static_cast<std::uint32_t>(code % 10));
+}
+
+std::uint32_t PointPacketSequence(std::uint32_t base, int packet_index,
+                                  std::uint8_t marker) noexcept {
+  const auto index = static_cast<std::uint32_t>(packet_index);
+  if (marker == 0) return base + index;
+  return base + 2 * index + (marker == 2 ? 1U : 0U);
+}
+
+void WritePointPacketHeader(const PointPacketHeader& header, std::uint8_t* packet) noexcept {
+  using namespace point_packet;
+  packet[kMagicOffset] = 0xEE;
+  packet[kMagicOffset + 1] = 0xFF;
+  packet[kVersionOffset] = kVersionMajor;
+  packet[kVersionOffset + 1] = kVersionMinor;
+  StoreU16(packet + kHeightOffset, static_cast<std::uint32_t>(header.height));
+  StoreU16(packet + kWidthOffset, static_cast<std::uint32_t>(header.width));
+  packet[kBlocksPerColumnOffset] = LowByte(header.blocks_per_column);
+  packet[kBlocksPerRowOffset] = LowByte(header.blocks_per_row);
+  packet[kMarkerOffset] = header.marker;
+  packet[kUnitOffset] = kUnitMillimetres;
+  StoreU16(packet + kPointCountOffset, kPoints);
+  packet[kOutputModeOffset] = LowByte(header.output_mode);
+  packet[kTailOffset] = 0xDD;
+  packet[kTailOffset + 1] = 0xEE;
+  packet[kTailOffset + 2] = 0xFF;
+  packet[kBlockRowOffset] = LowByte(header.packet_index / kBlocksPerRow);
+  packet[kBlockColOffset] = LowByte(header.packet_index % kBlocksPerRow);
+  packet[kFrameIdOffset] = LowByte(header.frame_id);
+  packet[210] = 0;
+  packet[kReturnCodeOffset] = EncodeReturnCode(header.echo_output_code);
+  StoreU16(packet + 212, 100);
+  StoreU16(packet + 214, 0);
+  StoreU32BigEndian(packet + kSecondsOffset, header.time.seconds);
+  StoreU32(packet + kMicrosecondsOffset, header.time.microseconds);
+  packet[224] = 0x42;
+  StoreU32(packet + kSequenceOffset, header.sequence);
+}
+
+std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept {
+  // The published range is limited to this span in the one mode that consumers measure with.
+  if (output_mode == kOutputModeReflectivity && (dist_proc <= 0.05F || dist_proc >= 40.0F))
+    return 0;
+  // A single-precision unit, deliberately: slightly above 0.004, so that 1.0 m gives 249.
+  constexpr float kUnitMetres = static_cast<float>(point_packet::kUnitMillimetres) / 1000.0F;
+  return static_cast<std::uint16_t>(
+      TruncateToInt32(static_cast<double>(dist_proc) / static_cast<double>(kUnitMetres)));
+}
+
+PayloadBytes EncodePayload(const LidarPoint& point, int echo, int output_mode) noexcept {
+  const LidarEcho& e = point.echoes[echo];
+  PayloadBytes bytes{};
+  switch (output_mode) {
+    case kOutputModeReflectivity:
+      bytes[0] = EncodeReflectivity(e.refl_proc);
+      PackHeight(e, 10.0F * point.shot_ratio, bytes);
+      return bytes;
+    case 1:
+      return {TruncatedByte(point.pixel_word22 * 0.00390625F), TruncatedByte(point.pixel_word22),
+              0};
+    case 3: {
+      const std::int32_t width = TruncateToInt32(128.0F * e.cogw);
+      return PackNoise(e.noise, width, LowByte(width / 16));
+    }
+    case 4:
+      return PackNoise(e.noise, TruncateToInt32(e.peak), TruncatedByte(e.peak * 0.0625F));
+    case 5:
+      return PackNoise(e.noise, TruncateToInt32(e.cogh), TruncatedByte(e.cogh * 0.0625F));
+    case 6:
+      return PackNoise(128.0F * e.cogw, TruncateToInt32(e.peak), TruncatedByte(e.peak * 0.0625F));
+    case 9:
+      return {TruncatedByte(point.pixel_word22 * 0.0625F),
+              PackBytes(TruncateToInt32(point.pixel_word22) % 16, 128, e.cogh),
+              LowByte(TruncateToInt32(e.cogh) / 2)};
+    case 11: {
+      const float rms = 256.0F * e.waveform_rms_ratio;
+      bytes[0] = rms > 255.0F ? 255 : TruncatedByte(rms);
+      PackHeight(e, 0.015625F * point.shot_times, bytes);
+      return bytes;
+    }
+    case 12:
+      return EncodeFlags(e);
+    default:
+      return {LowByte(e.peak_addr), 0, 0};
+  }
+}
+
+PayloadBytes EncodeDirection(const AngleCalibGrid& grid, int row, int col) noexcept {
+  if (!grid.valid || row < 0 || row >= grid.rows || col < 0 || col >= grid.cols) return {};
+  return {AngleCalibGrid::EncodeComponent(grid.At(0, row, col)),
+          AngleCalibGrid::EncodeComponent(grid.At(1, row, col)),
+          AngleCalibGrid::EncodeComponent(grid.At(2, row, col))};
+}
+
+void WritePoint(std::uint16_t distance, const PayloadBytes& payload, std::uint8_t* point) noexcept {
+  StoreU16(point, distance);
+  std::copy(payload.begin(), payload.end(), point + 2);
+}
+
+}  // namespace kerul::lidar
