@@ -1,0 +1,246 @@
+#include "calibration/para2_loading.h"
+
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "calibration/rcx_client.h"
+
+namespace kerul::lidar {
+namespace para2_lidar_detail {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double kTimeoutS = 1.0;
+
+Para2LidarCalib LoadFromFiles(const Para2LoadOptions& options, const std::string& head_path,
+                              const std::string& main_path, const std::string& id,
+                              Para2CalibSource source) {
+  const std::vector<std::uint8_t> head = ReadFileBytes(head_path);
+  const std::vector<std::uint8_t> main = ReadFileBytes(main_path);
+  VerifyHeadCrc(head, main);
+  Para2LidarCalib calib;
+  TakeHeadFields(head, calib);
+  UnpackPara2Main(main, options.tile_pixels, options.tile_columns, calib);
+  calib.source = source;
+  calib.lidar_id = id;
+  return calib;
+}
+
+std::vector<std::uint8_t> ReadHeadRegister(const Para2LoadOptions& options) {
+  try {
+    RcxClient client(options.host, options.port, kTimeoutS);
+    return client.ReadIicRegMulti(options.iic_device, kHeadRegister, kPageBytes);
+  } catch (const std::exception& error) {
+    throw std::runtime_error(std::string("para2 head register read failed: ") + error.what());
+  }
+}
+
+bool IsCached(const std::string& id) {
+  std::error_code ignored;
+  return fs::exists(ParaReadHeadBinPath(id), ignored) &&
+         fs::exists(ParaReadMainBinPath(id), ignored);
+}
+
+Para2LidarCalib FallBackToCache(const Para2LoadOptions& options, const std::string& id,
+                                const std::string& read_error) {
+  if (options.force_read_from_lidar) {
+    throw std::runtime_error("para2 main read failed (force_read_from_lidar): " + read_error);
+  }
+  try {
+    return TryLoadFromBinFiles(options, id, Para2CalibSource::kFallback);
+  } catch (const std::exception& error) {
+    throw std::runtime_error("para2 main read failed: " + read_error +
+                             "; bin fallback failed: " + error.what());
+  }
+}
+
+void WriteFileBytes(const std::string& path, const std::uint8_t* data, std::size_t size) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  if (!file) throw std::runtime_error("cannot write " + path);
+  if (size != 0) {
+    file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  }
+  // Without the flush a full disk would first show in the destructor, where nobody looks.
+  file.flush();
+  if (!file) throw std::runtime_error("write failed: " + path);
+}
+
+void RequireFile(const std::string& path, const char* missing) {
+  std::error_code ignored;
+  if (!fs::is_regular_file(path, ignored)) throw std::runtime_error(missing + path);
+}
+
+bool IsDirectory(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+}  // namespace
+
+std::string ParaReadDir(const std::string& id) { return "data/" + id + "/para_read/"; }
+
+std::string ParaReadHeadBinPath(const std::string& id) {
+  return ParaReadDir(id) + id + "_head.bin";
+}
+
+std::string ParaReadMainBinPath(const std::string& id) {
+  return ParaReadDir(id) + id + "_para2.bin";
+}
+
+bool IsSafeLidarId(const std::string& id) {
+  constexpr char kForbidden[] = {'/', '\0'};
+  return !id.empty() && id != "." && id != ".." &&
+         id.find_first_of(kForbidden, 0, sizeof(kForbidden)) == std::string::npos;
+}
+
+std::string LidarIdFromRegister(const std::vector<std::uint8_t>& head) {
+  if (head.empty()) throw std::runtime_error("para2 head register read failed: empty head");
+  std::string id = ParseLidarId(head);
+  if (!IsSafeLidarId(id)) {
+    throw std::runtime_error("cannot parse lidar_id from para2 head register bytes[0:20]");
+  }
+  return id;
+}
+
+void TakeHeadFields(const std::vector<std::uint8_t>& head, Para2LidarCalib& calib) {
+  calib.lidar_id = ParseLidarId(head);
+  if (calib.lidar_id.empty()) {
+    throw std::runtime_error("cannot parse lidar_id from para2 head bytes[0:20]");
+  }
+  if (head.size() < kAngleBlockOffset + kAngleRecordBytes) {
+    throw std::runtime_error("para2 head too short for angle block");
+  }
+  std::memcpy(&calib.angle_record, head.data() + kAngleBlockOffset, kAngleRecordBytes);
+}
+
+std::vector<std::uint8_t> ReadFileBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("cannot open " + path);
+  file.seekg(0, std::ios::end);
+  const std::streamoff size = file.tellg();
+  // A directory can be opened, and some file systems give it a size as well.
+  if (size < 0 || IsDirectory(path)) throw std::runtime_error("cannot stat " + path);
+  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
+  file.seekg(0);
+  if (size > 0) file.read(reinterpret_cast<char*>(bytes.data()), size);
+  if (!file) throw std::runtime_error("read failed: " + path);
+  return bytes;
+}
+
+void ReadMainOnline(const Para2LoadOptions& options, const std::vector<std::uint8_t>& head,
+                    std::vector<std::uint8_t>& main) {
+  if (head.size() < kPageCountOffset + 2) {
+    throw std::runtime_error("para2 head too short for page_count");
+  }
+  const unsigned page_count = head[kPageCountOffset] + 256U * head[kPageCountOffset + 1];
+  if (page_count == 0xFFFFU) throw std::runtime_error("para2 page_count invalid (0xFFFF)");
+  if (page_count < 2) {
+    throw std::runtime_error("para2 page_count invalid (<2): " + std::to_string(page_count));
+  }
+  RcxClient client(options.host, options.port, kTimeoutS);
+  main.clear();
+  main.reserve((page_count - 1) * kPageBytes);
+  for (unsigned page = 0; page < page_count; ++page) {
+    const std::vector<std::uint8_t> bytes =
+        client.ReadIicRegMulti(options.iic_device, kMainRegister, kPageBytes);
+    if (page == 0) continue;  // the stream begins with the head page, which is known already
+    main.insert(main.end(), bytes.begin(), bytes.end());
+  }
+}
+
+Para2LidarCalib TryLoadFromBinFiles(const Para2LoadOptions& options, const std::string& id,
+                                    Para2CalibSource source) {
+  return LoadFromFiles(options, ParaReadHeadBinPath(id), ParaReadMainBinPath(id), id, source);
+}
+
+Para2LidarCalib TryLoadFromCaliPath(const Para2LoadOptions& options, Para2CalibSource source) {
+  std::string dir;
+  std::string id;
+  ResolveCaliPath(options.cali_path, dir, id);
+  return LoadFromFiles(options, dir + id + "_head.bin", dir + id + "_para2.bin", id, source);
+}
+
+void ResolveCaliPath(const std::string& cali_path, std::string& dir, std::string& id) {
+  if (cali_path.empty()) throw std::runtime_error("cali_path is empty");
+  std::string stripped = cali_path;
+  while (stripped.size() > 1 && (stripped.back() == '/' || stripped.back() == '\\')) {
+    stripped.pop_back();
+  }
+  fs::path path = fs::path(stripped).lexically_normal();
+  if (!path.has_filename() || path.filename() == ".") path = path.parent_path();
+  if (!IsDirectory(path)) {
+    throw std::runtime_error("cali_path is not a valid directory: " + cali_path);
+  }
+
+  fs::path found = path;
+  id = path.filename().string();
+  if (id == "para_read") {
+    id = path.parent_path().filename().string();
+  } else if (IsDirectory(path / "para_read")) {
+    found = path / "para_read";
+  }
+  if (id.empty() || id == "." || id == "..") {
+    throw std::runtime_error("cannot derive lidar_id from cali_path: " + cali_path);
+  }
+  RequireFile((found / (id + "_head.bin")).string(), "cali_path missing head bin: ");
+  RequireFile((found / (id + "_para2.bin")).string(), "cali_path missing para2 bin: ");
+
+  dir = found.string();
+  if (!dir.empty() && dir.back() != '/' && dir.back() != '\\') dir += '/';
+}
+
+void SaveParaReadCache(const std::string& id, const std::vector<std::uint8_t>& head,
+                       const std::vector<std::uint8_t>& main, const Para2LidarCalib& calib) {
+  fs::create_directories(ParaReadDir(id));
+  WriteFileBytes(ParaReadHeadBinPath(id), head.data(), head.size());
+  WriteFileBytes(ParaReadMainBinPath(id), main.data(), main.size());
+  WriteFileBytes(ParaReadDir(id) + "Lidar-" + id + "_angle_calib.dat",
+                 reinterpret_cast<const std::uint8_t*>(&calib.angle_record), kAngleRecordBytes);
+}
+
+}  // namespace para2_lidar_detail
+
+Para2LidarCalib LoadPara2Calib(const Para2LoadOptions& options) {
+  using namespace para2_lidar_detail;
+  if (!options.cali_path.empty()) {
+    return TryLoadFromCaliPath(options, Para2CalibSource::kLocalCache);
+  }
+
+  // Which sensor is connected.
+  const std::vector<std::uint8_t> head = ReadHeadRegister(options);
+  const std::string id = LidarIdFromRegister(head);
+
+  // Its cache entry: the cached head is used then, not the one just read.
+  if (!options.force_read_from_lidar && IsCached(id)) {
+    return TryLoadFromBinFiles(options, id, Para2CalibSource::kLocalCache);
+  }
+
+  // The sensor itself. Only a failed read may fall back to the cache.
+  std::vector<std::uint8_t> main;
+  try {
+    ReadMainOnline(options, head, main);
+  } catch (const std::exception& error) {
+    return FallBackToCache(options, id, error.what());
+  }
+
+  Para2LidarCalib calib;
+  VerifyHeadCrc(head, main);
+  TakeHeadFields(head, calib);
+  UnpackPara2Main(main, options.tile_pixels, options.tile_columns, calib);
+  calib.source = Para2CalibSource::kOnline;
+  SaveParaReadCache(id, head, main, calib);
+  return calib;
+}
+
+void ValidateCaliPath(const std::string& path) {
+  std::string dir;
+  std::string id;
+  para2_lidar_detail::ResolveCaliPath(path, dir, id);
+}
+
+}  // namespace kerul::lidar

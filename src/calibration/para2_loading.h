@@ -1,0 +1,76 @@
+// Where the sensor's calibration is taken from: a named directory, the local cache, the sensor.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "calibration/para2_lidar_calib.h"
+
+namespace kerul::lidar {
+
+struct Para2LoadOptions {
+  std::string host = "192.168.1.10";   // the sensor, IPv4 in dotted form
+  std::int32_t port = 9347;            // its command service
+  std::uint8_t iic_device = 0x40;      // device that holds the calibration registers
+  std::int32_t tile_pixels = 36;       // pixels of a tile
+  std::int32_t tile_columns = 48;      // tiles in a row of tiles
+  bool force_read_from_lidar = false;  // never use the cache
+  std::string cali_path;               // not empty: load from here, the sensor is not contacted
+};
+
+// The calibration of the sensor at hand. Without `cali_path` the head page is read from the sensor
+// at every call, to learn which sensor it is; the main blob comes out of the cache
+// data/<id>/para_read/ below the working directory when both of its files exist, otherwise from the
+// sensor, and is then cached. Only a failed read falls back to the cache: data that was read and
+// does not fit its checksums ends the load. Throws std::exception with the reason.
+Para2LidarCalib LoadPara2Calib(const Para2LoadOptions& options);
+
+// Throws std::runtime_error with the reason when `path` is not a directory to load from.
+void ValidateCaliPath(const std::string& path);
+
+namespace para2_lidar_detail {
+
+inline constexpr std::uint16_t kHeadRegister = 0xA02C;  // the head page
+inline constexpr std::uint16_t kMainRegister = 0xA01C;  // all pages, one after another
+
+// The cache of one sensor: its directory, with '/' at the end, and the two files that are read.
+std::string ParaReadDir(const std::string& id);
+std::string ParaReadHeadBinPath(const std::string& id);
+std::string ParaReadMainBinPath(const std::string& id);
+
+// True for an id that names one directory entry: not empty, not "." or "..", without '/' and zero
+// byte. Any other would lead the cache out of its place.
+bool IsSafeLidarId(const std::string& id);
+
+// The id in a head that was read from the sensor; throws when it cannot be parsed or is not safe.
+std::string LidarIdFromRegister(const std::vector<std::uint8_t>& head);
+
+// Takes id and camera model out of `head` into `calib`; throws when the head is too short.
+void TakeHeadFields(const std::vector<std::uint8_t>& head, Para2LidarCalib& calib);
+
+// The whole file. Throws "cannot open", "cannot stat" (no size, or a directory), "read failed".
+std::vector<std::uint8_t> ReadFileBytes(const std::string& path);
+
+// Reads the main blob over a connection of its own; `head` tells the number of pages.
+void ReadMainOnline(const Para2LoadOptions& options, const std::vector<std::uint8_t>& head,
+                    std::vector<std::uint8_t>& main);
+
+// From the cache of sensor `id`. The id in the cached head has to be there but is not compared.
+Para2LidarCalib TryLoadFromBinFiles(const Para2LoadOptions& options, const std::string& id,
+                                    Para2CalibSource source);
+
+// From options.cali_path; the id is the one that the path names.
+Para2LidarCalib TryLoadFromCaliPath(const Para2LoadOptions& options, Para2CalibSource source);
+
+// Finds directory (with '/' at the end) and sensor id of a path in one of three shapes:
+// <id>/para_read, <id> that holds para_read, or <id> that holds the two files.
+void ResolveCaliPath(const std::string& cali_path, std::string& dir, std::string& id);
+
+// Writes the cache files in place. A crash in between leaves files of any length, which the
+// checksums of the next start find. `id` has to be safe.
+void SaveParaReadCache(const std::string& id, const std::vector<std::uint8_t>& head,
+                       const std::vector<std::uint8_t>& main, const Para2LidarCalib& calib);
+
+}  // namespace para2_lidar_detail
+}  // namespace kerul::lidar
