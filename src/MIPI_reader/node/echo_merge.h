@@ -11,18 +11,26 @@ namespace kerul::lidar {
 inline constexpr std::int32_t kTriples[4][4] = {
     {0, 1, 2, 3}, {0, 1, 3, 2}, {0, 2, 3, 1}, {1, 2, 3, 0}};
 
-// Sums `count` windows of 17 samples on a common axis, each centred on its address (low 12 bits of
-// both count). Writes the 17 samples around the largest sum to `out`, limited to 4095, and gives
-// the axis position of that sum. Nothing to merge gives zeros and 0.
+// Sums `count` windows of 17 samples on a common axis, each centred on its address in bins (low 12
+// bits of samples and addresses count). Writes the 17 samples around the largest sum to `out`,
+// limited to 4095, and gives the axis position of that sum, -8 .. 4103; the lowest wins a tie.
+// Fewer than two windows, or two whose addresses differ by more than 16, give zeros and 0. Three
+// and more are not tested for their distance.
 int MergeWindowsOnAxis(const std::uint16_t* const* windows, const int* addresses, int count,
-                       std::uint16_t* out);
+                       std::uint16_t* out) noexcept;
 
-// Chooses which of four sources belong together and merges their windows of slot `echo`. Gives the
-// centre in the low 32 bits and the four-bit mask of the sources above them.
-std::uint64_t PickAndMergeFour(const LidarPoint* const* points, int echo, std::uint16_t* out);
+// Chooses which of four sources belong together and merges their windows of slot `echo` (0 or 1):
+// all four when three lie close together and the fourth reaches one of them, else the closest
+// three, else none. Gives the centre in the low 32 bits and the four-bit mask of the sources, bit i
+// for source i, above them.
+std::uint64_t PickAndMergeFour(const LidarPoint* const* points, int echo,
+                               std::uint16_t* out) noexcept;
 
-// The merged pixel of 2 or 4 sources; any other count gives a default point. Sets bins, peak_addr,
-// totsum and the told means only.
-LidarPoint MergePoints(const LidarPoint* const* points, int count);
+// The merged pixel of 2 or 4 sources; any other count, or sources that do not belong together, give
+// a default point. LidarPoint::echo_num decides whether slot 1 is merged. Sets, in each merged
+// slot, bins and peak_addr (the centre of the window here, low 12 bits), totsum (see the source),
+// and as means of the sources pixel_word22, pixel_word11 and slot 0's echosum and noise. No range:
+// that is the caller's.
+LidarPoint MergePoints(const LidarPoint* const* points, int count) noexcept;
 
 }  // namespace kerul::lidar
