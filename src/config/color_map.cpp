@@ -1,5 +1,6 @@
 #include "config/color_map.h"
 
+#include <cmath>
 #include <cstddef>
 
 namespace {
@@ -31,5 +32,5 @@ const std::array<float, 3>& ColorMap::At(float value) const noexcept {
   // Negated so that NaN is caught too.
   if (!(value > 0.0F)) return ramp.front();
   if (value >= 1.0F) return ramp.back();
-  return ramp[static_cast<std::size_t>(value * static_cast<float>(kRampEntries - 1) + 0.5F)];
+  return ramp[static_cast<std::size_t>(std::lround(value * static_cast<float>(kRampEntries - 1)))];
 }

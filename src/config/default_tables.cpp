@@ -35,6 +35,7 @@ std::vector<float> HighThresholdOutput() {
 
 std::vector<std::uint16_t> DetectThreshold() {
   std::vector<std::uint16_t> levels;
+  levels.reserve(data::kDetectThresholdEntries);
   for (const float level : FillCurve(data::kDetectThreshold, data::kDetectThresholdEntries)) {
     levels.push_back(static_cast<std::uint16_t>(std::lround(level)));
   }

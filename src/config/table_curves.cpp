@@ -85,7 +85,8 @@ std::vector<float> SpreadWholeSteps(std::span<const CurvePoint> points) {
     const int start = static_cast<int>(points[i].value);
     const int rise = static_cast<int>(points[i + 1].value) - start;
     for (int k = 0; k < run; ++k) {
-      table.push_back(static_cast<float>(start + (rise * k + run / 2) / run));
+      const int risen = (rise * k + run / 2) / run;
+      table.push_back(static_cast<float>(start + risen));
     }
   }
   table.push_back(points.back().value);
