@@ -107,18 +107,6 @@ Direction Normalised(const Direction& raw) {
   return {raw.x / n, raw.y / n, raw.z / n};
 }
 
-void NormaliseDirections(AngleCalibGrid& grid) {
-  grid.unit_xyz = grid.xyz;
-  const std::size_t plane = grid.xyz.size() / 3;
-  for (std::size_t pixel = 0; pixel < plane; ++pixel) {
-    const Direction unit =
-        Normalised({grid.xyz[pixel], grid.xyz[plane + pixel], grid.xyz[2 * plane + pixel]});
-    grid.unit_xyz[pixel] = unit.x;
-    grid.unit_xyz[plane + pixel] = unit.y;
-    grid.unit_xyz[2 * plane + pixel] = unit.z;
-  }
-}
-
 // A principal point far off the middle of the full sensor was given on a cropped one.
 void MoveToFullSensor(QndrAngleDatRecord& record) {
   if (!(std::fabs(record.cy - 288.0F) > 20.0F)) return;
@@ -187,6 +175,18 @@ void BuildDistortionInterp(float f, const float* k, std::vector<float>& radius,
   theta.clear();
 }
 
+void NormaliseDirections(AngleCalibGrid& grid) {
+  grid.unit_xyz = grid.xyz;
+  const std::size_t plane = grid.xyz.size() / 3;
+  for (std::size_t pixel = 0; pixel < plane; ++pixel) {
+    const Direction unit =
+        Normalised({grid.xyz[pixel], grid.xyz[plane + pixel], grid.xyz[2 * plane + pixel]});
+    grid.unit_xyz[pixel] = unit.x;
+    grid.unit_xyz[plane + pixel] = unit.y;
+    grid.unit_xyz[2 * plane + pixel] = unit.z;
+  }
+}
+
 }  // namespace angle_calib_detail
 
 bool load_angle_calib_from_dat_bytes(const std::uint8_t* data, std::size_t size,
@@ -226,7 +226,7 @@ bool gen_angle_xyz_from_dat_record(const QndrAngleDatRecord& record, AngleCalibG
   grid.cols = model.cols;
   grid.xyz.resize(std::size_t{3} * model.rows * model.cols);
   FillDirections(model, RotationOf(tilt_degrees, model.tilt_azimuth), lens, grid);
-  NormaliseDirections(grid);
+  angle_calib_detail::NormaliseDirections(grid);
   grid.valid = true;
   return true;
 }

@@ -56,9 +56,15 @@ bool gen_angle_xyz_from_dat_record(const QndrAngleDatRecord& record, AngleCalibG
 namespace angle_calib_detail {
 
 // Tabulates the fisheye model: `radius` in the normalised image plane, strictly ascending, over
-// `theta`, the angle from the axis in radians, in steps of 0.001. k holds four coefficients.
+// `theta`, the angle from the axis in radians, in steps of 0.001. k holds four coefficients. Both
+// stay empty for an `f` without a table: not above 0, infinite, NaN, or so small that the table
+// would exceed 10 million samples.
 void BuildDistortionInterp(float f, const float* k, std::vector<float>& radius,
                            std::vector<float>& theta);
+
+// Fills `unit_xyz` from `xyz`: a direction that is all zero becomes (0, 0, 1), one with a NaN or
+// infinite component (0, 0, 0).
+void NormaliseDirections(AngleCalibGrid& grid);
 
 }  // namespace angle_calib_detail
 }  // namespace kerul::lidar
