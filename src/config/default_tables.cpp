@@ -34,11 +34,11 @@ std::vector<float> HighThresholdOutput() {
 }
 
 std::vector<std::uint16_t> DetectThreshold() {
-  std::vector<std::uint16_t> levels;
-  levels.reserve(data::kDetectThresholdEntries);
-  for (const float level : FillCurve(data::kDetectThreshold, data::kDetectThresholdEntries)) {
-    levels.push_back(static_cast<std::uint16_t>(std::lround(level)));
-  }
+  const std::vector<float> curve = FillCurve(data::kDetectThreshold, data::kDetectThresholdEntries);
+  std::vector<std::uint16_t> levels(curve.size());
+  std::ranges::transform(curve, levels.begin(), [](float level) {
+    return static_cast<std::uint16_t>(std::lround(level));
+  });
   return levels;
 }
 
