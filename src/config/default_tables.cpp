@@ -47,6 +47,7 @@ std::vector<float> CoghEfficiant() {
   std::vector<float> table(std::size_t{data::kEfficiantRows} * data::kEfficiantCols);
   for (std::size_t col = 0; col < data::kEfficiantCols; ++col) {
     std::vector<CurvePoint> points;
+    points.reserve(data::kCoghEfficiant.size());
     for (const auto& known : data::kCoghEfficiant) points.push_back({known.row, known.values[col]});
     const std::vector<float> curve = FillCurve(points, data::kEfficiantRows);
     for (std::size_t row = 0; row < curve.size(); ++row) {
