@@ -1,0 +1,5 @@
+// Counts the allocations of the test program.
+#pragma once
+
+// Calls of operator new since the start of the program.
+long AllocationCount();
