@@ -82,7 +82,7 @@ bool ShmRingReader::LookDue(Clock::time_point now) {
 
 bool ShmRingReader::Attach() {
   // Asks for the largest size, which the region lowers to the object's.
-  region_.emplace(name_.c_str(), std::numeric_limits<std::uint32_t>::max());
+  region_ = std::make_unique<ShmRegion>(name_.c_str(), std::numeric_limits<std::uint32_t>::max());
   if (!region_->Open(true, false) || !FindPlace()) {
     region_.reset();
     return false;
@@ -169,8 +169,7 @@ ShmRingReader::Take ShmRingReader::TakeSlot(ReceivedPacket& packet) {
     return Take::kLost;
   }
   const std::uint8_t* slot = region_->Data() + SlotOffset(shape_, next_);
-  const std::uint32_t before = LoadWord(slot, std::memory_order_acquire);
-  if (before != next_) return MissingPacket(before);
+  if (LoadWord(slot, std::memory_order_acquire) != next_) return MissingPacket();
 
   const std::uint32_t length = LoadWord(slot + kLengthOffset, std::memory_order_relaxed) & 0xFFFF;
   const bool sound = length >= 1 && length <= kMaxPayload;
@@ -202,18 +201,17 @@ ShmRingReader::Take ShmRingReader::TakeSlot(ReceivedPacket& packet) {
   return Take::kTaken;
 }
 
-// The slot of next_ holds `found` although the head seemed to have passed.
-ShmRingReader::Take ShmRingReader::MissingPacket(std::uint32_t found) {
+// The slot of next_ holds something else although the head seemed to have passed. Only a confirmed
+// head tells that next_ is gone: the slot's own number could be anything if the header has been
+// tampered with.
+ShmRingReader::Take ShmRingReader::MissingPacket() {
   std::uint32_t newest = 0;
-  if (ConfirmedHead(newest) && Distance(newest, next_) >= 0) {
-    // next_ has been published for sure; it may have been so after `found` was read.
-    if (SlotNumber(next_) == next_) return Take::kLookAgain;
-  } else if (found != 0 && Distance(found, next_) > 0) {
-    newest = found;  // the slot itself tells that the writer has passed
-  } else {
-    head_ = next_ - 1;  // a wrong head: nothing shows that next_ has been written
+  if (!ConfirmedHead(newest) || Distance(newest, next_) < 0) {
+    head_ = next_ - 1;  // nothing shows that next_ has been written
     return Take::kNothing;
   }
+  // It has been written; it may have been so after the slot was looked at.
+  if (SlotNumber(next_) == next_) return Take::kLookAgain;
   const std::uint32_t oldest = newest - shape_.slots + 1;
   const std::uint32_t margin = std::max(shape_.slots / kSkipShare, 1U);
   const std::uint32_t ahead = oldest + margin;  // newest at most: there are two slots or more

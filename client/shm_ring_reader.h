@@ -16,7 +16,7 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "output/shm_region.h"
@@ -54,7 +54,7 @@ class ShmRingReader {
   // be found up to about a millisecond late.
   bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout);
 
-  bool IsAttached() const noexcept { return region_.has_value(); }
+  bool IsAttached() const noexcept { return region_ != nullptr; }
   // The number that comes next; accepted + lost counts those before it.
   std::uint32_t NextNumber() const noexcept { return next_; }
   const RingStatistics& Statistics() const noexcept { return statistics_; }
@@ -73,14 +73,14 @@ class ShmRingReader {
   void AdoptBootId(std::uint32_t boot_id);
   bool NumbersBeganAgain(std::uint32_t head) const;
   Take TakeSlot(ReceivedPacket& packet);
-  Take MissingPacket(std::uint32_t found);
+  Take MissingPacket();
   bool ConfirmedHead(std::uint32_t& head) const;
   std::uint32_t SlotNumber(std::uint32_t number) const;
   void SkipTo(std::uint32_t number);
 
   std::string name_;
   RingStart start_;
-  std::optional<ShmRegion> region_;
+  std::unique_ptr<ShmRegion> region_;  // null while attached to nothing
   std::uint64_t token_ = 0;
   shm_ring::HeaderShape shape_{};
   std::uint32_t boot_id_ = 0;
