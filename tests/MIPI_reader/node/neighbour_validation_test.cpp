@@ -119,7 +119,7 @@ TEST(NeighbourValidation, FiveNeighboursOnAnEdgeAreEnoughDownToPointEight) {
 
 TEST(NeighbourValidation, ErasedEchoNoLongerSupportsTheNextPixel) {
   FrameRows rows = MakeRows(2, 3);
-  FillSlot0(rows, 10.0F, 10.0F, 1.0F);  // just too weak to fill holes
+  FillSlot0(rows, 10.0F, 10.0F, 1.0F);     // just too weak to fill holes
   rows[0][1].echoes[0].peak_ratio = 0.5F;  // asks for seven, an edge pixel has five
   ValidateNeighbours(rows, 0, 2);
   // Scanned before: still counted its right neighbour as the third.
