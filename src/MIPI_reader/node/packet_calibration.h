@@ -2,6 +2,7 @@
 // of this file. Each step walks the echo slots up to LidarPoint::echo_num; none sees the frame.
 #pragma once
 
+#include <algorithm>
 #include <span>
 #include <vector>
 
@@ -20,6 +21,13 @@ inline constexpr int kPixelTableEntries = 82944;  // 288 x 288 pixels in tile or
 constexpr int TileOrderIndex(int row, int col) noexcept {
   const int tile = (row / 6) * 48 + col / 6;
   return tile * 36 + (col % 6) * 6 + row % 6;
+}
+
+// Entry of a pixel in a tile-ordered table, the nearest one for a pixel outside (such pixels drop
+// out when the points are copied into the frame). `table` must not be empty.
+inline float PixelTableEntry(std::span<const float> table, int row, int col) noexcept {
+  const int last = static_cast<int>(table.size()) - 1;
+  return table[static_cast<std::size_t>(std::clamp(TileOrderIndex(row, col), 0, last))];
 }
 
 // Compensation of pulse height and range for the background light.
