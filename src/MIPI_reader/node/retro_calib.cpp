@@ -37,7 +37,8 @@ float PowerOfTwo(float exponent) noexcept {
 // 0 and at most kEfficiantRange.
 float EfficiantAt(const std::vector<float>& table, float range, int lane) noexcept {
   const auto entry = [&](int row) {
-    return table[static_cast<std::size_t>(row * kEfficiantCols + lane)];
+    const int index = row * kEfficiantCols + lane;
+    return table[static_cast<std::size_t>(index)];
   };
   const int row = TruncateToInt32(std::floor(range / kTableStepMetres));
   if (row > kEfficiantRows - 2) return entry(kEfficiantRows - 1) - 2.0F;
