@@ -1,0 +1,94 @@
+// Puts point packets together to frames of 216 x 288 pixels of one or two echoes, and says what is
+// missing.
+#pragma once
+
+#include <array>
+#include <bitset>
+#include <cstdint>
+#include <vector>
+
+#include "point_packet_view.h"
+
+namespace kerul::lidar {
+
+// One echo of one pixel as it was published.
+struct FramePoint {
+  std::uint16_t distance = 0;             // in distance units, 0 is no return
+  std::array<std::uint8_t, 3> payload{};  // see point_payload.h
+};
+
+// What the packets of one frame have in common. Row passes that run again send packets of the same
+// key; a frame id that comes twice in a row has another sequence base.
+struct FrameKey {
+  std::uint8_t frame_id = 0;
+  std::uint32_t sequence_base = 0;
+  int echoes = 1;  // 1 or 2
+  int output_mode = 0;
+  bool operator==(const FrameKey&) const = default;
+};
+
+struct CollectedFrame {
+  FrameKey key;
+  int return_code = 0;
+  int unit_mm = 4;  // millimetres in a distance unit
+  // Blocks received, by echo. Pixels of other blocks read as no return.
+  std::array<std::bitset<kBlocksPerFrame>, kMaxEchoes> present;
+  std::uint32_t packets = 0;            // packets taken, duplicates included
+  std::uint32_t duplicates = 0;         // packets of a block that was there; the later one counts
+  std::int64_t first_timestamp_us = 0;  // time stamps of the packets taken first and last
+  std::int64_t last_timestamp_us = 0;
+  bool joined_midway = false;      // the collector's first frame, which had begun before it
+  std::vector<FramePoint> points;  // [echo][row][col], always room for two echoes
+
+  CollectedFrame();
+  const FramePoint& At(int echo, int row, int col) const noexcept {
+    return points[Index(echo, row, col)];
+  }
+  float RangeM(const FramePoint& point) const noexcept {
+    return static_cast<float>(point.distance * unit_mm) / 1000.0F;
+  }
+  // Blocks of all echoes that did not come.
+  int MissingBlocks() const noexcept;
+  bool IsComplete() const noexcept { return MissingBlocks() == 0; }
+
+  static std::size_t Index(int echo, int row, int col) noexcept {
+    return static_cast<std::size_t>((echo * kFrameRows + row) * kFrameCols + col);
+  }
+};
+
+struct FrameStatistics {
+  std::uint64_t complete = 0;
+  std::uint64_t incomplete = 0;  // closed with blocks missing, but for a first frame joined late
+  std::uint64_t missing_blocks = 0;  // of the incomplete ones
+  std::uint64_t duplicates = 0;
+  std::uint64_t late = 0;  // packets of the frame that was closed last; dropped
+};
+
+class FrameCollector {
+ public:
+  // Takes one packet. Gives a frame when the packet completes it, or when the packet belongs to
+  // another frame and so closes an incomplete one; otherwise null. The frame stays valid until the
+  // next frame is given. Allocates nothing.
+  const CollectedFrame* Add(const PointPacketView& packet);
+  // Closes and gives the frame in hand, complete or not; null when there is none.
+  const CollectedFrame* Flush();
+  // Forgets the frame in hand without counting it: the stream begins anew.
+  void Restart();
+
+  const FrameStatistics& Statistics() const noexcept { return statistics_; }
+
+ private:
+  const CollectedFrame* Close();
+  void Begin(const FrameKey& key, const PointPacketView& packet);
+  void Store(const PointPacketView& packet);
+
+  std::array<CollectedFrame, 2> frames_;  // one in hand, one given out
+  int in_hand_ = 0;
+  bool open_ = false;
+  bool seen_any_ = false;
+  bool has_closed_ = false;
+  FrameKey closed_key_;  // of the frame closed last
+  FrameStatistics statistics_;
+};
+
+}  // namespace kerul::lidar
