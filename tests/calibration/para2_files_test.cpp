@@ -1,0 +1,354 @@
+// Cache files and named directories: what is there, what is half there, what is something else.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "calibration/para2_loading.h"
+#include "calibration/sample_para2.h"
+#include "calibration/thrown_text.h"
+#include "calibration/wire_peer.h"
+#include "sensor_simulator/command_service.h"
+
+namespace kerul::lidar {
+namespace {
+
+namespace fs = std::filesystem;
+using para2_lidar_detail::ParaReadDir;
+using para2_lidar_detail::ParaReadHeadBinPath;
+using para2_lidar_detail::ParaReadMainBinPath;
+using para2_lidar_detail::ReadFileBytes;
+using para2_lidar_detail::ResolveCaliPath;
+using para2_lidar_detail::SaveParaReadCache;
+using simulator::CommandService;
+using simulator::ServiceContent;
+using Bytes = std::vector<std::uint8_t>;
+
+const std::string kId = "QNDR_003";
+
+class Para2Files : public testing::Test {
+ protected:
+  TemporaryWorkingDirectory directory_;
+};
+
+TEST_F(Para2Files, TheCachePathsAreMadeOfTheId) {
+  EXPECT_EQ(ParaReadDir("X1"), "data/X1/para_read/");
+  EXPECT_EQ(ParaReadHeadBinPath("X1"), "data/X1/para_read/X1_head.bin");
+  EXPECT_EQ(ParaReadMainBinPath("X1"), "data/X1/para_read/X1_para2.bin");
+}
+
+TEST_F(Para2Files, AFileIsReadAsAWhole) {
+  WriteFile("some", {0, 255, '\n', '\r', 26});
+  EXPECT_EQ(ReadFileBytes("some"), (Bytes{0, 255, '\n', '\r', 26}));
+  WriteFile("none", {});
+  EXPECT_TRUE(ReadFileBytes("none").empty());
+}
+
+TEST_F(Para2Files, AFileThatIsNotThereCannotBeOpened) {
+  EXPECT_EQ(ThrownText([] { ReadFileBytes("nowhere/x.bin"); }), "cannot open nowhere/x.bin");
+}
+
+TEST_F(Para2Files, ADirectoryOrAPipeHasNoSize) {
+  fs::create_directory("folder");
+  EXPECT_EQ(ThrownText([] { ReadFileBytes("folder"); }), "cannot stat folder");
+  ASSERT_EQ(mkfifo("pipe", 0600), 0);
+  const int both_ends = open("pipe", O_RDWR);  // otherwise the opening would wait for a writer
+  ASSERT_GE(both_ends, 0);
+  EXPECT_EQ(ThrownText([] { ReadFileBytes("pipe"); }), "cannot stat pipe");
+  close(both_ends);
+}
+
+TEST_F(Para2Files, AFileThatGivesLessThanItsSizeFailsInTheReading) {
+  const std::string path = "/sys/kernel/mm/transparent_hugepage/enabled";
+  std::error_code error;
+  if (fs::file_size(path, error) < 100 || error) {
+    GTEST_SKIP() << "no file at hand that states more bytes than it gives";
+  }
+  EXPECT_EQ(ThrownText([&] { ReadFileBytes(path); }), "read failed: " + path);
+}
+
+TEST_F(Para2Files, SavingWritesThreeFilesAndEmptyBlobsGiveEmptyFiles) {
+  Para2LidarCalib calib;
+  calib.angle_record.rows = 0x1234;
+  SaveParaReadCache("X", {}, {}, calib);
+  EXPECT_TRUE(FileBytes("data/X/para_read/X_head.bin").empty());
+  EXPECT_TRUE(FileBytes("data/X/para_read/X_para2.bin").empty());
+  Bytes angle(78, 0);
+  angle[6] = 0x34;
+  angle[7] = 0x12;
+  EXPECT_EQ(FileBytes("data/X/para_read/Lidar-X_angle_calib.dat"), angle);
+}
+
+TEST_F(Para2Files, SavingOverLongerFilesLeavesNoneOfTheirBytes) {
+  WriteFile("data/X/para_read/X_head.bin", Bytes(999, 1));
+  SaveParaReadCache("X", {7}, {8, 9}, {});
+  EXPECT_EQ(FileBytes("data/X/para_read/X_head.bin"), Bytes{7});
+  EXPECT_EQ(FileBytes("data/X/para_read/X_para2.bin"), (Bytes{8, 9}));
+}
+
+const char* const kCacheFiles[] = {"data/X/para_read/X_head.bin", "data/X/para_read/X_para2.bin",
+                                   "data/X/para_read/Lidar-X_angle_calib.dat"};
+
+TEST_F(Para2Files, EachFileThatCannotBeOpenedForWritingIsNamed) {
+  for (const std::string path : kCacheFiles) {
+    fs::remove_all("data");
+    fs::create_directories(path);
+    EXPECT_EQ(ThrownText([] { SaveParaReadCache("X", {1}, {2}, {}); }), "cannot write " + path);
+  }
+}
+
+TEST_F(Para2Files, EachFileThatDoesNotFitTheDiskIsNamed) {
+  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no full device";
+  for (const std::string path : kCacheFiles) {
+    fs::remove_all("data");
+    fs::create_directories("data/X/para_read");
+    fs::create_symlink("/dev/full", path);
+    EXPECT_EQ(ThrownText([] { SaveParaReadCache("X", {1}, {2}, {}); }), "write failed: " + path);
+  }
+}
+
+// How far a file was written when the power went.
+struct Cut {
+  bool exists;
+  std::size_t bytes;
+};
+
+Bytes Prefix(const Bytes& bytes, std::size_t size) {
+  return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)};
+}
+
+class Para2InterruptedCache : public Para2Files {
+ protected:
+  // What a start gives with files of these lengths: "online", "local_cache" or the text it ends
+  // with.
+  std::string Start(Cut head, Cut main, Cut angle) {
+    fs::remove_all("data");
+    if (head.exists) WriteFile(ParaReadHeadBinPath(kId), Prefix(sample_.head, head.bytes));
+    if (main.exists) WriteFile(ParaReadMainBinPath(kId), Prefix(sample_.main, main.bytes));
+    if (angle.exists) {
+      WriteFile(ParaReadDir(kId) + "Lidar-QNDR_003_angle_calib.dat", Bytes(angle.bytes, 1));
+    }
+    Para2LoadOptions options;
+    options.host = "127.0.0.1";
+    options.port = service_.port();
+    try {
+      const Para2LidarCalib calib = LoadPara2Calib(options);
+      EXPECT_EQ(calib.lidar_id, kId);
+      EXPECT_EQ(calib.retro_curve.size(), 512U);
+      return calib.source == Para2CalibSource::kOnline ? "online" : "local_cache";
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+  }
+
+  // The text for a main file that is `size` bytes of the whole.
+  std::string MismatchText(std::size_t size) const {
+    const auto text = [](std::uint32_t value) { return std::to_string(value); };
+    const std::string head_crc = text(BitSerialCrc(sample_.head.data(), 128));
+    return "para2 head checksum verify failed (para2_crc stored=" +
+           text(BitSerialCrc(sample_.main.data(), sample_.main.size())) +
+           " calc=" + text(BitSerialCrc(sample_.main.data(), size)) +
+           ", head128_crc stored=" + head_crc + " calc=" + head_crc + ")";
+  }
+
+  // One page more than the tables need.
+  SamplePara2 sample_ = MakeSample(kId, 168960 + 256);
+  CommandService service_{ServiceContent{sample_.head, sample_.main}};
+  const Cut none_{false, 0};
+  const Cut whole_head_{true, 256};
+  const Cut whole_main_{true, 169216};
+};
+
+TEST_F(Para2InterruptedCache, WithoutTheMainFileTheSensorIsRead) {
+  for (std::size_t size : {0, 19, 97, 135, 256}) {
+    EXPECT_EQ(Start({true, size}, none_, none_), "online") << size;
+  }
+}
+
+TEST_F(Para2InterruptedCache, AHeadFileThatEndsBeforeItsChecksumsIsTooShort) {
+  for (std::size_t size : {0, 1, 19, 20, 97, 98, 99, 100, 127, 128, 132, 135}) {
+    EXPECT_EQ(Start({true, size}, whole_main_, none_), "para2 head too short for CRC fields")
+        << size;
+  }
+}
+
+TEST_F(Para2InterruptedCache, AHeadFileThatEndsBehindItsChecksumsServes) {
+  for (std::size_t size : {136, 137, 255, 256}) {
+    EXPECT_EQ(Start({true, size}, whole_main_, none_), "local_cache") << size;
+  }
+}
+
+TEST_F(Para2InterruptedCache, AMainFileThatIsCutFailsItsChecksumWithTheNumbers) {
+  for (std::size_t size :
+       {0, 1, 255, 256, 82943, 82944, 165888, 166912, 167936, 168959, 168960, 168961, 169215}) {
+    EXPECT_EQ(Start(whole_head_, {true, size}, none_), MismatchText(size)) << size;
+  }
+}
+
+TEST_F(Para2InterruptedCache, TheAngleFileIsNeverReadBack) {
+  for (std::size_t size : {0, 1, 77, 78, 79}) {
+    EXPECT_EQ(Start(whole_head_, whole_main_, {true, size}), "local_cache") << size;
+  }
+  EXPECT_EQ(Start(whole_head_, whole_main_, none_), "local_cache");
+}
+
+TEST_F(Para2InterruptedCache, DirectoriesInPlaceOfTheFilesEndTheStart) {
+  fs::create_directories(ParaReadHeadBinPath(kId));
+  fs::create_directories(ParaReadMainBinPath(kId));
+  Para2LoadOptions options;
+  options.host = "127.0.0.1";
+  options.port = service_.port();
+  EXPECT_EQ(ThrownText([&] { LoadPara2Calib(options); }),
+            "cannot stat data/QNDR_003/para_read/QNDR_003_head.bin");
+}
+
+// A directory named on the command line.
+class Para2CaliPath : public Para2Files {
+ protected:
+  // Writes the sample's two files into `dir` under the name `id`.
+  void Put(const fs::path& dir, const std::string& id) {
+    WriteFile(dir / (id + "_head.bin"), sample_.head);
+    WriteFile(dir / (id + "_para2.bin"), sample_.main);
+  }
+  static std::string Error(const std::string& path) {
+    return ThrownText([&] { ValidateCaliPath(path); });
+  }
+  // "<dir> <id>".
+  static std::string Resolved(const std::string& path) {
+    std::string dir;
+    std::string id;
+    ResolveCaliPath(path, dir, id);
+    return dir + " " + id;
+  }
+
+  SamplePara2 sample_ = MakeSample("IN_THE_HEAD");
+};
+
+TEST_F(Para2CaliPath, ThreeShapesOfDirectoryLeadToTheFiles) {
+  Put("x/QNDR_003/para_read", "QNDR_003");
+  Put("y/PLAIN", "PLAIN");
+  EXPECT_EQ(Resolved("x/QNDR_003/para_read"), "x/QNDR_003/para_read/ QNDR_003");
+  EXPECT_EQ(Resolved("x/QNDR_003"), "x/QNDR_003/para_read/ QNDR_003");
+  EXPECT_EQ(Resolved("y/PLAIN"), "y/PLAIN/ PLAIN");
+}
+
+TEST_F(Para2CaliPath, AbsoluteAndRelativeSpellingsAreTheSame) {
+  Put("x/QNDR_003/para_read", "QNDR_003");
+  const std::string root = directory_.path().string();
+  const std::string want = root + "/x/QNDR_003/para_read/ QNDR_003";
+  for (const std::string tail :
+       {"/x/QNDR_003", "/x/QNDR_003/", "/x/QNDR_003///", "/x/QNDR_003\\", "/x/QNDR_003/\\/",
+        "/x/QNDR_003/para_read", "/x/QNDR_003/para_read/", "/x/./QNDR_003/.", "/x/y/../QNDR_003",
+        "//x//QNDR_003/para_read/."}) {
+    EXPECT_EQ(Resolved(root + tail), want) << tail;
+  }
+  EXPECT_EQ(Resolved("./x/../x/QNDR_003"), "x/QNDR_003/para_read/ QNDR_003");
+}
+
+TEST_F(Para2CaliPath, LoadsWithTheIdOfThePathAndWithoutTheSensor) {
+  Put("QNDR_003", "QNDR_003");
+  Para2LoadOptions options;
+  options.host = "127.0.0.1";
+  options.port = ClosedPort();
+  options.force_read_from_lidar = true;  // overridden by the path
+  options.cali_path = "QNDR_003/";
+  const Para2LidarCalib calib = LoadPara2Calib(options);
+  EXPECT_EQ(calib.source, Para2CalibSource::kLocalCache);
+  EXPECT_EQ(calib.lidar_id, "QNDR_003");
+  EXPECT_EQ(calib.dist_offset[1], static_cast<float>(sample_.main[1]) + 1032.0F);
+  EXPECT_FALSE(fs::exists("data"));
+}
+
+TEST_F(Para2CaliPath, TheChecksumsCountHereToo) {
+  sample_.main[0] ^= 1;
+  Put("QNDR_003", "QNDR_003");
+  Para2LoadOptions options;
+  options.cali_path = "QNDR_003";
+  EXPECT_TRUE(ThrownText([&] {
+                LoadPara2Calib(options);
+              }).starts_with("para2 head checksum verify failed (para2_crc stored="));
+}
+
+TEST_F(Para2CaliPath, TheIdInTheHeadIsOnlyCheckedForBeingThere) {
+  sample_ = MakeSample("../up");  // goes into no path
+  Put("QNDR_003", "QNDR_003");
+  Para2LoadOptions options;
+  options.cali_path = "QNDR_003";
+  EXPECT_EQ(LoadPara2Calib(options).lidar_id, "QNDR_003");
+}
+
+TEST_F(Para2CaliPath, AnEmptyPathIsRefused) { EXPECT_EQ(Error(""), "cali_path is empty"); }
+
+TEST_F(Para2CaliPath, WhatIsNoDirectoryIsRefusedAsItWasPassed) {
+  WriteFile("file", {1});
+  for (const std::string path : {"nowhere/", "file", "file/", ".", "./", "x/..", "\\\\"}) {
+    EXPECT_EQ(Error(path), "cali_path is not a valid directory: " + path);
+  }
+  const std::string too_long(5000, 'a');
+  EXPECT_EQ(Error(too_long), "cali_path is not a valid directory: " + too_long);
+}
+
+TEST_F(Para2CaliPath, APathWithoutANameGivesNoId) {
+  fs::create_directories("deep/para_read");
+  fs::create_directory("para_read");
+  for (const std::string path : {"/", "..", "../", "para_read", "./para_read/", "../.."}) {
+    EXPECT_EQ(Error(path), "cannot derive lidar_id from cali_path: " + path);
+  }
+  fs::current_path("deep");
+  fs::create_directory("empty");
+  fs::current_path("empty");
+  EXPECT_EQ(Error("../para_read"), "cannot derive lidar_id from cali_path: ../para_read");
+  fs::current_path(directory_.path());
+}
+
+TEST_F(Para2CaliPath, AMissingFileIsNamed) {
+  Put("QNDR_003/para_read", "QNDR_003");
+  fs::remove("QNDR_003/para_read/QNDR_003_para2.bin");
+  EXPECT_EQ(Error("QNDR_003"),
+            "cali_path missing para2 bin: QNDR_003/para_read/QNDR_003_para2.bin");
+  fs::remove("QNDR_003/para_read/QNDR_003_head.bin");
+  EXPECT_EQ(Error("QNDR_003"), "cali_path missing head bin: QNDR_003/para_read/QNDR_003_head.bin");
+}
+
+TEST_F(Para2CaliPath, AParaReadFolderWinsOverFilesBesideIt) {
+  Put("QNDR_003", "QNDR_003");
+  fs::create_directory("QNDR_003/para_read");
+  EXPECT_EQ(Error("QNDR_003"), "cali_path missing head bin: QNDR_003/para_read/QNDR_003_head.bin");
+}
+
+TEST_F(Para2CaliPath, AParaReadFileIsNoFolder) {
+  Put("QNDR_003", "QNDR_003");
+  WriteFile("QNDR_003/para_read", {1});
+  EXPECT_EQ(Resolved("QNDR_003"), "QNDR_003/ QNDR_003");
+}
+
+TEST_F(Para2CaliPath, FoldersAreNoFilesButLinksAreFollowed) {
+  Put("real", "real");
+  fs::create_directories("QNDR_003/QNDR_003_head.bin");
+  EXPECT_EQ(Error("QNDR_003"), "cali_path missing head bin: QNDR_003/QNDR_003_head.bin");
+  fs::remove("QNDR_003/QNDR_003_head.bin");
+  fs::create_symlink(fs::absolute("real/real_head.bin"), "QNDR_003/QNDR_003_head.bin");
+  fs::create_symlink(fs::absolute("real/real_para2.bin"), "QNDR_003/QNDR_003_para2.bin");
+  EXPECT_NO_THROW(ValidateCaliPath("QNDR_003"));
+  fs::create_directory_symlink("QNDR_003", "LINK");
+  EXPECT_EQ(Error("LINK"), "cali_path missing head bin: LINK/LINK_head.bin");
+}
+
+TEST_F(Para2CaliPath, TheDirectoryStartStandsInForTheCacheAfterAnOnlineStart) {
+  const SamplePara2 sample = MakeSample(kId);
+  CommandService service(ServiceContent{sample.head, sample.main});
+  Para2LoadOptions options;
+  options.host = "127.0.0.1";
+  options.port = service.port();
+  LoadPara2Calib(options);
+  options.cali_path = "data/QNDR_003";
+  EXPECT_EQ(LoadPara2Calib(options).lidar_id, kId);
+  EXPECT_EQ(service.accepted_connections(), 2);
+}
+
+}  // namespace
+}  // namespace kerul::lidar
