@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <string>
 
 #include "bloom_frame.h"
+#include "point_bits.h"
 
 namespace kerul::lidar {
 namespace {
@@ -641,7 +641,7 @@ TEST(BloomSuppressionOnAnything, NothingIsOverrunAndTheTraceChangesNothing) {
       for (std::size_t r = 0; r < plain.points.size(); ++r) {
         for (std::size_t c = 0; c < plain.points[r].size(); ++c) {
           marked += plain.points[r][c].echoes[0].highReflBlooming ? 1 : 0;
-          ASSERT_EQ(std::memcmp(&plain.points[r][c], &traced.points[r][c], sizeof(LidarPoint)), 0);
+          ASSERT_TRUE(SameBits(plain.points[r][c], traced.points[r][c]));
         }
       }
     }
