@@ -1,0 +1,88 @@
+#include "frame_export_info/frame_export_info.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <ostream>
+
+#include "calibration/angle_calib.h"
+#include "frame_export_info/export_file_reader.h"
+#include "frame_export_info/export_picture.h"
+#include "frame_export_info/export_points.h"
+#include "frame_export_info/export_summary.h"
+#include "frame_export_info/png_file.h"
+#include "frame_export_info/point_files.h"
+
+namespace kerul::lidar {
+namespace {
+
+// Which file a failure is about, and why.
+struct Failure {
+  std::string path;
+  std::string reason;
+};
+
+bool LoadDirections(const std::string& path, AngleCalibGrid& grid, std::string& error) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    error = std::string("cannot open: ") + std::strerror(errno);
+    return false;
+  }
+  std::array<char, kAngleRecordBytes> bytes{};
+  file.read(bytes.data(), bytes.size());
+  return load_angle_calib_from_dat_bytes(reinterpret_cast<const std::uint8_t*>(bytes.data()),
+                                         static_cast<std::size_t>(file.gcount()), grid, &error);
+}
+
+bool WritePointFiles(const FrameExportInfoOptions& options, const ExportFile& file,
+                     std::ostream& out, Failure& failure) {
+  if (options.pcd.empty() && options.ply.empty()) return true;
+  failure.path = options.calib;
+  AngleCalibGrid grid;
+  ExportPoints points;
+  if (!LoadDirections(options.calib, grid, failure.reason)) return false;
+  if (!MakePoints(file, grid, points, failure.reason)) return false;
+  out << "points:            " << points.points.size() << ", left out " << points.left_out << '\n';
+  failure.path = options.pcd;
+  if (!options.pcd.empty() && !WritePcd(options.pcd, points.points, failure.reason)) return false;
+  failure.path = options.ply;
+  return options.ply.empty() || WritePly(options.ply, points.points, failure.reason);
+}
+
+bool WritePicture(const std::string& path, const ExportFile& file, const ExportSummary& summary,
+                  Failure& failure) {
+  failure.path = path;
+  ExportPicture picture;
+  return DrawExport(file, summary, picture, failure.reason) &&
+         WritePng(path, picture.width, picture.height, picture.rgb, &failure.reason);
+}
+
+bool Run(const FrameExportInfoOptions& options, std::ostream& out, Failure& failure) {
+  failure.path = options.file;
+  ExportFile file;
+  if (!ReadExportFile(options.file, file, failure.reason)) return false;
+  const ExportSummary summary = Summarize(file);
+  PrintSummary(options.file, file, summary, out);
+  failure.path = options.csv;
+  if (!options.csv.empty() && !WriteCsv(options.csv, file.records, failure.reason)) return false;
+  if (!options.png.empty() && !WritePicture(options.png, file, summary, failure)) return false;
+  return WritePointFiles(options, file, out, failure);
+}
+
+}  // namespace
+
+int RunFrameExportInfo(const FrameExportInfoOptions& options, std::ostream& out,
+                       std::ostream& err) {
+  if (options.calib.empty() && !(options.pcd.empty() && options.ply.empty())) {
+    err << "frame_export_info: PCD and PLY need the sensor's directions: give its 78-byte angle "
+           "record with --calib (an export file holds ranges by pixel; --csv works without)\n";
+    return 1;
+  }
+  Failure failure;
+  if (Run(options, out, failure)) return 0;
+  err << "frame_export_info: " << failure.path << ": " << failure.reason << '\n';
+  return 1;
+}
+
+}  // namespace kerul::lidar

@@ -1,0 +1,27 @@
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "frame_export_info/frame_export_info.h"
+
+int main(int argc, char** argv) {
+  kerul::lidar::FrameExportInfoOptions options;
+  CLI::App app{
+      "Shows a frame export file of the node and converts it. PCD and PLY points are in the "
+      "sensor's own axes, metres, x along the optical axis."};
+  app.add_option("file", options.file, "The export file")->required();
+  app.add_option("--calib", options.calib,
+                 "Angle record of the sensor (78 bytes, Lidar-<id>_angle_calib.dat), for --pcd "
+                 "and --ply");
+  app.add_option("--csv", options.csv, "Write row, column, range and reflectivity as text");
+  app.add_option("--pcd", options.pcd, "Write points as binary PCD");
+  app.add_option("--ply", options.ply, "Write points as binary PLY");
+  app.add_option("--png", options.png, "Draw range (left) and reflectivity (right)");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return kerul::lidar::RunFrameExportInfo(options, std::cout, std::cerr);
+  } catch (const std::exception& failure) {
+    std::cerr << "frame_export_info: " << failure.what() << '\n';
+    return 1;
+  }
+}

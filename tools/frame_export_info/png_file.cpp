@@ -1,0 +1,29 @@
+#include "frame_export_info/png_file.h"
+
+#include <png.h>
+
+#include <cstddef>
+
+namespace kerul::lidar {
+
+bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
+              std::string* error) {
+  const auto fail = [&](const std::string& reason) {
+    if (error != nullptr) *error = reason;
+    return false;
+  };
+  if (width < 1 || height < 1) return fail("a picture needs a pixel");
+  if (rgb.size() !=
+      std::size_t{3} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
+    return fail("the picture's size does not fit its pixels");
+  }
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  image.width = static_cast<png_uint_32>(width);
+  image.height = static_cast<png_uint_32>(height);
+  image.format = PNG_FORMAT_RGB;
+  if (png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), 0, nullptr) != 0) return true;
+  return fail(std::string("cannot write: ") + image.message);
+}
+
+}  // namespace kerul::lidar

@@ -1,0 +1,15 @@
+// Writes pictures.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kerul::lidar {
+
+// Eight bits a channel, 3 * width * height bytes, rows from the top. False, with the reason in
+// *error when error is not null, when the file cannot be written or the sizes do not fit.
+bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
+              std::string* error);
+
+}  // namespace kerul::lidar
