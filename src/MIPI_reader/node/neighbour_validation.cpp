@@ -135,8 +135,8 @@ int RequiredSupport(float peak_ratio) noexcept {
 
 int CountSupport(const Surroundings& around, float d, float gate) noexcept {
   int support = 0;
-  for (std::size_t i = 0; i < kNeighbours; ++i) {
-    if (around.dist[i] > 0.0F && std::fabs(around.dist[i] - d) < gate) ++support;
+  for (const float dist : around.dist) {
+    if (dist > 0.0F && std::fabs(dist - d) < gate) ++support;
   }
   return support;
 }

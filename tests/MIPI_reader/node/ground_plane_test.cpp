@@ -103,6 +103,27 @@ TEST(GroundPlane, FindsAnUprightWall) {
   EXPECT_NEAR(std::fabs(plane.d), 16.0F / std::sqrt(65.0F), 1e-3F);
 }
 
+TEST(GroundPlane, TheNormalIsTurnedTwentyTimesAndNoMore) {
+  // Points on three axes at right angles, u = (1, 0, 1), v = (-1, 0, 1) and y, with nearly the same
+  // spread along u and v. The start (0, 0, 1) holds equal parts of both, and each step weakens the
+  // part along u by the ratio of the spreads.
+  const float half_u = 1.0F;
+  const float half_v = 0.95F;
+  const std::vector<Point3f> points = {{half_u, 0, half_u},
+                                       {-half_u, 0, -half_u},
+                                       {-half_v, 0, half_v},
+                                       {half_v, 0, -half_v},
+                                       {0, 8, 0},
+                                       {0, -8, 0}};
+  const double spread_u = 2.0 * 2.0 * 1.0 * 1.0 / 6.0 + 1e-6;
+  const double spread_v = 2.0 * 2.0 * 0.95 * 0.95 / 6.0 + 1e-6;
+  const double left = std::pow(spread_v / spread_u, 20);  // 0.13; a step more or less is 10 %
+  const GroundPlane plane = FitPlaneFromPoints(points);
+  // 20 steps of single precision: five digits are certain.
+  EXPECT_NEAR(static_cast<double>(plane.a / plane.c), (left - 1.0) / (left + 1.0), 1e-5);
+  EXPECT_EQ(plane.b, 0.0F);
+}
+
 TEST(GroundPlane, IdenticalPointsGiveTheHorizontalPlaneThroughThem) {
   const std::vector<Point3f> points(6, {1.5F, -2.5F, 0.75F});
   // 6 times these sums times 1 / 6 is exact to one rounding at most.
