@@ -137,20 +137,17 @@ TEST(GroundPlane, IdenticalPointsGiveTheHorizontalPlaneThroughThem) {
 }
 
 TEST(GroundPlane, ATinyCloudIsHorizontalWhateverItsShape) {
-  // A wall 2 mm high and wide: determinant near (2e-6)^2 * 1e-6 = 4e-18.
-  std::vector<Point3f> points = {{3.0F, 0.001F, 0.001F},
-                                 {3.0F, 0.001F, -0.001F},
-                                 {3.0F, -0.001F, 0.001F},
-                                 {3.0F, -0.001F, -0.001F}};
-  ExpectSamePlane(FitPlaneFromPoints(points), {0.0F, 0.0F, 1.0F, 0.0F, true});
-  // The same wall 2 m high and wide is seen as it is: normal along x, up to the small lift.
-  for (Point3f& point : points) {
-    point.y *= 1000.0F;
-    point.z *= 1000.0F;
-  }
-  points[0].x += 0.125F;
-  points[1].x -= 0.125F;
-  EXPECT_LT(std::fabs(FitPlaneFromPoints(points).c), 0.5F);
+  // A slope of 45 degrees, 2 mm long and wide: the determinant is near 6e-18.
+  const auto slope = [](float half) -> std::vector<Point3f> {
+    return {{half, half, half}, {-half, half, half}, {half, -half, -half}, {-half, -half, -half}};
+  };
+  ExpectSamePlane(FitPlaneFromPoints(slope(0.001F)), {0.0F, 0.0F, 1.0F, 0.0F, true});
+  // The same slope 2 m long is seen as it is.
+  const GroundPlane large = FitPlaneFromPoints(slope(1.0F));
+  const float side = std::sqrt(0.5F);
+  EXPECT_NEAR(large.a, 0.0F, 1e-4F);
+  EXPECT_NEAR(std::fabs(large.b), side, 1e-4F);
+  EXPECT_NEAR(std::fabs(large.c), side, 1e-4F);
 }
 
 TEST(GroundPlane, PointsThatFitWorstAreLeftOutOfTheSecondFit) {
