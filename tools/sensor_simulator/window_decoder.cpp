@@ -112,7 +112,8 @@ void Measure(const DecodeInput& input, const SensorTables& tables, const Sums& s
   double level = std::max(3.0 * std::sqrt(baseline), top / 5.0);
   Edges edges = FindEdges(sums, level);
   pulse.width = edges.right - edges.left;
-  pulse.high = input.always_high || pulse.width > Entry(tables.gate_width, index) + 0.1;
+  const bool wide = pulse.width > Entry(tables.gate_width, index) + 0.1;
+  pulse.high = input.rule == WidthRule::kByWidth ? wide : input.rule == WidthRule::kAlwaysHigh;
   if (pulse.high) {
     level = std::max(3.0 * std::sqrt(baseline), 2.0 * top / 3.0);
     edges = FindEdges(sums, level);

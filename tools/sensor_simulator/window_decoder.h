@@ -14,12 +14,15 @@ namespace kerul::lidar::simulator {
 inline constexpr int kWindow = 17;
 inline constexpr int kWindowCentre = 8;
 
+// Which threshold measures the pulse: the low one, or the high one when the pulse is wide.
+enum class WidthRule : std::uint8_t { kByWidth, kAlwaysLow, kAlwaysHigh };
+
 struct DecodeInput {
   std::array<double, kWindow> samples{};
   double noise = 0.0;  // noise word
   double shots = 160.0;
   int echo = 0;              // the second echo takes no baseline adaptation and no clipping
-  bool always_high = false;  // measure at the high threshold whatever the width is
+  WidthRule rule = WidthRule::kByWidth;  // other than by width: for calibration
 };
 
 struct DecodedPulse {
