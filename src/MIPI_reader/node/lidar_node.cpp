@@ -1,0 +1,166 @@
+// Bring-up, teardown and logging of the node.
+#include "MIPI_reader/node/lidar_node.h"
+
+#include <iostream>
+#include <stdexcept>
+
+#include "source/pcap_source.h"
+
+using kerul::lidar::DefaultConfig;
+using kerul::lidar::LidarFrame;
+using kerul::lidar::PcapSource;
+using kerul::lidar::ShmUdpWriter;
+using kerul::lidar::SocketSource;
+using kerul::lidar::TransformParam;
+
+std::vector<std::shared_ptr<LidarNode>> nodes;
+
+namespace {
+
+constexpr std::uint32_t kDataFromSocket = 1;
+constexpr std::uint32_t kDataFromPcap = 2;
+
+kerul::lidar::GroundSettings MakeGroundSettings(const DefaultConfig& config) {
+  kerul::lidar::GroundSettings settings;
+  settings.vert_seed_enable = config.ground_vert_seed_enable;
+  settings.plane_enable = config.ground_plane_enable;
+  settings.smooth_enable = config.ground_smooth_enable;
+  settings.vert_span_ratio = config.ground_vert_span_ratio;
+  settings.vert_span_max = config.ground_vert_span_max;
+  settings.mean_diff_ratio = config.ground_mean_diff_ratio;
+  settings.mean_diff_max = config.ground_mean_diff_max;
+  settings.max_diff_ratio = config.ground_max_diff_ratio;
+  settings.max_diff_max = config.ground_max_diff_max;
+  settings.min_dist = config.ground_min_dist;
+  settings.plane_min_points = config.ground_plane_min_points;
+  settings.plane_keep_ratio = config.ground_plane_keep_ratio;
+  settings.plane_inlier_m = config.ground_plane_inlier_m;
+  settings.plane_pull = config.ground_plane_pull;
+  settings.plane_pull_full_m = config.ground_plane_pull_full_m;
+  settings.plane_pull_zero_m = config.ground_plane_pull_zero_m;
+  settings.plane_col_step = config.ground_plane_col_step;
+  settings.plane_max_points = config.ground_plane_max_points;
+  return settings;
+}
+
+}  // namespace
+
+LidarNode::LidarNode(const std::string& name, const DefaultConfig& config,
+                     const std::string& cali_path)
+    : name_(name), config_(std::make_shared<const DefaultConfig>(config)) {
+  CheckConfig();
+  MakeParser();
+  OpenSource();
+  OpenOutput();
+  angle_grid_ = {};
+  AssembleCalibration(cali_path);
+  ground_settings_ = MakeGroundSettings(*config_);
+  color_map_ = std::make_shared<ColorMap>();
+  transform_ = std::make_shared<TransformParam>(config_->transform);
+  ComputeRotation(*transform_);
+  AllocateFrames();
+  echo_plan_ = kerul::lidar::MakeEchoOutputPlan(config_->echo_num, config_->echo_output_code);
+  running_ = true;
+  thread_ = std::make_unique<std::thread>(&LidarNode::Run, this);
+}
+
+LidarNode::~LidarNode() {
+  // The order in which the closing lines of the sources are printed.
+  source_.reset();
+  udp_output_.reset();
+  shm_writer_.reset();
+}
+
+void LidarNode::JoinWorker() {
+  if (!thread_) return;
+  thread_->join();
+  thread_.reset();
+}
+
+void LidarNode::CheckConfig() const {
+  if (config_->module_type != 1) {
+    throw std::runtime_error("module_type do not supported: " +
+                             std::to_string(config_->module_type));
+  }
+  if (config_->data_source != kDataFromSocket && config_->data_source != kDataFromPcap) {
+    throw std::runtime_error("data_source do not supported: " +
+                             std::to_string(config_->data_source));
+  }
+  if (config_->echo_num > kerul::lidar::kEchoSlots) {
+    throw std::runtime_error("echo_num do not supported: " + std::to_string(config_->echo_num));
+  }
+}
+
+void LidarNode::MakeParser() {
+  parser_ = std::make_shared<LidarParserQDV11>();
+  const DefaultConfig::Debug& debug = config_->debug;
+  parser_->echo_metrics_debug = debug.if_debug;
+  parser_->debug_row = debug.row;
+  parser_->debug_col = debug.col;
+  parser_->debug_echo = debug.echo;
+  parser_->packet_debug = debug.packet_debug;
+  parser_->cogw_high_mode = config_->cogw_high_mode;
+  parser_->clip_side_peaks = config_->clip_side_peaks;
+  parser_->baseline_samples = config_->baseline_samples > 0 ? config_->baseline_samples : 1;
+  parser_->baseline_rise_gate =
+      config_->baseline_rise_gate < 0.0F ? 0.0F : config_->baseline_rise_gate;
+  parser_->baseline_rise_limit =
+      config_->baseline_rise_limit < 0.0F ? 0.0F : config_->baseline_rise_limit;
+  parser_->keep_bins = config_->frame_output_enable;
+  if (debug.if_debug) {
+    Log("] debug.if_debug=true (pixel echo debug) row=" + std::to_string(debug.row) +
+        " col=" + std::to_string(debug.col) + " echo=" + std::to_string(debug.echo));
+  }
+  if (debug.packet_debug) Log("] debug.packet_debug=true (packet command-line logging)");
+}
+
+void LidarNode::OpenSource() {
+  if (config_->data_source == kDataFromPcap) {
+    if (config_->pcap_path.empty()) {
+      throw std::runtime_error("DATA_FROM_PCAP requires non-empty pcap_path in embedded config");
+    }
+    source_ = std::make_unique<PcapSource>(config_->pcap_path);
+    if (!source_->Open()) throw std::runtime_error("Fail to open pcap: " + config_->pcap_path);
+    Log("] pcap=" + config_->pcap_path);
+    return;
+  }
+  source_ = std::make_unique<SocketSource>(config_->recv_port, config_->recv_ip);
+  // A socket that does not open is tried again at every Receive.
+  source_->Open();
+  Log("] recv=" + config_->recv_ip + ":" + std::to_string(config_->recv_port));
+}
+
+void LidarNode::OpenOutput() {
+  if (config_->udp_output) {
+    udp_output_ = std::make_unique<SocketSource>(config_->udp_dest_port, config_->recv_ip);
+    udp_output_->Open();
+    udp_output_->SetClientIp(config_->udp_dest_ip);
+    Log("] output=UDP " + config_->udp_dest_ip + ":" + std::to_string(config_->udp_dest_port));
+    return;
+  }
+  shm_writer_ = std::make_unique<ShmUdpWriter>(config_->shm_name.c_str(), config_->shm_size);
+  if (!shm_writer_->Open()) {
+    throw std::runtime_error("ShmUdpWriter::Open failed: " + config_->shm_name);
+  }
+  Log("] output=SHM name=" + config_->shm_name + " size=" + std::to_string(config_->shm_size));
+}
+
+void LidarNode::AllocateFrames() {
+  const int height = parser_->Height();
+  const int width = parser_->Width();
+  frame_ = std::make_shared<LidarFrame>(height, width, config_->echo_num);
+  upsampled_frame_ = std::make_shared<LidarFrame>(height * 2, width * 2, config_->echo_num);
+  stale_pixels_ = kerul::lidar::StalePixels(height, width);
+  packets_per_mrow_ = parser_->col_groups * 4;
+  miniflash_rows_ = parser_->miniflash_rows;
+  ResetMrowProgress();
+  const auto pixels = static_cast<std::size_t>(height * width);
+  cur_dist_map_.assign(pixels, 0.0F);
+  prev_dist_map_.assign(pixels, 0.0F);
+  prev_dist_map_valid_ = false;
+}
+
+void LidarNode::Log(std::string_view text, std::string_view color) const {
+  std::cout << color << "[LidarNode][" << name_ << text << (color.empty() ? "" : "\033[0m")
+            << std::endl;
+}

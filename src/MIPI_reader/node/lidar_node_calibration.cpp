@@ -1,0 +1,302 @@
+// Calibration assembly: the sensor's own data or the compiled-in tables become the objects that the
+// per-packet steps and the row passes work with.
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include "MIPI_reader/node/lidar_node.h"
+#include "calibration/para2_lidar_calib.h"
+#include "calibration/para2_loading.h"
+
+using kerul::lidar::AngleCalibGrid;
+using kerul::lidar::BloomSuppressCalib;
+using kerul::lidar::DefaultTables;
+using kerul::lidar::Para2CalibSource;
+using kerul::lidar::Para2LidarCalib;
+using kerul::lidar::Para2LoadOptions;
+
+namespace {
+
+constexpr std::string_view kGreen = "\033[32m";
+constexpr std::string_view kYellow = "\033[33m";
+constexpr std::string_view kRed = "\033[31m";
+
+constexpr std::size_t kCoghEfficiantEntries = 600;
+constexpr std::size_t kRetroFilterEntries = 31;
+constexpr std::string_view kFromTables = "default_tables";
+constexpr std::string_view kFromTablesBesideSensor = "para2/default_tables";
+
+std::string GridShape(const AngleCalibGrid& grid) {
+  return "shape=3x" + std::to_string(grid.rows) + "x" + std::to_string(grid.cols) + ")";
+}
+
+Para2LoadOptions MakeLoadOptions(const kerul::lidar::DefaultConfig& config,
+                                 const std::string& cali_path) {
+  Para2LoadOptions options;
+  options.host = config.lidar_ip;
+  options.port = config.rcx_port;
+  options.iic_device = static_cast<std::uint8_t>(config.iic_device);
+  options.tile_pixels = config.tile_pixels;
+  options.tile_columns = config.tile_columns;
+  options.force_read_from_lidar = config.force_read_from_lidar;
+  options.cali_path = cali_path;
+  return options;
+}
+
+}  // namespace
+
+void LidarNode::AssembleCalibration(const std::string& cali_path) {
+  if (config_->para2_enable) {
+    LoadCalibFromSensor(cali_path);
+  } else {
+    LoadAnglesFromTables();
+    if (config_->calib_enable) LoadCalibFromTables();
+  }
+  AssembleCommonTables();
+}
+
+void LidarNode::LoadAnglesFromTables() {
+  const std::vector<std::uint8_t>& angle_dat = config_->tables.angle_dat;
+  if (!angle_dat.empty()) {
+    std::string error;
+    if (load_angle_calib_from_dat_bytes(angle_dat.data(), angle_dat.size(), angle_grid_, &error)) {
+      Log("] angle calib load succssed (default_tables, " + GridShape(angle_grid_), kGreen);
+    } else {
+      angle_grid_ = {};
+      Log("] angle calib load failed (default_tables): " + error, kRed);
+    }
+  }
+  parser_->angle_grid = angle_grid_;
+}
+
+void LidarNode::LoadCalibFromTables() {
+  const DefaultTables& tables = config_->tables;
+  const std::vector<float> cogh_efficiant = TakeOptionalTable(
+      tables.cogh_efficiant, kCoghEfficiantEntries, "cogh_efficiant", kFromTables);
+  const std::vector<float> retro_filter =
+      TakeOptionalTable(tables.retro_filter, kRetroFilterEntries, "retro_filter", kFromTables);
+  BuildHighReflCheck();
+  const std::string origin{kFromTables};
+  BuildDistCalib(tables.dist_curve, tables.dist_offset, tables.dist_curve_high, origin);
+  BuildRetroCalib(tables.retro_curve, tables.retro_scale, cogh_efficiant, retro_filter, origin);
+}
+
+void LidarNode::LoadCalibFromSensor(const std::string& cali_path) {
+  std::string label;
+  const Para2LidarCalib para2 = LoadPara2(cali_path, label);
+  LoadAnglesFromSensor(para2, label);
+  if (!config_->calib_enable) return;
+
+  const DefaultTables& tables = config_->tables;
+  const std::vector<float> cogh_efficiant = TakeOptionalTable(
+      tables.cogh_efficiant, kCoghEfficiantEntries, "cogh_efficiant", kFromTablesBesideSensor);
+  const std::vector<float> retro_filter = TakeOptionalTable(
+      tables.retro_filter, kRetroFilterEntries, "retro_filter", kFromTablesBesideSensor);
+  BuildHighReflCheck();
+  const std::string origin = "lidar/bin, source=" + label;
+  BuildDistCalib(para2.dist_curve, para2.dist_offset, para2.dist_curve_high, origin);
+  BuildRetroCalib(para2.retro_curve, para2.retro_scale, cogh_efficiant, retro_filter, origin);
+}
+
+Para2LidarCalib LidarNode::LoadPara2(const std::string& cali_path, std::string& label) {
+  if (cali_path.empty()) {
+    Log("] Loading para2 calibration (RCX head -> cache or full RCX)...", kYellow);
+  } else {
+    Log("] Loading para2 calibration from cali_path=" + cali_path + " (no RCX)...", kYellow);
+  }
+  Para2LoadOptions options = MakeLoadOptions(*config_, cali_path);
+  if (options.force_read_from_lidar) {
+    if (cali_path.empty()) {
+      Log("] para2 force_read_from_lidar: must read head+main from lidar memory", kYellow);
+    } else {
+      Log("] cali_path overrides force_read_from_lidar", kYellow);
+      options.force_read_from_lidar = false;
+    }
+  }
+
+  Para2LidarCalib para2 = LoadPara2Calib(options);
+  label = "bin";
+  if (para2.source == Para2CalibSource::kOnline) {
+    label = "online";
+  } else if (para2.source == Para2CalibSource::kLocalCache) {
+    Log("] para2 loaded from para_read cache (lidar_id=" + para2.lidar_id + ", skip main RCX)",
+        kYellow);
+    label = "local_cache";
+  } else if (para2.source == Para2CalibSource::kFallback) {
+    Log("] para2 online read failed; fallback to para_read (lidar_id=" + para2.lidar_id + ")",
+        kYellow);
+  }
+  Log("] para2 load succeeded (source=" + label + ", lidar_id=" + para2.lidar_id + ", CRC PASS)",
+      kGreen);
+  if (para2.source == Para2CalibSource::kOnline) {
+    Log("] para_read cache saved (" +
+            kerul::lidar::para2_lidar_detail::ParaReadDir(para2.lidar_id) + ")",
+        kGreen);
+  }
+  return para2;
+}
+
+void LidarNode::LoadAnglesFromSensor(const Para2LidarCalib& para2, const std::string& label) {
+  std::string error;
+  const auto* record = reinterpret_cast<const std::uint8_t*>(&para2.angle_record);
+  if (!load_angle_calib_from_dat_bytes(record, sizeof(para2.angle_record), angle_grid_, &error)) {
+    Log("] angle calib from lidar memory failed: " + error, kRed);
+    throw std::runtime_error("angle calib from para2 head failed: " + error);
+  }
+  Log("] angle calib load succssed (" + label + ", " + GridShape(angle_grid_), kGreen);
+  parser_->angle_grid = angle_grid_;
+}
+
+// An empty table is none, without a word; one of the wrong size is reported and left out.
+std::vector<float> LidarNode::TakeOptionalTable(const std::vector<float>& table,
+                                                std::size_t entries, std::string_view table_name,
+                                                std::string_view origin) {
+  if (table.empty()) return {};
+  const bool fits = table.size() == entries;
+  Log("] " + std::string(table_name) + (fits ? " load succssed (" : " load failed (") +
+          std::string(origin) + ")",
+      fits ? kGreen : kRed);
+  return fits ? table : std::vector<float>{};
+}
+
+void LidarNode::BuildHighReflCheck() {
+  if (!config_->high_refl_check.enable) return;
+  high_refl_check_ = std::make_shared<kerul::lidar::HighReflCheck>(config_->high_refl_check);
+  Log("] highrefl check enabled", kGreen);
+}
+
+void LidarNode::BuildDistCalib(const std::vector<float>& curve, const std::vector<float>& offset,
+                               const std::vector<float>& curve_high, const std::string& origin) {
+  try {
+    dist_calib_ = std::make_shared<kerul::lidar::DistCalib>(curve, offset, curve_high);
+  } catch (const std::exception& error) {
+    Log(std::string("] dist calib load failed: ") + error.what(), kRed);
+    throw;
+  }
+  Log("] dist calib load succssed (" + origin + ")", kGreen);
+  if (dist_calib_->has_curve_high) {
+    Log("] dist curve high load succssed (embedded)", kGreen);
+  } else {
+    Log("] dist curve high not configured, high-threshold uses low curve", kYellow);
+  }
+}
+
+void LidarNode::BuildRetroCalib(const std::vector<float>& curve, const std::vector<float>& scale,
+                                const std::vector<float>& cogh_efficiant,
+                                const std::vector<float>& retro_filter, const std::string& origin) {
+  try {
+    retro_calib_ = std::make_shared<kerul::lidar::RetroCalib>(
+        curve, scale, config_->high_refl_check, cogh_efficiant, retro_filter);
+  } catch (const std::exception& error) {
+    Log(std::string("] retro calib load failed: ") + error.what(), kRed);
+    throw;
+  }
+  Log("] retro calib load succssed (" + origin + ")", kGreen);
+}
+
+void LidarNode::AssembleCommonTables() {
+  parser_->shot_times = config_->tables.shot_times;
+  if (parser_->shot_times.empty()) {
+    Log("] shot_times load failed (default_tables empty)", kRed);
+  } else {
+    Log("] shot_times load succssed (default_tables, " +
+            std::to_string(parser_->shot_times.size()) + " entries)",
+        kGreen);
+  }
+  BuildEnvCalib();
+  BuildBloomCalib();
+  BuildCogwFilter();
+  if (config_->shot_noise_enable) Log("] shot_noise enabled", kGreen);
+  BuildHighThresholdMap();
+  TakeDetectThreshold();
+}
+
+void LidarNode::BuildEnvCalib() {
+  const DefaultTables& tables = config_->tables;
+  if (tables.env_cogh.empty() || tables.env_cogh_high.empty()) {
+    Log("] env load failed (default_tables env_cogh empty)", kRed);
+    return;
+  }
+  env_calib_ = std::make_shared<kerul::lidar::EnvCalib>(tables.env_cogh, tables.env_cogh_high,
+                                                        tables.env_cogt, config_->env_bias);
+  Log("] env normal load succssed (default_tables)", kGreen);
+  Log("] env high load succssed (default_tables)", kGreen);
+  if (env_calib_->has_cogt) {
+    std::ostringstream text;
+    text << "] env cogt load succssed (default_tables), bias=" << env_calib_->bias;
+    Log(text.str(), kGreen);
+  } else {
+    Log("] env cogt load failed (default_tables empty), cogt compensation disabled", kRed);
+  }
+}
+
+void LidarNode::BuildBloomCalib() {
+  bloom_calib_ = {};
+  if (!config_->high_ref_blooming) {
+    bloom_calib_.enable = false;
+    Log("] bloom load failed (high_ref_blooming=false)", kRed);
+    return;
+  }
+  BloomSuppressCalib calib = config_->bloom_suppress_calib;
+  const DefaultTables& tables = config_->tables;
+  // Tables that do not fit leave the block's own, without a word.
+  if (tables.psf_same_block.size() == std::size(calib.psf_same_block) &&
+      tables.psf_adjacent_block.size() == std::size(calib.psf_adjacent_block) &&
+      tables.psf_diagonal_block.size() == std::size(calib.psf_diagonal_block)) {
+    std::copy(tables.psf_same_block.begin(), tables.psf_same_block.end(), calib.psf_same_block);
+    std::copy(tables.psf_adjacent_block.begin(), tables.psf_adjacent_block.end(),
+              calib.psf_adjacent_block);
+    std::copy(tables.psf_diagonal_block.begin(), tables.psf_diagonal_block.end(),
+              calib.psf_diagonal_block);
+  }
+  constexpr int kSide = kerul::lidar::kTemplateSide;
+  if (tables.power_template.size() == static_cast<std::size_t>(kSide * kSide)) {
+    for (int i = 0; i < kSide * kSide; ++i) {
+      calib.power_template[i / kSide][i % kSide] =
+          tables.power_template[static_cast<std::size_t>(i)];
+    }
+  }
+  bloom_calib_ = calib;
+  Log("] bloom load succssed (default_tables)", kGreen);
+  Log(std::string("] bloom filter ") + (config_->blooming_filter_enable ? "enabled" : "disabled"),
+      kGreen);
+}
+
+void LidarNode::BuildCogwFilter() {
+  const DefaultTables& tables = config_->tables;
+  if (tables.cogw_a.empty() || tables.cogw_b.empty() || tables.cogw_c.empty()) {
+    Log("] cogw filter load failed (default_tables cogw empty)", kRed);
+    return;
+  }
+  cogw_filter_ =
+      std::make_shared<kerul::lidar::CogwFilter>(tables.cogw_a, tables.cogw_b, tables.cogw_c);
+  parser_->cogw_filter = cogw_filter_;
+  Log("] cogw filter load succssed (default_tables)", kGreen);
+}
+
+void LidarNode::BuildHighThresholdMap() {
+  const DefaultTables& tables = config_->tables;
+  if (tables.high_threshold_cogh_in.empty() || tables.high_threshold_cogh_out.empty()) {
+    high_threshold_map_.reset();
+    Log("] high-threshold map load failed (default_tables empty)", kRed);
+    return;
+  }
+  high_threshold_map_ = std::make_shared<kerul::lidar::HighThresholdMap>(
+      tables.high_threshold_cogh_in, tables.high_threshold_cogh_out);
+  Log("] high-threshold map load succssed (default_tables)", kGreen);
+}
+
+void LidarNode::TakeDetectThreshold() {
+  detect_threshold_bins_ = config_->tables.detect_threshold;
+  parser_->detect_threshold_bins = detect_threshold_bins_;
+  detect_threshold_valid_ = !detect_threshold_bins_.empty();
+  if (detect_threshold_valid_) {
+    Log("] detect threshold load succssed (default_tables, bins=" +
+            std::to_string(detect_threshold_bins_.size()) + ")",
+        kGreen);
+  } else {
+    Log("] detect threshold load failed (default_tables empty)", kRed);
+  }
+}

@@ -1,0 +1,97 @@
+// Frame assembly: calibrated points into the frame, and rows into the pipeline as they complete.
+#include "MIPI_reader/node/echo_merge.h"
+#include "MIPI_reader/node/frame_export.h"
+#include "MIPI_reader/node/frame_upsampling.h"
+#include "MIPI_reader/node/lidar_node.h"
+
+using kerul::lidar::LidarPoint;
+
+void LidarNode::UpdateFrames(int packet_index, std::vector<LidarPoint>& points) {
+  if (config_->calib_enable) CalibratePoints(points);
+  CopyIntoFrame(points);
+
+  const int row = packet_index / packets_per_mrow_;
+  const int packet_of_row = packet_index % packets_per_mrow_;
+  // Wild packet fields can point behind the tables: such a packet has no place in the schedule.
+  if (packet_index < 0 || row >= miniflash_rows_) return;
+  std::vector<bool>& seen = mrow_packet_seen_[static_cast<std::size_t>(row)];
+  if (seen[static_cast<std::size_t>(packet_of_row)]) return;
+  seen[static_cast<std::size_t>(packet_of_row)] = true;
+  const int count = ++mrow_packet_count_[static_cast<std::size_t>(row)];
+
+  if (count >= packets_per_mrow_) {
+    AdvanceRows(row);
+  } else if (row - 1 > next_mrow_) {
+    AdvanceRows(row - 1);
+  }
+}
+
+void LidarNode::CalibratePoints(std::vector<LidarPoint>& points) {
+  if (env_calib_) CompensateEnvironment(*env_calib_, points);
+  if (dist_calib_) CalibrateRange(*dist_calib_, points);
+  if (high_threshold_map_) MapHighThresholdHeights(*high_threshold_map_, points);
+  if (high_refl_check_ && high_refl_check_->enable)
+    CheckHighReflectivity(*high_refl_check_, points);
+  if (retro_calib_) retro_calib_->calib_points(points);
+}
+
+void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
+  for (const LidarPoint& point : points) {
+    if (point.row < 0 || point.row >= frame_->height || point.col < 0 ||
+        point.col >= frame_->width) {
+      continue;
+    }
+    frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)] =
+        point;
+    stale_pixels_.MarkFresh(point.row, point.col);
+  }
+}
+
+// Runs the rows before `target_row`; the last row of the frame runs itself too. A late row that
+// completes after the schedule has passed it moves the schedule back to it, deliberately.
+void LidarNode::AdvanceRows(int target_row) {
+  const int last_row = miniflash_rows_ - 1;
+  if (target_row > 0) {
+    for (int row = next_mrow_; row < target_row; ++row) ProcessMiniflashRow(row);
+    next_mrow_ = target_row;
+  }
+  if (target_row != last_row) return;
+  for (int row = next_mrow_; row <= target_row; ++row) ProcessMiniflashRow(row);
+  next_mrow_ = 0;
+}
+
+void LidarNode::SettleFrame() noexcept { stale_pixels_.ResetRows(*frame_, 0, frame_->height); }
+
+void LidarNode::UpsampleAndExport() {
+  SettleFrame();
+  if (frame_ && upsampled_frame_ && UpsampleFrame(*frame_, *upsampled_frame_)) {
+    upsampled_frame_written_ = true;
+  }
+  if (!config_->export_dir.empty()) ExportFrameFile();
+}
+
+void LidarNode::ExportFrameFile() {
+  const bool doubled = kerul::lidar::ExportModeCode(config_->export_mode) == 2;
+  const std::shared_ptr<kerul::lidar::LidarFrame>& frame = doubled ? upsampled_frame_ : frame_;
+  if (!frame) return;
+  ExportFrame(*frame, {.export_dir = config_->export_dir,
+                       .node_name = name_,
+                       .export_mode = config_->export_mode,
+                       .sequence = export_file_seq_++});
+}
+
+LidarPoint LidarNode::mergeLidarPointEchoConvolveImpl(const LidarPoint* const* points,
+                                                      int count) const {
+  return kerul::lidar::MergePoints(points, count);
+}
+
+std::uint64_t LidarNode::PickAndMergeEchoFour_(const LidarPoint* const* points, int echo,
+                                               std::uint16_t* out) const {
+  return kerul::lidar::PickAndMergeFour(points, echo, out);
+}
+
+int LidarNode::MergeEchoHistogramsAxisAccum_(const std::uint16_t* const* windows,
+                                             const int* addresses, int count,
+                                             std::uint16_t* out) const {
+  return kerul::lidar::MergeWindowsOnAxis(windows, addresses, count, out);
+}

@@ -1,0 +1,175 @@
+// The packet loop: one datagram at a time, from the source to the frame.
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <stdexcept>
+
+#include "MIPI_reader/node/lidar_node.h"
+#include "source/pcap_source.h"
+
+using kerul::lidar::LidarPoint;
+using kerul::lidar::PcapSource;
+using kerul::lidar::Source;
+using kerul::lidar::UdpPacket;
+using std::chrono::system_clock;
+
+namespace {
+
+constexpr int kReceiveTries = 10;
+constexpr int kReplayTries = 20000;
+constexpr int kReceiveTimeoutUs = 1000;
+constexpr auto kRetryPause = std::chrono::microseconds(100);
+constexpr auto kReplayFramePause = std::chrono::milliseconds(50);
+constexpr std::size_t kPointsReserved = 32;
+// A frame counter that falls by more than this has wrapped; a smaller fall is a straggler.
+constexpr int kWrapGap = 200;
+constexpr int kSmallestCaptureDatagram = 11;
+
+// A capture may hold anything; the sensor's datagrams begin with this magic.
+bool IsSensorDatagram(const UdpPacket& packet, int length) {
+  return length >= kSmallestCaptureDatagram && packet.buffer[0] == 0xEE && packet.buffer[1] == 0xFF;
+}
+
+struct ReceiveResult {
+  bool taken = false;
+  int length = 0;  // of the last try
+};
+
+// Tries until a datagram comes that the source's kind accepts.
+ReceiveResult TryReceive(Source& source, UdpPacket& packet, int tries) {
+  ReceiveResult result;
+  for (int i = 0; i < tries; ++i) {
+    result.length = source.Receive(packet, kerul::lidar::kMaxDatagramBytes, 0, kReceiveTimeoutUs);
+    if (result.length >= 1) {
+      if (source.GetType() != "PCAP" || IsSensorDatagram(packet, result.length)) {
+        packet.length = static_cast<std::uint16_t>(result.length);
+        result.taken = true;
+        return result;
+      }
+    } else if (result.length >= -1) {
+      std::this_thread::sleep_for(kRetryPause);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+void LidarNode::Run() {
+  UdpPacket packet{};
+  std::vector<LidarPoint> points;
+  points.reserve(kPointsReserved);
+  int frame_id = 0;
+  current_frame_id_ = -1;
+
+  while (running_) {
+    if (GetOnePacket(source_.get(), packet) <= 0) continue;
+
+    packet_start_time_ = system_clock::now();
+    points.clear();
+    const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
+    if (packet_index == -1) continue;
+
+    if (current_frame_id_ == -1) current_frame_id_ = frame_id;
+    if (BelongsToAnotherFrame(frame_id)) {
+      AdvanceRows(miniflash_rows_ - 1);
+      ResetFrame(frame_id % 256);
+      if (config_->run_once) {
+        running_ = false;
+        return;
+      }
+    }
+
+    UpdateFrames(packet_index, points);
+    ++frame_->received_count;
+    frame_busy_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(system_clock::now() -
+                                                                           packet_start_time_)
+                          .count();
+    if (packet_index == parser_->GetNPacketPerFrame() - 1) CloseFrame(frame_id);
+  }
+}
+
+bool LidarNode::BelongsToAnotherFrame(int frame_id) const noexcept {
+  return frame_id > current_frame_id_ || current_frame_id_ - frame_id > kWrapGap;
+}
+
+// Rows that are still unprocessed here are dropped, deliberately: only a frame change flushes.
+void LidarNode::CloseFrame(int frame_id) {
+  if (config_->frame_output_enable) UpsampleAndExport();
+  ResetFrame((frame_id + 1) % 256);
+  if (config_->run_once) running_ = false;
+}
+
+int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
+  ReceiveResult result = TryReceive(*source, packet, kReceiveTries);
+  if (result.taken || result.length != -1) return result.length;
+
+  if (!source->IsOpened() && source->GetType() == "PCAP") {
+    if (auto* capture = dynamic_cast<PcapSource*>(source)) {
+      std::fprintf(stderr, "\n%s########loop pcap########%s\n", "\033[1;34m", "\033[0m");
+      std::fflush(stderr);
+      Log("] pcap EOF, rewind loop playback");
+      RewindForReplay();
+      capture->Rewind();
+      result = TryReceive(*source, packet, kReplayTries);
+      if (result.taken || result.length != -1) return result.length;
+    }
+  }
+
+  if (source->IsOpened()) throw std::runtime_error("Failed to receive packet in max_retry_times");
+  Log("] the udp source has been closed");
+  running_ = false;
+  return -1;
+}
+
+void LidarNode::RewindForReplay() {
+  next_mrow_ = 0;
+  current_frame_id_ = -1;
+  ResetMrowProgress();
+  std::fill(cur_dist_map_.begin(), cur_dist_map_.end(), 0.0F);
+  std::fill(prev_dist_map_.begin(), prev_dist_map_.end(), 0.0F);
+  prev_dist_map_valid_ = false;
+  frame_->Reset();  // the frame id stays
+  stale_pixels_ = kerul::lidar::StalePixels(frame_->height, frame_->width);
+  if (upsampled_frame_) upsampled_frame_->Reset();
+  upsampled_frame_written_ = false;
+  frame_busy_ns_ = 0;
+  packet_start_time_ = system_clock::now();
+}
+
+void LidarNode::ResetFrame(int frame_id) {
+  const int received_count = frame_->received_count;
+
+  if (cur_dist_map_.size() == prev_dist_map_.size()) {
+    std::copy(cur_dist_map_.begin(), cur_dist_map_.end(), prev_dist_map_.begin());
+    prev_dist_map_valid_ = true;
+    std::fill(cur_dist_map_.begin(), cur_dist_map_.end(), 0.0F);
+  }
+
+  frame_->frame_id = static_cast<std::uint8_t>(frame_id);
+  stale_pixels_.MarkAllStale();
+  frame_->pixel_mask.assign(frame_->pixel_mask.size(), false);
+  frame_->received_count = 0;
+  if (upsampled_frame_) {
+    upsampled_frame_->frame_id = static_cast<std::uint8_t>(frame_id);
+    if (upsampled_frame_written_) upsampled_frame_->Reset();
+    upsampled_frame_written_ = false;
+  }
+
+  current_frame_id_ = frame_id;
+  next_mrow_ = 0;
+  ResetMrowProgress();
+  // The rate that the time spent on this frame's packets alone would allow.
+  std::cout << "等效解包FPS: " << 1.0 / (static_cast<double>(frame_busy_ns_) / 1e9)
+            << ", frame_id: " << frame_id << ", received_count:" << received_count << std::endl;
+  frame_busy_ns_ = 0;
+  packet_start_time_ = system_clock::now();
+  if (source_->GetType() == "PCAP") std::this_thread::sleep_for(kReplayFramePause);
+}
+
+void LidarNode::ResetMrowProgress() {
+  const auto rows = static_cast<std::size_t>(miniflash_rows_);
+  mrow_packet_seen_.assign(rows,
+                           std::vector<bool>(static_cast<std::size_t>(packets_per_mrow_), false));
+  mrow_packet_count_.assign(rows, 0);
+}

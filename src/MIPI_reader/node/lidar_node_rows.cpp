@@ -1,0 +1,133 @@
+// The row pipeline: what happens to a finished miniflash row, and its way out.
+#include <iostream>
+
+#include "MIPI_reader/node/lidar_node.h"
+#include "MIPI_reader/node/power_pattern.h"
+#include "MIPI_reader/parser/fatal_check.h"
+
+using kerul::lidar::LidarPoint;
+
+namespace {
+
+// Failed ring writes of the process; only the first few are printed.
+std::uint64_t shm_err_log = 0;
+constexpr std::uint64_t kPrintedRingFailures = 10;
+
+}  // namespace
+
+void LidarNode::ProcessMiniflashRow(int m_row) {
+  if (m_row < 0 || m_row >= miniflash_rows_) {
+    kerul::lidar::FailAssertion("m_row >= 0 && m_row < miniflash_rows_",
+                                "src/MIPI_reader/node/./lidar_node_miniflash_processing", 1845,
+                                __PRETTY_FUNCTION__);
+  }
+  const int rows = parser_->mrow_height;
+  const int first_row = m_row * rows;
+
+  // The passes look at most one miniflash row up and down.
+  stale_pixels_.ResetRows(*frame_, first_row - rows, first_row + 2 * rows);
+  PrimeProcessedFields(frame_->points, first_row, rows);
+
+  if (config_->calib_enable) {
+    if (config_->ground_enable || config_->ground_plane_enable) Ground(m_row);
+    if (config_->neighbor_check_enable) NeighborMiniflashRow(m_row);
+    if (config_->shot_noise_enable) ApplyShotNoiseMiniflashRowV2(m_row);
+    if (config_->high_ref_blooming) SuppressHighReflBlooming(m_row);
+    if (config_->echo_num > 1 && LidarPoint::echo_num >= 2) {
+      OrderEchoes(frame_->points, first_row, rows, echo_plan_);
+    }
+  }
+
+  RecordDistances(m_row);
+  if (config_->udp_output || (shm_writer_ && shm_writer_->IsOpened())) {
+    ForwardUDP710Row(m_row, echo_plan_);
+  }
+}
+
+void LidarNode::Ground(int m_row) {
+  if (!config_->ground_enable && !config_->ground_plane_enable) return;
+  LabelGround(*frame_, m_row, parser_->mrow_height, ground_settings_, angle_grid_);
+}
+
+float LidarNode::ProcessGroundVertSeed(const float* distances, int count, int row, int col,
+                                       int first_offset) const {
+  return kerul::lidar::EstimateGroundReflScale(distances, count, row, col, first_offset,
+                                               angle_grid_);
+}
+
+void LidarNode::NeighborMiniflashRow(int m_row) {
+  const int rows = parser_->mrow_height;
+  ValidateNeighbours(frame_->points, m_row * rows, rows);
+}
+
+void LidarNode::ApplyShotNoiseMiniflashRowV2(int m_row) {
+  FilterShotNoise(frame_->points, m_row, parser_->col_groups, config_->shot_noise_dist_gate);
+}
+
+void LidarNode::SuppressHighReflBlooming(int m_row) {
+  if (!frame_) return;
+  const kerul::lidar::DefaultConfig::Debug& debug = config_->debug;
+  const kerul::lidar::BloomTrace trace{.armed = debug.if_debug && debug.row >= 0 && debug.col >= 0,
+                                       .row = debug.row,
+                                       .col = debug.col,
+                                       .echo = debug.echo};
+  SuppressBlooming(*frame_, m_row, bloom_calib_, config_->blooming_filter_enable, trace);
+}
+
+float LidarNode::PatternMatchPower(
+    int row, int col, int echo,
+    const float (&power_template)[kerul::lidar::kTemplateSide][kerul::lidar::kTemplateSide],
+    bool debug) const {
+  if (!frame_) {
+    if (debug) std::cout << "[BloomDebug][pattern] skip=no_frame" << std::endl;
+    return -1.0F;
+  }
+  return MatchPowerPattern(*frame_, row, col, echo, power_template, bloom_calib_, debug);
+}
+
+void LidarNode::RecordDistances(int m_row) {
+  const auto width = static_cast<std::size_t>(frame_->width);
+  if (cur_dist_map_.size() != static_cast<std::size_t>(frame_->height) * width) return;
+  const int first_row = m_row * parser_->mrow_height;
+  for (int row = first_row; row < first_row + parser_->mrow_height; ++row) {
+    const std::vector<LidarPoint>& points = frame_->points[static_cast<std::size_t>(row)];
+    float* map_row = &cur_dist_map_[static_cast<std::size_t>(row) * width];
+    for (std::size_t col = 0; col < width; ++col) map_row[col] = points[col].echoes[0].dist_proc;
+  }
+}
+
+void LidarNode::ForwardUDP710Row(int m_row, const EchoOutputPlan& plan) {
+  const bool by_udp = config_->udp_output;
+  const int frame_id = frame_->frame_id;
+  const int output_mode = config_->output_mode;
+  const int echo_output_code = config_->echo_output_code;
+  const int first_index = m_row * parser_->col_groups;
+
+  for (int index = first_index; index < first_index + parser_->col_groups; ++index) {
+    const auto encode = [&](int echo, std::uint8_t marker) {
+      return parser_->GetPacket_7_10_FromFrame(frame_->points, echo, out_packet_, index, frame_id,
+                                               output_mode, echo_output_code, marker);
+    };
+    if (plan.count < 2) {
+      Deliver(encode(0, 0), by_udp);
+      continue;
+    }
+    Deliver(encode(0, 1), by_udp);
+    Deliver(encode(1, 2), by_udp);
+  }
+}
+
+// A failed delivery loses this packet only.
+void LidarNode::Deliver(int length, bool by_udp) {
+  if (length <= 0) return;
+  if (by_udp) {
+    udp_output_->Send(out_packet_.buffer, static_cast<std::uint16_t>(length), 0);
+    return;
+  }
+  if (shm_writer_->WriteOne(out_packet_.buffer, static_cast<std::uint16_t>(length))) return;
+  if (shm_err_log++ < kPrintedRingFailures) {
+    std::cerr << "[LidarNode][" << name_
+              << "] ShmUdpWriter::WriteOne failed write_errors=" << shm_writer_->WriteErrors()
+              << std::endl;
+  }
+}

@@ -1,0 +1,34 @@
+#include "MIPI_reader/node/stale_pixels.h"
+
+#include <algorithm>
+#include <bit>
+
+namespace kerul::lidar {
+
+StalePixels::StalePixels(int height, int width)
+    : height_(height),
+      width_(width),
+      words_per_row_((width + 63) / 64),
+      words_(static_cast<std::size_t>(height * words_per_row_), 0) {}
+
+void StalePixels::MarkAllStale() noexcept {
+  std::fill(words_.begin(), words_.end(), ~std::uint64_t{0});
+  if (width_ % 64 == 0) return;
+  const std::uint64_t last_word = (std::uint64_t{1} << (width_ % 64)) - 1;
+  for (int row = 0; row < height_; ++row) words_[WordIndex(row, width_ - 1)] = last_word;
+}
+
+void StalePixels::ResetRows(LidarFrame& frame, int first_row, int end_row) noexcept {
+  end_row = std::min(end_row, height_);
+  for (int row = std::max(first_row, 0); row < end_row; ++row) {
+    std::vector<LidarPoint>& points = frame.points[static_cast<std::size_t>(row)];
+    for (int word = 0; word < words_per_row_; ++word) {
+      std::uint64_t& stale = words_[static_cast<std::size_t>(row * words_per_row_ + word)];
+      for (; stale != 0; stale &= stale - 1) {
+        points[static_cast<std::size_t>(word * 64 + std::countr_zero(stale))].ResetEchoes();
+      }
+    }
+  }
+}
+
+}  // namespace kerul::lidar

@@ -1,0 +1,93 @@
+// Process entry: command line, interrupt, one node.
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "MIPI_reader/node/lidar_node.h"
+#include "calibration/para2_loading.h"
+#include "command_line.h"
+#include "config/default_config.h"
+
+namespace {
+
+// Puts the decimal digits of a non-negative number at `out` and gives their end.
+char* AppendDecimal(char* out, int number) noexcept {
+  char digits[12];
+  int count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + number % 10);
+    number /= 10;
+  } while (number > 0);
+  while (count > 0) *out++ = digits[--count];
+  return out;
+}
+
+// The text goes out by one write: streams are not async-signal-safe.
+void WriteInterruptLine(int signal_number) noexcept {
+  constexpr char kHead[] = "Interrupt signal (";
+  constexpr char kTail[] = ") received.\n";
+  char line[sizeof(kHead) + sizeof(kTail) + 12];
+  char* end = line;
+  std::memcpy(end, kHead, sizeof(kHead) - 1);
+  end = AppendDecimal(end + sizeof(kHead) - 1, signal_number);
+  std::memcpy(end, kTail, sizeof(kTail) - 1);
+  end += sizeof(kTail) - 1;
+  // A write that fails in a signal handler has nobody to tell.
+  [[maybe_unused]] const ssize_t written =
+      write(STDOUT_FILENO, line, static_cast<std::size_t>(end - line));
+}
+
+void signal_interrupt(int signal_number) {
+  const int saved_errno = errno;
+  WriteInterruptLine(signal_number);
+  for (const std::shared_ptr<LidarNode>& entry : nodes) {
+    const std::shared_ptr<LidarNode> node = entry;
+    node->RequestStop();
+  }
+  errno = saved_errno;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Into a pipe or file too, a line is out as soon as it ends: the log must not die with the
+  // process.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  std::signal(SIGINT, signal_interrupt);
+
+  const kerul::lidar::CommandLine command_line = kerul::lidar::ParseCommandLine(argc, argv);
+  if (command_line.exit_status) return *command_line.exit_status;
+  const std::string& cali_path = command_line.cali_path;
+
+  const kerul::lidar::DefaultConfig& config = kerul::lidar::default_config::kConfig;
+  std::cout << "[INFO] using embedded default config for lidar \"" << config.lidar_name
+            << "\", cali_path=" << (cali_path.empty() ? "(RCX)" : cali_path) << std::endl;
+
+  if (!cali_path.empty()) {
+    try {
+      kerul::lidar::ValidateCaliPath(cali_path);
+    } catch (const std::exception& error) {
+      std::cerr << "[ERROR] invalid --cali_path: " << error.what() << std::endl;
+      return 1;
+    }
+  }
+
+  try {
+    nodes.push_back(std::make_shared<LidarNode>(config.lidar_name + "_node", config, cali_path));
+  } catch (const std::exception& error) {
+    std::cerr << "[ERROR] failed to start LidarNode: " << error.what() << std::endl;
+    return 1;
+  }
+
+  for (const std::shared_ptr<LidarNode>& entry : nodes) {
+    const std::shared_ptr<LidarNode> node = entry;
+    node->JoinWorker();
+  }
+  return 0;
+}

@@ -1,0 +1,242 @@
+#include <numeric>
+
+#include "node_fixture.h"
+
+namespace kerul::lidar::testing {
+namespace {
+
+class PacketLoop : public NodeFixture {
+ protected:
+  void SetUp() override {
+    config_ = TestConfig();
+    config_.calib_enable = false;  // the schedule alone
+  }
+  void Start() { StartNode(config_); }
+
+  static std::vector<UdpPacket> Packets(int frame_id, int first, int end) {
+    std::vector<UdpPacket> packets;
+    for (int i = first; i < end; ++i) packets.push_back(MakeRawPacket(frame_id, i));
+    return packets;
+  }
+  static std::vector<UdpPacket> Join(std::vector<UdpPacket> a, const std::vector<UdpPacket>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+  }
+  static std::vector<int> Rows(int first, int last) {
+    std::vector<int> rows(static_cast<std::size_t>(last - first + 1));
+    std::iota(rows.begin(), rows.end(), first);
+    return rows;
+  }
+  static int CountOf(const std::string& text, const std::string& part) {
+    int count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+  }
+
+  DefaultConfig config_;
+};
+
+TEST_F(PacketLoop, TheFirstPacketFixesTheFrameIdWithoutClosingAFrame) {
+  Start();
+  const std::string log = Play(Packets(77, 0, 1));
+  EXPECT_EQ(Access().current_frame_id(), 77);
+  EXPECT_EQ(log, "");
+  EXPECT_EQ(Access().frame().frame_id, 0);
+  EXPECT_EQ(Access().frame().received_count, 1);
+}
+
+TEST_F(PacketLoop, AWholeFrameRunsAllRowsInOrderAndExpectsTheNextId) {
+  Start();
+  const std::string log = Play(Packets(9, 0, kPacketsPerFrame));
+  EXPECT_EQ(TakePublishedRows(), Rows(0, 35));
+  EXPECT_EQ(Access().current_frame_id(), 10);
+  EXPECT_EQ(Access().frame().frame_id, 10);
+  EXPECT_EQ(CountOf(log, "等效解包FPS: "), 1);
+  EXPECT_EQ(CountOf(log, ", frame_id: 10, received_count:6912\n"), 1);
+}
+
+TEST_F(PacketLoop, TheFirstFrameIsPublishedUnderIdZeroAndTheNextUnderItsOwn) {
+  Start();
+  Play(Join(Packets(9, 0, kPacketsPerFrame), Packets(10, 0, kPacketsPerFrame)));
+  const auto packets = TakePublished();
+  ASSERT_EQ(packets.size(), 2U * 1728U);
+  EXPECT_EQ(packets[0][209], 0);
+  EXPECT_EQ(packets[1728][209], 10);
+}
+
+TEST_F(PacketLoop, FrameId255ClosesIntoZeroWithoutAFrameChange) {
+  Start();
+  std::string log = Play(Packets(255, 0, kPacketsPerFrame));
+  EXPECT_EQ(Access().current_frame_id(), 0);
+  log += Play(Packets(0, 0, 1));
+  EXPECT_EQ(CountOf(log, "等效解包FPS: "), 1);
+}
+
+TEST_F(PacketLoop, AFallOf200IsAStragglerAndOneOf201AFrameChange) {
+  Start();
+  EXPECT_EQ(Play(Join(Packets(250, 0, 1), Packets(50, 1, 2))), "");
+  EXPECT_EQ(Access().current_frame_id(), 250);
+  EXPECT_EQ(Access().frame().received_count, 2);
+  const std::string log = Play(Packets(250, 2, 3));
+  EXPECT_EQ(log, "");  // each Play starts anew, and the id is fixed by its first packet
+
+  Access().current_frame_id() = -1;
+  const std::string changed = Play(Join(Packets(250, 0, 1), Packets(49, 1, 2)));
+  EXPECT_EQ(CountOf(changed, ", frame_id: 49, received_count:"), 1);
+  EXPECT_EQ(Access().current_frame_id(), 49);
+}
+
+TEST_F(PacketLoop, AFrameChangeFlushesTheRemainingRowsAndOpensTheNewFrame) {
+  Start();
+  const std::string log = Play(Join(Packets(10, 0, 300), Packets(11, 0, 5)));
+  EXPECT_EQ(TakePublishedRows(), Rows(0, 35));
+  EXPECT_EQ(CountOf(log, ", frame_id: 11, received_count:300\n"), 1);
+  EXPECT_EQ(Access().current_frame_id(), 11);
+  EXPECT_EQ(Access().frame().received_count, 5);
+  EXPECT_EQ(Access().mrow_packet_count()[0], 5);
+}
+
+TEST_F(PacketLoop, ALostLastPacketIsMadeUpForByTheNextFramesFirst) {
+  Start();
+  Play(Join(Packets(10, 0, kPacketsPerFrame - 1), Packets(11, 0, 1)));
+  EXPECT_EQ(TakePublishedRows(), Rows(0, 35));
+}
+
+TEST_F(PacketLoop, AfterTheLastRowHasRunAFrameChangeRunsAllRowsAgain) {
+  Start();
+  // The last row completes, but the packet with the last index came early, before its frame id was
+  // in hand: only a frame change is left to close the frame.
+  std::vector<UdpPacket> packets = Packets(10, 0, kPacketsPerFrame - 1);
+  Play(packets);
+  TakePublishedRows();
+  std::vector<LidarPoint> points;
+  Access().UpdateFrames(kPacketsPerFrame - 1, points);
+  EXPECT_EQ(TakePublishedRows(), Rows(34, 35));
+  EXPECT_EQ(Access().next_mrow(), 0);
+  Access().current_frame_id() = 10;
+  // A stopped loop forgets the frame id: give it back through a first packet of the frame in hand.
+  Play(Join(Packets(10, 0, 1), Packets(11, 0, 1)));
+  EXPECT_EQ(TakePublishedRows(), Rows(0, 35));
+}
+
+TEST_F(PacketLoop, RowsStillUnprocessedAtTheLastPacketAreDropped) {
+  Start();
+  std::vector<UdpPacket> packets = Packets(10, 0, 35 * kPacketsPerMrow);
+  packets.push_back(MakeRawPacket(10, kPacketsPerFrame - 1));
+  const std::string log = Play(packets);
+  EXPECT_EQ(TakePublishedRows(), Rows(0, 33));
+  EXPECT_EQ(CountOf(log, ", frame_id: 11, received_count:6721\n"), 1);
+}
+
+TEST_F(PacketLoop, RunOnceStopsAtTheFrameEnd) {
+  config_.run_once = true;
+  Start();
+  Play(Join(Packets(10, 0, kPacketsPerFrame), Packets(11, 0, 5)));
+  EXPECT_FALSE(Access().running());
+  EXPECT_EQ(source_->script.size(), 5U);
+}
+
+TEST_F(PacketLoop, RunOnceAtAFrameChangeDropsThePacketInHand) {
+  config_.run_once = true;
+  Start();
+  Play(Join(Packets(10, 0, 3), Packets(11, 0, 2)));
+  EXPECT_FALSE(Access().running());
+  EXPECT_EQ(Access().frame().received_count, 0);
+  EXPECT_EQ(source_->script.size(), 1U);
+}
+
+TEST_F(PacketLoop, ARefusedPacketChangesNothing) {
+  Start();
+  UdpPacket other_version = MakeRawPacket(10, 0);
+  other_version.buffer[3] = 10;
+  EXPECT_EQ(Play({other_version}), "");
+  EXPECT_EQ(Access().current_frame_id(), -1);
+  EXPECT_EQ(Access().frame().received_count, 0);
+}
+
+TEST_F(PacketLoop, AnIdleSourceGivesZeroAfterTenTries) {
+  Start();
+  UdpPacket packet{};
+  EXPECT_EQ(Access().GetOnePacket(packet), 0);
+  EXPECT_EQ(source_->receive_calls, 10);
+}
+
+TEST_F(PacketLoop, AnOpenSourceThatKeepsFailingThrows) {
+  Start();
+  source_->result_at_end = -1;
+  UdpPacket packet{};
+  try {
+    Access().GetOnePacket(packet);
+    FAIL() << "nothing thrown";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "Failed to receive packet in max_retry_times");
+  }
+}
+
+TEST_F(PacketLoop, AClosedSourceStopsTheNode) {
+  Start();
+  source_->result_at_end = -1;
+  source_->opened = false;
+  Access().running() = true;
+  source_->at_end = [] {};
+  UdpPacket packet{};
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(Access().GetOnePacket(packet), -1);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "[LidarNode][A_node] the udp source has been closed\n");
+  EXPECT_FALSE(Access().running());
+}
+
+TEST_F(PacketLoop, ResetFrameKeepsTheDistancesOfTheFrameBefore) {
+  Start();
+  Access().cur_dist_map()[5] = 3.5F;
+  ::testing::internal::CaptureStdout();
+  Access().ResetFrame(8);
+  const std::string log = ::testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(Access().prev_dist_map_valid());
+  EXPECT_EQ(Access().prev_dist_map()[5], 3.5F);
+  EXPECT_EQ(Access().cur_dist_map()[5], 0.0F);
+  // No counted time gives an infinity.
+  EXPECT_EQ(log, "等效解包FPS: inf, frame_id: 8, received_count:0\n");
+}
+
+TEST_F(PacketLoop, ResetFrameGivesBothFramesTheIdAndClearsTheProgress) {
+  Start();
+  Play(Packets(10, 0, 250));
+  ::testing::internal::CaptureStdout();
+  Access().ResetFrame(8);
+  ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(Access().frame().frame_id, 8);
+  EXPECT_EQ(Access().upsampled_frame()->frame_id, 8);
+  EXPECT_EQ(Access().current_frame_id(), 8);
+  EXPECT_EQ(Access().next_mrow(), 0);
+  EXPECT_EQ(Access().mrow_packet_count(), std::vector<int>(36, 0));
+  EXPECT_EQ(Access().mrow_packet_seen(),
+            std::vector<std::vector<bool>>(36, std::vector<bool>(192, false)));
+}
+
+TEST_F(PacketLoop, PixelsThatTheNewFrameDoesNotBringAreEmptyInItsRows) {
+  config_.output_mode = 3;  // publishes every range there is
+  Start();
+  RawPixel lit;
+  lit.SetNoise(40);
+  lit.SetPulse(0, 100, 2000, 20);
+  std::vector<UdpPacket> packets;
+  for (int i = 0; i < kPacketsPerFrame; ++i) packets.push_back(MakeRawPacket(10, i, lit));
+  Play(packets);
+  int lit_points = 0;
+  for (const auto& packet : TakePublished()) lit_points += packet[20] + packet[21] > 0;
+  EXPECT_EQ(lit_points, 1728);
+
+  // The next frame is dark but for its last packet.
+  packets = {MakeRawPacket(11, 200, lit), MakeRawPacket(12, 0)};
+  Play(packets);
+  lit_points = 0;
+  for (const auto& packet : TakePublished()) {
+    for (int i = 0; i < 36; ++i) lit_points += packet[20 + 5 * i] + packet[21 + 5 * i] > 0;
+  }
+  EXPECT_EQ(lit_points, 9);
+}
+
+}  // namespace
+}  // namespace kerul::lidar::testing
