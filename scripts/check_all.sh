@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# The checks beside the release tests: formatting, static analysis, clang, sanitizers.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs="$(nproc)"
+
+step() { printf '\n== %s (%d s so far)\n' "$1" "$SECONDS"; }
+
+step "Formatting"
+git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+
+step "clang-tidy on src/ and client/"
+git ls-files 'src/*.cpp' 'client/*.cpp' |
+  xargs -P "$jobs" -n 2 clang-tidy -p build/release --quiet 2>/dev/null
+
+step "clang build"
+cmake -S . -B build/clang -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Release \
+  -DKERUL_WARNINGS_AS_ERRORS=ON >/dev/null
+cmake --build build/clang -j "$jobs"
+
+step "Tests under the address and undefined-behaviour sanitizers"
+cmake --preset asan >/dev/null
+cmake --build --preset asan -j "$jobs"
+ctest --test-dir build/asan -j "$jobs" --output-on-failure --progress
+
+step "Threaded tests under the thread sanitizer"
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$jobs" --target tests_output tests_client tests_MIPI_reader_node
+ctest --test-dir build/tsan -j "$jobs" --output-on-failure -R 'Ring|Shm|Reader|Receiver|ALiveNode'

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs what is missing from Debian's packages; says nothing when all is there.
+#   install_dependencies.sh build   compiler, CMake and the libraries of node and tools
+#   install_dependencies.sh test    the same and what the tests and checks need
+set -euo pipefail
+
+build_packages=(g++ cmake ninja-build libpng-dev libcli11-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy
+  libclang-rt-14-dev tshark tcpreplay iproute2 spin python3)
+
+case "${1:-}" in
+  build) packages=("${build_packages[@]}") ;;
+  test) packages=("${build_packages[@]}" "${test_packages[@]}") ;;
+  *)
+    echo "usage: $0 build|test" >&2
+    exit 2
+    ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
+    missing+=("$package")
+done
+[ "${#missing[@]}" -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+as_root=()
+[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
