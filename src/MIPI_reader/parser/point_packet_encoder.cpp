@@ -162,9 +162,37 @@ PayloadBytes EncodeDirection(const AngleCalibGrid& grid, int row, int col) noexc
           AngleCalibGrid::EncodeComponent(grid.At(2, row, col))};
 }
 
-void WritePoint(std::uint16_t distance, const PayloadBytes& payload, std::uint8_t* point) noexcept {
-  StoreU16(point, distance);
-  std::copy(payload.begin(), payload.end(), point + 2);
+BlockOrigin OriginOfBlock(int packet_index) noexcept {
+  using namespace point_packet;
+  return {packet_index / kBlocksPerRow * kBlockSide, packet_index % kBlocksPerRow * kBlockSide};
+}
+
+const LidarPoint* FindPoint(const FrameRows& rows, int row, int col) noexcept {
+  // As unsigned numbers negative ones are beyond every size.
+  if (static_cast<std::size_t>(row) >= rows.size()) return nullptr;
+  const std::vector<LidarPoint>& pixels = rows[static_cast<std::size_t>(row)];
+  if (static_cast<std::size_t>(col) >= pixels.size()) return nullptr;
+  return &pixels[static_cast<std::size_t>(col)];
+}
+
+void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index, int echo,
+                 int output_mode, std::uint8_t* packet) noexcept {
+  const BlockOrigin origin = OriginOfBlock(packet_index);
+  std::uint8_t* bytes = packet + point_packet::kPointsOffset;
+  for (int col = origin.col; col < origin.col + point_packet::kBlockSide; ++col) {
+    for (int row = origin.row; row < origin.row + point_packet::kBlockSide; ++row) {
+      std::uint16_t distance = 0;
+      PayloadBytes payload{};
+      if (const LidarPoint* point = FindPoint(rows, row, col)) {
+        distance = EncodeDistance(point->echoes[echo].dist_proc, output_mode);
+        payload = output_mode == kOutputModeDirection ? EncodeDirection(grid, row, col)
+                                                      : EncodePayload(*point, echo, output_mode);
+      }
+      StoreU16(bytes, distance);
+      std::copy(payload.begin(), payload.end(), bytes + 2);
+      bytes += point_packet::kPointBytes;
+    }
+  }
 }
 
 }  // namespace kerul::lidar

@@ -95,7 +95,19 @@ PayloadBytes EncodePayload(const LidarPoint& point, int echo, int output_mode) n
 // The payload of mode 10: direction of the pixel; zeros for an invalid grid or a place outside it.
 PayloadBytes EncodeDirection(const AngleCalibGrid& grid, int row, int col) noexcept;
 
-// Writes the 5 bytes of one point.
-void WritePoint(std::uint16_t distance, const PayloadBytes& payload, std::uint8_t* point) noexcept;
+// Pixel of a block's first point: six rows of one column run down from here, then the next column.
+struct BlockOrigin {
+  int row;
+  int col;
+};
+BlockOrigin OriginOfBlock(int packet_index) noexcept;
+
+// Null for a pixel that the rows do not hold.
+const LidarPoint* FindPoint(const FrameRows& rows, int row, int col) noexcept;
+
+// Writes the 36 points of the block `packet_index` of echo slot `echo` (0 or 1). Pixels that the
+// rows do not hold are written as no return. `grid` is read in mode 10 only.
+void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index, int echo,
+                 int output_mode, std::uint8_t* packet) noexcept;
 
 }  // namespace kerul::lidar

@@ -8,16 +8,7 @@
 namespace {
 
 using kerul::lidar::LidarPoint;
-using kerul::lidar::PayloadBytes;
 namespace point_packet = kerul::lidar::point_packet;
-
-// Null for a pixel that the rows do not hold.
-const LidarPoint* FindPoint(const kerul::lidar::FrameRows& rows, int row, int col) noexcept {
-  if (row < 0 || static_cast<std::size_t>(row) >= rows.size()) return nullptr;
-  const std::vector<LidarPoint>& pixels = rows[static_cast<std::size_t>(row)];
-  if (col < 0 || static_cast<std::size_t>(col) >= pixels.size()) return nullptr;
-  return &pixels[static_cast<std::size_t>(col)];
-}
 
 kerul::lidar::WallTime ReadWallClock() noexcept {
   using std::chrono::duration_cast;
@@ -26,6 +17,22 @@ kerul::lidar::WallTime ReadWallClock() noexcept {
   const auto micros = duration_cast<microseconds>(now).count();
   return {static_cast<std::uint32_t>(micros / 1000000),
           static_cast<std::uint32_t>(micros % 1000000)};
+}
+
+// Prints the line about the traced pixel when it lies in this block.
+void TraceEcho(const LidarParserQDV11& parser, const kerul::lidar::FrameRows& rows,
+               int packet_index, int echo, const std::uint8_t* packet) {
+  const auto [first_row, first_col] = kerul::lidar::OriginOfBlock(packet_index);
+  const int row = parser.debug_row;
+  const int col = parser.debug_col;
+  const bool inside = row >= first_row && row < first_row + point_packet::kBlockSide &&
+                      col >= first_col && col < first_col + point_packet::kBlockSide;
+  const LidarPoint* point = kerul::lidar::FindPoint(rows, row, col);
+  if (!inside || point == nullptr) return;
+  const int index = (col - first_col) * point_packet::kBlockSide + (row - first_row);
+  const std::uint8_t* bytes =
+      packet + point_packet::kPointsOffset + index * point_packet::kPointBytes;
+  kerul::lidar::PrintEchoMetrics(std::cout, {row, col, index, echo}, point->echoes[echo], bytes[2]);
 }
 
 }  // namespace
@@ -50,29 +57,10 @@ int LidarParserQDV11::GetPacket_7_10_FromFrame(const kerul::lidar::FrameRows& ro
       packet.buffer);
   if (echo < 0 || echo >= kerul::lidar::kEchoSlots || echo >= LidarPoint::echo_num) return -1;
 
-  const int first_row = packet_index / point_packet::kBlocksPerRow * point_packet::kBlockSide;
-  const int first_col = packet_index % point_packet::kBlocksPerRow * point_packet::kBlockSide;
-  const bool traces = echo_metrics_debug && output_mode == kerul::lidar::kOutputModeReflectivity &&
-                      echo == debug_echo;
-  for (int i = 0; i < point_packet::kPoints; ++i) {
-    const int row = first_row + i % point_packet::kBlockSide;
-    const int col = first_col + i / point_packet::kBlockSide;
-    std::uint8_t* bytes =
-        packet.buffer + point_packet::kPointsOffset + i * point_packet::kPointBytes;
-    const LidarPoint* point = FindPoint(rows, row, col);
-    if (point == nullptr) {
-      kerul::lidar::WritePoint(0, {}, bytes);
-      continue;
-    }
-    const PayloadBytes payload = output_mode == kerul::lidar::kOutputModeDirection
-                                     ? kerul::lidar::EncodeDirection(angle_grid, row, col)
-                                     : kerul::lidar::EncodePayload(*point, echo, output_mode);
-    kerul::lidar::WritePoint(
-        kerul::lidar::EncodeDistance(point->echoes[echo].dist_proc, output_mode), payload, bytes);
-    if (traces && debug_row >= 0 && debug_col >= 0 && debug_row == row && debug_col == col) {
-      kerul::lidar::PrintEchoMetrics(std::cout, {row, col, i, echo}, point->echoes[echo],
-                                     payload[0]);
-    }
+  kerul::lidar::WritePoints(rows, angle_grid, packet_index, echo, output_mode, packet.buffer);
+  if (echo_metrics_debug && output_mode == kerul::lidar::kOutputModeReflectivity &&
+      echo == debug_echo) {
+    TraceEcho(*this, rows, packet_index, echo, packet.buffer);
   }
 
   // The frame's last block: the next frame counts on from as many packets as this one has sent.
