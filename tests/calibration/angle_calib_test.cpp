@@ -258,17 +258,15 @@ TEST(AngleGrid, TheGridsPlaceOnTheSensorIsTruncated) {
   EXPECT_EQ(Entry(grid, grid.xyz, 145, 144), kThirdAxis);
 }
 
-TEST(AngleGrid, PixelsBeyondTheTableOrTheLargestRadiusHaveNoDirection) {
+TEST(AngleGrid, PixelsBeyondTheTableHaveNoDirection) {
   QndrAngleDatRecord record = PlainRecord();
-  record.f = 1500.0F;   // angles up to 0.5, radii up to 0.5 without distortion
-  record.k[0] = -1.0F;  // and up to 0.38 with it
-  AngleCalibGrid grid = GridOf(record);
-  record.f = 1000.0F;
-  record.binning = 0xFF;
-  record.cx = 0.0F;
-  grid = GridOf(record);
-  EXPECT_EQ(Entry(grid, grid.xyz, 0, 287), kZero);
-  EXPECT_EQ(Entry(grid, grid.unit_xyz, 0, 287), kThirdAxis);
+  record.k[0] = -0.5F;  // the curve turns back at an angle of 0.82 and a radius of 0.544
+  const AngleCalibGrid grid = GridOf(record);
+  // Column 144 + n stands 2 n / 300 from the axis: 0.54 and 0.5467.
+  EXPECT_NE(Entry(grid, grid.xyz, 144, 144 + 81), kZero);
+  EXPECT_EQ(Entry(grid, grid.xyz, 144, 144 + 82), kZero);
+  EXPECT_EQ(Entry(grid, grid.unit_xyz, 144, 144 + 82), kThirdAxis);
+  EXPECT_EQ(Entry(grid, grid.xyz, 0, 0), kZero);
 }
 
 TEST(AngleGrid, ALargestRadiusBelowThePixelsLeavesThemOut) {

@@ -164,33 +164,33 @@ class Para2InterruptedCache : public Para2Files {
 };
 
 TEST_F(Para2InterruptedCache, WithoutTheMainFileTheSensorIsRead) {
-  for (std::size_t size : {0, 19, 97, 135, 256}) {
+  for (std::size_t size : {0U, 19U, 97U, 135U, 256U}) {
     EXPECT_EQ(Start({true, size}, none_, none_), "online") << size;
   }
 }
 
 TEST_F(Para2InterruptedCache, AHeadFileThatEndsBeforeItsChecksumsIsTooShort) {
-  for (std::size_t size : {0, 1, 19, 20, 97, 98, 99, 100, 127, 128, 132, 135}) {
+  for (std::size_t size : {0U, 1U, 19U, 20U, 97U, 98U, 99U, 100U, 127U, 128U, 132U, 135U}) {
     EXPECT_EQ(Start({true, size}, whole_main_, none_), "para2 head too short for CRC fields")
         << size;
   }
 }
 
 TEST_F(Para2InterruptedCache, AHeadFileThatEndsBehindItsChecksumsServes) {
-  for (std::size_t size : {136, 137, 255, 256}) {
+  for (std::size_t size : {136U, 137U, 255U, 256U}) {
     EXPECT_EQ(Start({true, size}, whole_main_, none_), "local_cache") << size;
   }
 }
 
 TEST_F(Para2InterruptedCache, AMainFileThatIsCutFailsItsChecksumWithTheNumbers) {
-  for (std::size_t size :
-       {0, 1, 255, 256, 82943, 82944, 165888, 166912, 167936, 168959, 168960, 168961, 169215}) {
+  for (std::size_t size : {0U, 1U, 255U, 256U, 82943U, 82944U, 165888U, 166912U, 167936U, 168959U,
+                           168960U, 168961U, 169215U}) {
     EXPECT_EQ(Start(whole_head_, {true, size}, none_), MismatchText(size)) << size;
   }
 }
 
 TEST_F(Para2InterruptedCache, TheAngleFileIsNeverReadBack) {
-  for (std::size_t size : {0, 1, 77, 78, 79}) {
+  for (std::size_t size : {0U, 1U, 77U, 78U, 79U}) {
     EXPECT_EQ(Start(whole_head_, whole_main_, {true, size}), "local_cache") << size;
   }
   EXPECT_EQ(Start(whole_head_, whole_main_, none_), "local_cache");

@@ -53,7 +53,7 @@ TEST(Para2Crc, NothingGivesZeroAndNotTheStartValue) {
 TEST(Para2Crc, EqualsTheDivisionBitByBit) {
   std::mt19937 random(5);
   int compared = 0;
-  for (std::size_t size : {1, 2, 3, 4, 5, 63, 64, 65, 1000}) {
+  for (std::size_t size : {1U, 2U, 3U, 4U, 5U, 63U, 64U, 65U, 1000U}) {
     Bytes bytes(size);
     for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
     EXPECT_EQ(GenPara2Crc32(bytes.data(), size), BitSerialCrc(bytes.data(), size)) << size;
@@ -100,13 +100,13 @@ std::string MismatchText(const SamplePara2& sample) {
 TEST(Para2HeadCrc, EveryCheckedPlaceIsFoundOut) {
   const SamplePara2 good = MakeSample("QNDR_003", 512);
   int compared = 0;
-  for (std::size_t at : {0, 20, 98, 127, 128, 131, 132, 135}) {
+  for (std::size_t at : {0U, 20U, 98U, 127U, 128U, 131U, 132U, 135U}) {
     SamplePara2 bad = good;
     bad.head[at] ^= 0x80;
     EXPECT_EQ(ThrownText([&] { VerifyHeadCrc(bad.head, bad.main); }), MismatchText(bad)) << at;
     ++compared;
   }
-  for (std::size_t at : {0, 255, 511}) {
+  for (std::size_t at : {0U, 255U, 511U}) {
     SamplePara2 bad = good;
     bad.main[at] ^= 0x01;
     EXPECT_EQ(ThrownText([&] { VerifyHeadCrc(bad.head, bad.main); }), MismatchText(bad)) << at;

@@ -351,11 +351,11 @@ TEST_F(RcxClientAgainstService, StallsEndAfterFiveTimeOuts) {
 
 TEST_F(RcxClientAgainstService, AConnectionThatClosesFailsInTheHeaderOrInTheBody) {
   ServiceFaults faults;
-  for (std::uint64_t bytes : {0, 1, 7}) {
+  for (std::uint64_t bytes : {0U, 1U, 7U}) {
     faults.close_after_bytes = bytes;
     EXPECT_EQ(HeadError(faults), "RCX read header failed") << bytes;
   }
-  for (std::uint64_t bytes : {8, 9, 263}) {
+  for (std::uint64_t bytes : {8U, 9U, 263U}) {
     faults.close_after_bytes = bytes;
     EXPECT_EQ(HeadError(faults), "RCX read body failed") << bytes;
   }

@@ -190,7 +190,7 @@ TEST_F(CommandServiceTest, PayloadFaultsKeepTheHeaderTrue) {
 
 TEST_F(CommandServiceTest, AConnectionClosesAfterItsBytes) {
   ServiceFaults faults;
-  for (std::size_t bytes : {0, 1, 8, 100, 264}) {
+  for (std::size_t bytes : {0U, 1U, 8U, 100U, 264U}) {
     faults.close_after_bytes = bytes;
     EXPECT_EQ(HeadAnswer(faults).size(), bytes);
   }

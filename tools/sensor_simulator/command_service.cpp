@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -102,8 +103,9 @@ class Session {
     return true;
   }
 
-  bool Send(const std::vector<std::uint8_t>& bytes, std::size_t piece) {
-    if (piece == 0) piece = std::max<std::size_t>(bytes.size(), 1);
+  bool Send(std::span<const std::uint8_t> bytes, std::size_t piece) {
+    const bool in_pieces = piece != 0;
+    if (!in_pieces) piece = std::max<std::size_t>(bytes.size(), 1);
     for (std::size_t done = 0; done < bytes.size();) {
       std::size_t wanted = std::min(piece, bytes.size() - done);
       if (faults_.close_after_bytes) {
@@ -116,7 +118,7 @@ class Session {
       if (went <= 0) return false;
       done += static_cast<std::size_t>(went);
       sent_ += static_cast<std::uint64_t>(went);
-      if (faults_.piece_gap_ms > 0) {
+      if (in_pieces && faults_.piece_gap_ms > 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(faults_.piece_gap_ms));
       }
     }
@@ -167,24 +169,24 @@ class Session {
     if (faults.stall == StallPhase::kBeforeHeader) return WaitUntilPeerLeaves(), false;
     const auto true_length = static_cast<std::uint32_t>(payload.size());
     const std::uint32_t length = faults.announced_length.value_or(true_length);
-    std::vector<std::uint8_t> header{'G', 't', faults.command.value_or(request.command),
-                                     return_code};
-    if (faults.magic) std::copy(faults.magic->begin(), faults.magic->end(), header.begin());
-    for (unsigned shift = 32; shift > 0; shift -= 8) {
-      header.push_back(static_cast<std::uint8_t>(length >> (shift - 8)));
+    std::vector<std::uint8_t> frame(kHeaderBytes + payload.size());
+    frame[0] = faults.magic ? (*faults.magic)[0] : std::uint8_t{'G'};
+    frame[1] = faults.magic ? (*faults.magic)[1] : std::uint8_t{'t'};
+    frame[2] = faults.command.value_or(request.command);
+    frame[3] = return_code;
+    for (std::size_t i = 0; i < 4; ++i) {
+      frame[4 + i] = static_cast<std::uint8_t>(length >> (24 - 8 * i));
     }
-    if (faults.header_piece_bytes == 0 && faults.body_piece_bytes == 0 &&
-        faults.stall == StallPhase::kNone) {
-      header.insert(header.end(), payload.begin(), payload.end());
-      return Send(header, 0);
-    }
-    if (!Send(header, faults.header_piece_bytes)) return false;
+    std::copy(payload.begin(), payload.end(), frame.begin() + kHeaderBytes);
+
+    const std::span<const std::uint8_t> all(frame);
     if (faults.stall == StallPhase::kInBody) {
-      const auto half = static_cast<std::ptrdiff_t>(payload.size() / 2);
-      Send({payload.begin(), payload.begin() + half}, 0);
+      Send(all.first(kHeaderBytes + payload.size() / 2), 0);
       return WaitUntilPeerLeaves(), false;
     }
-    return Send(payload, faults.body_piece_bytes);
+    if (faults.header_piece_bytes == 0 && faults.body_piece_bytes == 0) return Send(all, 0);
+    return Send(all.first(kHeaderBytes), faults.header_piece_bytes) &&
+           Send(all.subspan(kHeaderBytes), faults.body_piece_bytes);
   }
 
   int peer_;
