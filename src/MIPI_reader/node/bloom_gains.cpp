@@ -12,7 +12,6 @@ namespace {
 using kerul::lidar::BloomSuppressCalib;
 using kerul::lidar::FrameRows;
 using kerul::lidar::LidarEcho;
-using kerul::lidar::LidarPoint;
 
 constexpr int kBlockSide = 6;
 constexpr std::size_t kBlockPixels = 36;

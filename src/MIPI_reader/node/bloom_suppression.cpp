@@ -260,36 +260,50 @@ bool HasMark(const LidarFrame& frame, const BloomBlock& block) noexcept {
   return false;
 }
 
+// One pixel of a block with sources near, and what the block's pixels have in common.
+struct FilterPlace {
+  int row;
+  int col;
+  const BloomBlock& block;
+  const SourceList& sources;
+  const BloomBlockGains& gains;
+};
+
+template <class Trace>
+void FilterEcho(const Pass& pass, const FilterPlace& at, LidarEcho& echo, const Trace& trace) {
+  const BloomSuppressCalib& calib = pass.calib;
+  if (!echo.highReflBlooming) {
+    trace.FilterNotMarked();
+    return;
+  }
+  if (!IsCandidate(echo, calib.threshold)) {
+    trace.FilterNotCandidate(echo);
+    return;
+  }
+  BloomSpill spill;
+  if (!SumSpilledPower(at.row, at.col, echo, at.sources, calib.dist_gate_m, spill.psf_sum, trace)) {
+    trace.FilterNoSource();
+    return;
+  }
+  if (calib.pattern_enabled) {
+    spill.pattern_score = MatchPowerPattern(pass.frame, at.row, at.col, at.block.echo,
+                                            calib.power_template, calib, Trace::kPrints);
+  }
+  CompleteSpill(calib, at.gains, spill);
+  trace.FilterGain(spill, at.gains);
+  const BloomOutcome outcome = TakeOffSpill(echo, spill.final_filterpower);
+  trace.FilterResult(echo, outcome);
+}
+
 void FilterBlock(const Pass& pass, const BloomBlock& block, const SourceList& sources,
                  std::vector<float>& scratch) {
-  const BloomSuppressCalib& calib = pass.calib;
   const bool is_traced = IsTraced(pass.trace, block);
   // Nothing in a block without a mark is filtered: its gains serve the trace only.
   if (!is_traced && !HasMark(pass.frame, block)) return;
   const BloomBlockGains gains = ComputeGains(pass, block, is_traced, scratch);
-  if (is_traced) PrintBloomBlock(block, calib, gains);
+  if (is_traced) PrintBloomBlock(block, pass.calib, gains);
   VisitBlock(pass, block, [&](int row, int col, LidarEcho& echo, const auto& trace) {
-    if (!echo.highReflBlooming) {
-      trace.FilterNotMarked();
-      return;
-    }
-    if (!IsCandidate(echo, calib.threshold)) {
-      trace.FilterNotCandidate(echo);
-      return;
-    }
-    BloomSpill spill;
-    if (!SumSpilledPower(row, col, echo, sources, calib.dist_gate_m, spill.psf_sum, trace)) {
-      trace.FilterNoSource();
-      return;
-    }
-    if (calib.pattern_enabled) {
-      spill.pattern_score = MatchPowerPattern(pass.frame, row, col, block.echo,
-                                              calib.power_template, calib, trace.kPrints);
-    }
-    CompleteSpill(calib, gains, spill);
-    trace.FilterGain(spill, gains);
-    const BloomOutcome outcome = TakeOffSpill(echo, spill.final_filterpower);
-    trace.FilterResult(echo, outcome);
+    FilterEcho(pass, {row, col, block, sources, gains}, echo, trace);
   });
 }
 
@@ -312,6 +326,7 @@ void SuppressBlooming(LidarFrame& frame, int m_row, const BloomSuppressCalib& ca
                    });
       });
   if (!filter_enable) {
+    // Told once per call, whatever row the traced pixel lies in.
     if (trace.armed) PrintBloomFilterDisabled(trace);
     return;
   }
