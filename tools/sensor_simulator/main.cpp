@@ -1,12 +1,17 @@
 // A simulated sensor: raw packets over UDP or into a capture file, with the truth beside them.
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
+#include <thread>
 
+#include "sensor_simulator/calibration_blobs.h"
+#include "sensor_simulator/command_service.h"
 #include "sensor_simulator/scenes.h"
 #include "sensor_simulator/stream_runner.h"
 
@@ -72,6 +77,30 @@ void AddOutputOptions(CLI::App& app, sim::StreamOptions& options) {
                  "Write the ground truth of every echo (format: truth_file.h)");
 }
 
+// What is not part of the packet stream.
+struct ServiceOptions {
+  std::string calibration_dir;  // not empty: write the calibration there
+  std::string bind = "127.0.0.1";
+  int rcx_port = -1;  // negative: no command service
+  bool no_stream = false;
+};
+
+void AddServiceOptions(CLI::App& app, ServiceOptions& options) {
+  app.add_option("--calibration", options.calibration_dir,
+                 "Write the sensor's calibration below this directory, for a start without sensor");
+  app.add_flag("--no-stream", options.no_stream, "Send and write no packets");
+  app.add_option("--rcx-port", options.rcx_port,
+                 "Answer register reads on this TCP port; 0 takes a free one")
+      ->check(CLI::Range(0, 65535));
+  app.add_option("--bind", options.bind, "Address of the command service")->capture_default_str();
+}
+
+void WriteCalibration(const std::string& directory, const sim::CalibrationBlobs& blobs) {
+  if (directory.empty()) return;
+  std::printf("calibration of %s in %s\n", blobs.lidar_id.c_str(),
+              sim::WriteBlobs(blobs, directory).c_str());
+}
+
 void PrintSummary(const sim::StreamSummary& summary) {
   std::printf("%llu frames, %llu datagrams, %.1f MB in %.2f s\n",
               static_cast<unsigned long long>(summary.frames),
@@ -93,27 +122,49 @@ void PrintSummary(const sim::StreamSummary& summary) {
       static_cast<unsigned long long>(faults.shortened));
 }
 
+int Run(const sim::StreamOptions& stream, const ServiceOptions& service) {
+  std::unique_ptr<sim::CommandService> commands;
+  if (service.rcx_port >= 0 || !service.calibration_dir.empty()) {
+    const sim::CalibrationBlobs blobs = sim::MakeBlobs(stream.sensor);
+    WriteCalibration(service.calibration_dir, blobs);
+    if (service.rcx_port >= 0) {
+      commands = std::make_unique<sim::CommandService>(
+          sim::ServiceContent{blobs.head, blobs.main}, service.bind,
+          static_cast<std::uint16_t>(service.rcx_port));
+      std::printf("command service of %s on %s:%d\n", blobs.lidar_id.c_str(),
+                  service.bind.c_str(), commands->port());
+    }
+    std::fflush(stdout);
+  }
+  if (!service.no_stream) {
+    PrintSummary(sim::RunStream(stream, stop_requested, std::cout));
+  } else if (commands != nullptr) {
+    while (!stop_requested.load()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  sim::StreamOptions options;
+  sim::StreamOptions stream;
+  ServiceOptions service;
   CLI::App app{"Simulated flash LiDAR: raw packets over UDP, or into a capture file"};
-  AddStreamOptions(app, options);
-  AddOutputOptions(app, options);
-  AddFaultOptions(app, options.faults);
+  AddStreamOptions(app, stream);
+  AddOutputOptions(app, stream);
+  AddServiceOptions(app, service);
+  AddFaultOptions(app, stream.faults);
   CLI11_PARSE(app, argc, argv);
-  if (!options.capture_path.empty() && options.frames == 0 && options.seconds == 0.0) {
+  if (!stream.capture_path.empty() && stream.frames == 0 && stream.seconds == 0.0) {
     std::fprintf(stderr, "--capture needs --frames or --seconds\n");
     return 1;
   }
   std::signal(SIGINT, RequestStop);
   std::signal(SIGTERM, RequestStop);
   try {
-    // The command service starts here, before the first packet.
-    PrintSummary(sim::RunStream(options, stop_requested, std::cout));
+    return Run(stream, service);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "sensor_simulator: %s\n", error.what());
     return 1;
   }
-  return 0;
 }

@@ -24,7 +24,7 @@ struct SensorTables {
   std::vector<float> detect;      // detection level of a three-bin sum, by noise
 };
 
-// The tables that a default node holds.
+// The tables that are compiled into the node for all sensors. Not to be called before main.
 const SensorTables& DefaultSensorTables();
 
 // log2 of the factor by which a return at range_m is weaker than the square law says.
