@@ -131,8 +131,8 @@ int Run(const sim::StreamOptions& stream, const ServiceOptions& service) {
       commands = std::make_unique<sim::CommandService>(
           sim::ServiceContent{blobs.head, blobs.main}, service.bind,
           static_cast<std::uint16_t>(service.rcx_port));
-      std::printf("command service of %s on %s:%d\n", blobs.lidar_id.c_str(),
-                  service.bind.c_str(), commands->port());
+      std::printf("command service of %s on %s:%d\n", blobs.lidar_id.c_str(), service.bind.c_str(),
+                  commands->port());
     }
     std::fflush(stdout);
   }

@@ -9,15 +9,15 @@
 namespace kerul::lidar::simulator {
 namespace {
 
-constexpr double kWeakest = 2.0;         // detections per 160 shots
+constexpr double kWeakest = 2.0;  // detections per 160 shots
 constexpr double kStrongestOrdinary = 4000.0;
 constexpr double kWeakestRetro = 2e4;
 constexpr double kStrongestRetro = 1e6;
-constexpr double kStep = 1.04;           // from one strength to the next
-constexpr int kPhases = 16;              // places within a bin
-constexpr int kNoise = 35;               // background light in the factory
+constexpr double kStep = 1.04;  // from one strength to the next
+constexpr int kPhases = 16;     // places within a bin
+constexpr int kNoise = 35;      // background light in the factory
 constexpr double kShotCounts[] = {80.0, 176.0, 288.0, 432.0};
-constexpr double kPosition = 200.0;      // bins
+constexpr double kPosition = 200.0;  // bins
 constexpr double kMaxSample = 4095.0;
 
 // Mean over places and shot counts of what pulses of one strength decode to.
@@ -53,8 +53,7 @@ Measured Measure(const PulseResponse& response, const SensorTables& tables, doub
       const DecodedPulse decoded = DecodePulse(pulse, first_bin, shots, rule, tables);
       if (!decoded.found) continue;
       mean.height += CompensatedHeight(decoded, kNoise, tables);
-      mean.excess_units +=
-          (first_bin + decoded.centre - position) * kBinMetres / kOffsetUnitMetres;
+      mean.excess_units += (first_bin + decoded.centre - position) * kBinMetres / kOffsetUnitMetres;
       ++count;
     }
   }
@@ -78,9 +77,9 @@ std::vector<Measured> Sweep(const PulseResponse& response, const SensorTables& t
 // Value at a height on straight lines through the points, level beyond both ends.
 template <typename Value>
 double At(const std::vector<Measured>& points, double height, Value value) {
-  const auto upper = std::lower_bound(
-      points.begin(), points.end(), height,
-      [](const Measured& point, double wanted) { return point.height < wanted; });
+  const auto upper =
+      std::lower_bound(points.begin(), points.end(), height,
+                       [](const Measured& point, double wanted) { return point.height < wanted; });
   if (upper == points.begin()) return value(points.front());
   if (upper == points.end()) return value(points.back());
   const Measured& lo = *(upper - 1);

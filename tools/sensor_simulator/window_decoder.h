@@ -21,7 +21,7 @@ struct DecodeInput {
   std::array<double, kWindow> samples{};
   double noise = 0.0;  // noise word
   double shots = 160.0;
-  int echo = 0;              // the second echo takes no baseline adaptation and no clipping
+  int echo = 0;  // the second echo takes no baseline adaptation and no clipping
   WidthRule rule = WidthRule::kByWidth;  // other than by width: for calibration
 };
 

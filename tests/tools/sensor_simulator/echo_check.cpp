@@ -35,10 +35,10 @@ CheckedEcho CheckEcho(const SimulatedFrame& frame, int row, int col, int echo,
   const double height = CompensatedHeight(checked.pulse, pixel.noise, tables);
   const double risen = checked.pulse.noise_rise / 3.0;
   const Curve& range_curve = checked.pulse.high ? calibration.range_high : calibration.range_low;
-  const double units = Interpolated(range_curve, 1.0, height + risen) + OffsetBase(col) +
-                       calibration.offset[entry];
-  checked.range_m = (checked.pulse.centre + pixel.peak_addr[slot]) * kBinMetres -
-                    units * kOffsetUnitMetres;
+  const double units =
+      Interpolated(range_curve, 1.0, height + risen) + OffsetBase(col) + calibration.offset[entry];
+  checked.range_m =
+      (checked.pulse.centre + pixel.peak_addr[slot]) * kBinMetres - units * kOffsetUnitMetres;
   checked.height = MappedHeight(checked.pulse, height, tables);
   const double v = Interpolated(calibration.power, 1024.0, checked.height + risen);
   const double distance = std::max(checked.range_m, 0.3) / kReferenceMetres;
