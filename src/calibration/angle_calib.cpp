@@ -17,6 +17,8 @@ constexpr int kSensorPixels = 288;               // sensor rows and columns per 
 constexpr float kTableRadius = 750.0F;           // sensor pixels that the tabulated angles reach
 constexpr float kThetaStep = 0.001F;             // radians
 constexpr std::size_t kMaxSamples = 10'000'000;  // a real lens takes a few thousand
+// A broken record can ask for 4 billion directions; no receiver comes near this bound.
+constexpr std::size_t kMaxPixels = std::size_t{1} << 24;
 
 constexpr float kDegreesOfTwiceRadian = 114.59155F;  // 360 / pi
 constexpr float kRadiansOfDegree = 0.017453292F;
@@ -204,7 +206,8 @@ bool gen_angle_xyz_from_dat_record(const QndrAngleDatRecord& record, AngleCalibG
                                    std::string* error) {
   ClearGrid(grid);
   // A NaN focal length passes here and ends at the empty table below.
-  if (record.rows == 0 || record.cols == 0 || record.f <= 0.0F) {
+  const std::size_t pixels = std::size_t{record.rows} * record.cols;
+  if (pixels == 0 || pixels > kMaxPixels || record.f <= 0.0F) {
     return Fail(error, "角度标定参数无效 (rows/cols/f)");
   }
   QndrAngleDatRecord model = record;

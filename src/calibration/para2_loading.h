@@ -10,13 +10,13 @@
 namespace kerul::lidar {
 
 struct Para2LoadOptions {
-  std::string host = "192.168.1.10";   // the sensor, IPv4 in dotted form
-  std::int32_t port = 9347;            // its command service
-  std::uint8_t iic_device = 0x40;      // device that holds the calibration registers
-  std::int32_t tile_pixels = 36;       // pixels of a tile
-  std::int32_t tile_columns = 48;      // tiles in a row of tiles
-  bool force_read_from_lidar = false;  // never use the cache
-  std::string cali_path;               // not empty: load from here, the sensor is not contacted
+  std::string host = "192.168.10.160";  // the sensor, IPv4 in dotted form
+  std::int32_t port = 9347;             // its command service
+  std::uint8_t iic_device = 0x40;       // device that holds the calibration registers
+  std::int32_t tile_pixels = 36;        // pixels of a tile
+  std::int32_t tile_columns = 48;       // tiles in a row of tiles
+  bool force_read_from_lidar = false;   // never use the cache
+  std::string cali_path;                // not empty: load from here, the sensor is not contacted
 };
 
 // The calibration of the sensor at hand. Without `cali_path` the head page is read from the sensor

@@ -392,6 +392,13 @@ TEST(AngleRecord, ACurveWithoutTwoPointsIsRefused) {
   EXPECT_EQ(RefusalOf(record), kCurveText);
 }
 
+TEST(AngleCalib, AnAbsurdGridSizeIsRefusedBeforeMemoryIsTaken) {
+  QndrAngleDatRecord record = PlainRecord();
+  record.rows = 65535;
+  record.cols = 65535;
+  EXPECT_EQ(RefusalOf(record), "角度标定参数无效 (rows/cols/f)");
+}
+
 TEST(AngleNormalisation, BrokenAndEmptyDirectionsAreKeptApart) {
   AngleCalibGrid grid;
   grid.rows = 2;
