@@ -1,0 +1,58 @@
+#include <CLI/CLI.hpp>
+
+#include "lidar_view/viewer_app.h"
+
+namespace kerul::lidar::view {
+namespace {
+
+void AddInputOptions(CLI::App& app, ViewerOptions& options) {
+  auto* shm = app.add_option("--shm", options.shm_name,
+                             "Read the shared-memory ring of this name (default "
+                             "kerul_lidar_udp_shm)");
+  auto* udp = app.add_option("--udp", options.udp_port, "Read UDP packets from this port instead")
+                  ->check(CLI::Range(1, 65535))
+                  ->excludes(shm);
+  app.add_option("--group", options.multicast_group, "Join this multicast group (with --udp)")
+      ->needs(udp);
+  app.add_option("--seconds", options.limits.seconds, "Stop after this time")
+      ->check(CLI::PositiveNumber);
+  app.add_option("--frames", options.limits.complete_frames, "Stop after this many complete frames")
+      ->check(CLI::PositiveNumber);
+}
+
+void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color) {
+  app.add_option("--png", options.files.png, "Write the latest complete frame as a picture");
+  app.add_option("--pcd", options.files.pcd, "Write its points as binary PCD");
+  app.add_option("--ply", options.files.ply, "Write its points as binary PLY");
+  app.add_option("--summary", options.summary, "Write what was counted as key=value lines");
+  app.add_option("--calib", options.calib_dir,
+                 "Folder with Lidar-*_angle_calib.dat or *_head.bin for the pixels' directions "
+                 "(default: the simulated sensor's)");
+  app.add_flag("--mount", options.mount, "Apply the configured mounting to the points");
+  app.add_option("--max-range", options.picture.max_range_m,
+                 "End of the picture's range scale in metres (default 40)")
+      ->check(CLI::PositiveNumber);
+  app.add_option("--color", color,
+                 "What the picture shows beside the ranges: reflectivity (default) or flags "
+                 "(ground, and in output mode 12 bloom, filled, after-pulse, high reflectivity)")
+      ->check(CLI::IsMember({"reflectivity", "flags"}));
+}
+
+}  // namespace
+
+bool ParseOptions(int argc, const char* const* argv, ViewerOptions& options, int& exit_status) {
+  CLI::App app("Shows the point stream of the LiDAR node: frames, packets, loss, latency.");
+  std::string color;
+  AddInputOptions(app, options);
+  AddOutputOptions(app, options, color);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    exit_status = app.exit(error) == 0 ? 0 : 1;
+    return false;
+  }
+  if (color == "flags") options.picture.colouring = Colouring::kFlags;
+  return true;
+}
+
+}  // namespace kerul::lidar::view
