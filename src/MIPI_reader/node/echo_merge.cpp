@@ -77,23 +77,22 @@ std::uint64_t Pack(int center, std::uint32_t mask) noexcept {
   return static_cast<std::uint64_t>(mask) << 32 | static_cast<std::uint32_t>(center);
 }
 
-// A row of kTriples: may its three sources be merged, and does the fourth reach them.
-struct Triple {
-  bool is_candidate = false;
-  bool fourth_reaches = false;
-  int spread = 0;
-};
+// May the first three of `sources`, a row of kTriples, be merged?
+bool IsCandidate(const std::int32_t (&sources)[4], const std::array<Window, 4>& windows) noexcept {
+  std::array<int, 3> sorted{};
+  for (std::size_t i = 0; i < sorted.size(); ++i) {
+    sorted[i] = windows[static_cast<std::size_t>(sources[i])].center;
+  }
+  std::sort(sorted.begin(), sorted.end());
+  return CanMerge(sorted[0], sorted[1]) && CanMerge(sorted[1], sorted[2]);
+}
 
-Triple JudgeTriple(const std::int32_t (&sources)[4],
+// Does the source left out reach one of the three?
+bool FourthReaches(const std::int32_t (&sources)[4],
                    const std::array<Window, 4>& windows) noexcept {
   const auto center = [&](int i) { return windows[static_cast<std::size_t>(sources[i])].center; };
-  std::array<int, 3> sorted{center(0), center(1), center(2)};
-  std::sort(sorted.begin(), sorted.end());
-  const int fourth = center(3);
-  return {.is_candidate = CanMerge(sorted[0], sorted[1]) && CanMerge(sorted[1], sorted[2]),
-          .fourth_reaches = CanMerge(fourth, sorted[0]) || CanMerge(fourth, sorted[1]) ||
-                            CanMerge(fourth, sorted[2]),
-          .spread = sorted[2] - sorted[0]};
+  return CanMerge(center(3), center(0)) || CanMerge(center(3), center(1)) ||
+         CanMerge(center(3), center(2));
 }
 
 // The mean of `field` of the sources that `mask` names, summed in double in source order.
@@ -216,28 +215,21 @@ std::uint64_t PickAndMergeFour(const LidarPoint* const* points, int echo,
                                std::uint16_t* out) noexcept {
   std::array<Window, kFour> windows{};
   for (std::size_t i = 0; i < kFour; ++i) windows[i] = WindowOf(*points[i], echo);
-  const std::int32_t(*closest)[4] = nullptr;
-  int smallest_spread = 0;
   for (const auto& row : kTriples) {
-    const Triple triple = JudgeTriple(row, windows);
-    if (!triple.is_candidate) continue;
-    if (triple.fourth_reaches) return Pack(SumAll(windows, out), 0xF);
-    if (closest != nullptr && triple.spread >= smallest_spread) continue;
-    closest = &row;
-    smallest_spread = triple.spread;
+    if (!IsCandidate(row, windows)) continue;
+    if (FourthReaches(row, windows)) return Pack(SumAll(windows, out), 0xF);
+    // Two candidates share two sources, so what either leaves out reaches it: this is the only
+    // one, and there is no closest to be looked for.
+    std::array<Window, 3> chosen{};
+    std::uint32_t mask = 0;
+    for (std::size_t i = 0; i < chosen.size(); ++i) {
+      chosen[i] = windows[static_cast<std::size_t>(row[i])];
+      mask |= 1U << row[i];
+    }
+    return Pack(SumAll(chosen, out), mask);
   }
-  if (closest == nullptr) {
-    std::fill_n(out, kWindowSamples, std::uint16_t{0});
-    return Pack(0, 0);
-  }
-  std::array<Window, 3> chosen{};
-  std::uint32_t mask = 0;
-  for (std::size_t i = 0; i < chosen.size(); ++i) {
-    const std::int32_t source = (*closest)[i];
-    chosen[i] = windows[static_cast<std::size_t>(source)];
-    mask |= 1U << source;
-  }
-  return Pack(SumAll(chosen, out), mask);
+  std::fill_n(out, kWindowSamples, std::uint16_t{0});
+  return Pack(0, 0);
 }
 
 LidarPoint MergePoints(const LidarPoint* const* points, int count) noexcept {

@@ -20,7 +20,7 @@ int MergeWindowsOnAxis(const std::uint16_t* const* windows, const int* addresses
                        std::uint16_t* out) noexcept;
 
 // Chooses which of four sources belong together and merges their windows of slot `echo` (0 or 1):
-// all four when three lie close together and the fourth reaches one of them, else the closest
+// all four when three lie close together and the fourth reaches one of them, else those
 // three, else none. Gives the centre in the low 32 bits and the four-bit mask of the sources, bit i
 // for source i, above them.
 std::uint64_t PickAndMergeFour(const LidarPoint* const* points, int echo,

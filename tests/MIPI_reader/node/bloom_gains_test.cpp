@@ -88,7 +88,7 @@ TEST_F(BloomSpreadGain, ASpreadOfATenthOfAMetreGivesOneByTheFirstRule) {
 TEST_F(BloomSpreadGain, ASpreadOfAMetreGivesAHalfByTheSecondRule) {
   const float gain = GainOf({1.0F, 3.0F});
   EXPECT_EQ(gain, 1.0F - 0.5555556F * (1.0F - 0.1F));
-  EXPECT_NEAR(gain, 0.5F, 1e-6F);  // "up to rounding" of the slope
+  EXPECT_NEAR(gain, 0.5F, 1e-6F);  // the slope is rounded
 }
 
 TEST_F(BloomSpreadGain, AWiderSpreadGivesAHalf) {

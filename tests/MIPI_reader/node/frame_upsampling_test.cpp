@@ -109,6 +109,24 @@ TEST(UpsampleFrame, PixelsBetweenAreMergedFromTheirNeighbours) {
   }
 }
 
+TEST(UpsampleFrame, SourcesAreTakenInTheOrderOfCurrentLeftUpUpleft) {
+  LidarFrame source = FilledFrame(2, 2, 1);
+  // In double only this order, or the first two exchanged, keeps both ones.
+  At(source, 1, 1).pixel_word22 = 1e30F;   // current
+  At(source, 1, 0).pixel_word22 = -1e30F;  // left
+  At(source, 0, 1).pixel_word22 = 1.0F;    // up
+  At(source, 0, 0).pixel_word22 = 1.0F;    // upleft
+  LidarFrame target(4, 4, 1);
+  UpsampleFrame(source, target);
+  EXPECT_EQ(At(target, 1, 1).pixel_word22, 0.5F);
+  At(source, 0, 0).pixel_word22 = 1e30F;
+  At(source, 1, 1).pixel_word22 = 1.0F;
+  UpsampleFrame(source, target);
+  // Each of the ones is lost beside the large numbers, or beside what they leave: ((1 - L) + 1) +
+  // L.
+  EXPECT_EQ(At(target, 1, 1).pixel_word22, 0.0F);
+}
+
 TEST(UpsampleFrame, AMergedPixelHasAFixedRangeAndTheReflectivityOfItsSum) {
   LidarFrame source = FilledFrame(2, 2, 1);
   for (int row = 0; row < 2; ++row) {

@@ -128,7 +128,7 @@ TEST_F(PowerPattern, TheTemplateWrapsAtTheBlocks) {
   EXPECT_EQ(Score(6, 6), 1.0F);
 }
 
-TEST_F(PowerPattern, TheScoreFollowsTheToldOrderOfOperations) {
+TEST_F(PowerPattern, SumsAndProductsAreTakenInOneOrder) {
   std::mt19937 random(11);
   int compared = 0;
   for (int round = 0; round < 500; ++round) {
