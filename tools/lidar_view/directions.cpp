@@ -76,7 +76,8 @@ bool LoadDirections(const std::string& calib_dir, Directions& directions, std::s
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(&standard);
     record.assign(bytes, bytes + kAngleRecordBytes);
     directions.origin = "default camera model";
-  } else if (!FindRecord(calib_dir, record, directions.origin)) {
+  } else if (!FindRecord(calib_dir, record, directions.origin) &&
+             !FindRecord(calib_dir + "/para_read", record, directions.origin)) {
     error = "no Lidar-*_angle_calib.dat and no *_head.bin in " + calib_dir;
     return false;
   }

@@ -25,9 +25,10 @@ void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color)
   app.add_option("--pcd", options.files.pcd, "Write its points as binary PCD");
   app.add_option("--ply", options.files.ply, "Write its points as binary PLY");
   app.add_option("--summary", options.summary, "Write what was counted as key=value lines");
-  app.add_option("--calib", options.calib_dir,
-                 "Folder with Lidar-*_angle_calib.dat or *_head.bin for the pixels' directions "
-                 "(default: the simulated sensor's)");
+  app.add_option(
+      "--calib", options.calib_dir,
+      "Folder with Lidar-*_angle_calib.dat or *_head.bin, or its parent, for the pixels' "
+      "directions (default: the simulated sensor's)");
   app.add_flag("--mount", options.mount, "Apply the configured mounting to the points");
   app.add_option("--max-range", options.picture.max_range_m,
                  "End of the picture's range scale in metres (default 40)")

@@ -121,13 +121,13 @@ class NodeFixture : public ::testing::Test {
  protected:
   ~NodeFixture() override {
     node_.reset();
-    if (!shm_name_.empty()) shm_unlink(shm_name_.c_str());
+    for (const std::string& name : shm_names_) shm_unlink(name.c_str());
   }
 
   // Builds the node, stops its worker and puts the scripted source in place. Its start-up lines
   // are in start_log_.
   void StartNode(const DefaultConfig& config, const std::string& cali_path = {}) {
-    shm_name_ = config.shm_name;
+    shm_names_.push_back(config.shm_name);
     ::testing::internal::CaptureStdout();
     try {
       node_ = std::make_unique<LidarNode>("A_node", config, cali_path);
@@ -185,7 +185,7 @@ class NodeFixture : public ::testing::Test {
   std::string start_log_;
 
  private:
-  std::string shm_name_;
+  std::vector<std::string> shm_names_;
   std::uint32_t taken_ = 0;
 };
 
