@@ -52,7 +52,8 @@ struct CollectedFrame {
   bool IsComplete() const noexcept { return MissingBlocks() == 0; }
 
   static std::size_t Index(int echo, int row, int col) noexcept {
-    return static_cast<std::size_t>((echo * kFrameRows + row) * kFrameCols + col);
+    const int line = echo * kFrameRows + row;
+    return static_cast<std::size_t>(line) * kFrameCols + static_cast<std::size_t>(col);
   }
 };
 

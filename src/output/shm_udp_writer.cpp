@@ -11,12 +11,13 @@ using namespace shm_ring;
 
 namespace {
 
-// The shape that ShmUdpInitRing gives to a region of `size` bytes.
-HeaderShape FreshShape(std::uint32_t size) noexcept {
-  const std::uint32_t slots =
-      size >= kSmallestShmRegion ? (size - kHeaderBytes) / kStride : std::uint32_t{0};
+// The shape of a fresh ring with room for `slots`.
+HeaderShape FreshShape(std::uint32_t slots) noexcept {
   return {kMagicWord, slots, kStride, kMaxPayload};
 }
+
+// Slots in a region of `size` bytes, which must be the smallest region or larger.
+std::uint32_t SlotsIn(std::uint32_t size) noexcept { return (size - kHeaderBytes) / kStride; }
 
 // Marks the slot as being written, then empties it. A reader that finds an emptied word finds the
 // mark as well when it looks again.
@@ -33,7 +34,7 @@ void ClearSlot(std::uint8_t* slot) noexcept {
 void ShmUdpInitRing(std::uint8_t* data, std::uint32_t size) {
   static std::atomic<std::uint32_t> s_boot_id{1};
   constexpr auto kRelaxed = std::memory_order_relaxed;
-  const HeaderShape shape = FreshShape(size);
+  const HeaderShape shape = FreshShape(size >= kSmallestShmRegion ? SlotsIn(size) : 0);
   StoreWord(data, kMagicWord, kRelaxed);
   StoreWord(data + kHeadSeqOffset, 0, kRelaxed);
   StoreWord(data + kBootIdOffset, s_boot_id.fetch_add(1, kRelaxed), kRelaxed);
@@ -73,7 +74,7 @@ bool ShmUdpWriter::WriteOne(const std::uint8_t* data, std::uint16_t length) {
   HeaderShape shape = LoadShape(data_);
   if (!ShapeFits(shape, size_)) {
     ShmUdpInitRing(data_, size_);
-    shape = FreshShape(size_);  // not read back, for the same reason
+    shape = FreshShape(SlotsIn(size_));  // not read back, for the same reason
   }
   const std::uint32_t number = seq_ + 1;
   std::uint8_t* slot = data_ + SlotOffset(shape, number);

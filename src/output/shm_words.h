@@ -88,6 +88,8 @@ inline bool ShapeFits(const HeaderShape& shape, std::uint32_t region_bytes) noex
 // Byte offset of the slot of packet `number`. The number below it is taken modulo 2^32, so number
 // 0, which follows 4294967295, has a place as well.
 inline std::size_t SlotOffset(const HeaderShape& shape, std::uint32_t number) noexcept {
+  // A shape in use has two slots or more: it has passed ShapeFits or is that of an open region.
+  // NOLINTNEXTLINE(clang-analyzer-core.DivideZero)
   return kHeaderBytes + std::size_t{(number - 1) % shape.slots} * shape.stride;
 }
 
