@@ -8,7 +8,8 @@ namespace {
 
 constexpr int kReach = 14;  // pixels
 constexpr double kCentreShare = 5e-5;
-constexpr double kHaloRadius = 4.2;  // pixels
+constexpr double kHaloFall = 1.8;
+constexpr double kHaloRadius = 2.8;  // pixels
 constexpr double kSameRange = 0.3;   // metres within which two sources make one spot
 
 void AddLight(BloomSpots& spots, double strength, double range_m) noexcept {
@@ -26,7 +27,7 @@ void AddLight(BloomSpots& spots, double strength, double range_m) noexcept {
 double BloomShare(double distance_pixels) noexcept {
   const double x = distance_pixels / kHaloRadius;
   const double fall = 1.0 + x * x;
-  return kCentreShare / (fall * fall);
+  return kCentreShare * std::pow(fall, -kHaloFall);
 }
 
 std::vector<BloomSpots> SpreadBloom(const std::vector<BloomSource>& sources) {
