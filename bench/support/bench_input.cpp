@@ -45,9 +45,9 @@ Scene PlainStreet() {
 Scene CurtainBeforeWall() {
   Scene scene;
   scene.name = "full";
-  Body curtain = UprightPanel(ReturnKind::kFence, {4.0, 0.0, 0.0}, 40.0, 40.0, 60.0);
+  Body curtain = UprightPanel(ReturnKind::kFence, {2.5, 0.0, 0.0}, 40.0, 40.0, 80.0);
   curtain.coverage = 0.5;
-  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {7.0, 0.0, 0.0}, 80.0, 80.0, 85.0)};
+  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {4.5, 0.0, 0.0}, 80.0, 80.0, 130.0)};
   return scene;
 }
 
@@ -57,7 +57,7 @@ Scene MakeBenchScene(const std::string& name) {
                        Sign({7.0, -1.0, 1.5}, 0.2, 0.2)});
   }
   if (name == "bright") {
-    return StreetWith({Sign({9.0, 1.6, 1.5}, 1.1, 0.9), Sign({9.0, -1.6, 1.5}, 1.1, 0.9)});
+    return StreetWith({Sign({9.0, 1.6, 1.5}, 1.2, 0.95), Sign({9.0, -1.6, 1.5}, 1.2, 0.95)});
   }
   if (name == "plain") return PlainStreet();
   if (name == "full") return CurtainBeforeWall();

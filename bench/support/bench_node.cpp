@@ -40,11 +40,15 @@ class NoBuffer : public std::streambuf {
 };
 NoBuffer no_buffer;
 
+std::string UniqueName() {
+  static int count = 0;
+  return "/kerul_bench_" + std::to_string(getpid()) + "_" + std::to_string(count++);
+}
+
 }  // namespace
 
 BenchNode::BenchNode(const simulator::CalibrationBlobs& calibration)
-    : saved_cout_(std::cout.rdbuf(&no_buffer)),
-      shm_name_("/kerul_bench_" + std::to_string(getpid())) {
+    : saved_cout_(std::cout.rdbuf(&no_buffer)), shm_name_(UniqueName()) {
   DefaultConfig config = default_config::kConfig;
   config.recv_port = 0;  // whatever port is free; no packet comes from there
   config.shm_name = shm_name_;

@@ -1,0 +1,145 @@
+#include "road/stages.h"
+
+#include <cstring>
+
+#include "support/measuring.h"
+
+namespace kerul::lidar::bench {
+namespace {
+
+constexpr std::size_t kPacketsAtATime = 16;
+static_assert(kPacketsPerRow % kPacketsAtATime == 0);
+
+double ClockCostMs() {
+  constexpr int kReads = 2000;
+  const double start = ThreadTimeMs();
+  double last = start;
+  for (int i = 0; i < kReads; ++i) last = ThreadTimeMs();
+  return (last - start) / kReads;
+}
+
+void Load(const RawPacket& raw, UdpPacket& datagram) {
+  std::memcpy(datagram.buffer, raw.data(), raw.size());
+  datagram.length = static_cast<std::uint16_t>(raw.size());
+}
+
+}  // namespace
+
+std::string_view StageName(int stage) {
+  constexpr std::string_view kNames[kStages] = {
+      "take from memory",
+      "parse and echo computation",
+      "calibration: environment",
+      "calibration: range",
+      "calibration: height map",
+      "calibration: high reflectivity",
+      "calibration: reflectivity",
+      "copy into the frame",
+      "reset of pixels not overwritten",
+      "priming",
+      "ground",
+      "neighbour validation",
+      "shot noise",
+      "bloom",
+      "echo order",
+      "distance map",
+      "encode and ring",
+      "reset at the frame's end",
+  };
+  return kNames[stage];
+}
+
+StagedRoad::StagedRoad(BenchNode& node)
+    : node_(node.Access()),
+      datagrams_(kPacketsAtATime),
+      points_(kPacketsAtATime),
+      clock_cost_ms_(ClockCostMs()) {}
+
+template <typename Work>
+void StagedRoad::Measure(Stage stage, Work&& work) {
+  const double start = ThreadTimeMs();
+  work();
+  times_[static_cast<std::size_t>(stage)] += ThreadTimeMs() - start - clock_cost_ms_;
+}
+
+StageTimes StagedRoad::Run(const FramePackets& packets) {
+  times_ = {};
+  RunRows(packets, kMiniflashRows);
+  FinishRow(kMiniflashRows - 1);
+  Measure(Stage::kReset, [&] { node_.ResetFrame((frame_id_ + 1) % 256); });
+  return times_;
+}
+
+void StagedRoad::RunRows(const FramePackets& packets, int rows) {
+  for (int m_row = 0; m_row < rows; ++m_row) {
+    const auto first = static_cast<std::size_t>(m_row * kPacketsPerRow);
+    for (std::size_t packet = 0; packet < kPacketsPerRow; packet += kPacketsAtATime) {
+      TakePackets(packets, first + packet);
+    }
+    // The schedule lags by a row: the passes look one row down.
+    if (m_row > 0) FinishRow(m_row - 1);
+  }
+}
+
+void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
+  const auto for_each_packet = [&](auto&& work) {
+    return [&, work] {
+      for (std::vector<LidarPoint>& points : points_) work(points);
+    };
+  };
+  Measure(Stage::kReceive, [&] {
+    for (std::size_t i = 0; i < kPacketsAtATime; ++i) Load(packets[first + i], datagrams_[i]);
+  });
+  Measure(Stage::kParse, [&] {
+    for (std::size_t i = 0; i < kPacketsAtATime; ++i) {
+      points_[i].clear();
+      node_.parser().ParsePacket(datagrams_[i], points_[i], frame_id_, node_.config().echo_num);
+    }
+  });
+  Measure(Stage::kEnvironment,
+          for_each_packet([&](auto& points) { CompensateEnvironment(node_.env_calib(), points); }));
+  Measure(Stage::kRange,
+          for_each_packet([&](auto& points) { CalibrateRange(node_.dist_calib(), points); }));
+  Measure(Stage::kHeightMap, for_each_packet([&](auto& points) {
+            MapHighThresholdHeights(node_.high_threshold_map(), points);
+          }));
+  Measure(Stage::kHighRefl, for_each_packet([&](auto& points) {
+            CheckHighReflectivity(node_.high_refl_check(), points);
+          }));
+  Measure(Stage::kReflectivity,
+          for_each_packet([&](auto& points) { node_.retro_calib().calib_points(points); }));
+  Measure(Stage::kCopy, for_each_packet([&](auto& points) { node_.CopyIntoFrame(points); }));
+}
+
+void StagedRoad::FinishRow(int m_row) {
+  Measure(Stage::kStale,
+          [&] { node_.stale_pixels().ResetRows(node_.frame(), 6 * m_row - 6, 6 * m_row + 12); });
+  Measure(Stage::kPrime, [&] { node_.Prime(m_row); });
+  Measure(Stage::kGround, [&] { node_.Ground(m_row); });
+  Measure(Stage::kNeighbours, [&] { node_.Neighbours(m_row); });
+  Measure(Stage::kShotNoise, [&] { node_.ShotNoise(m_row); });
+  Measure(Stage::kBloom, [&] { node_.Bloom(m_row); });
+  Measure(Stage::kOrder, [&] { node_.Order(m_row); });
+  Measure(Stage::kRecord, [&] { node_.RecordDistances(m_row); });
+  Measure(Stage::kForward, [&] { node_.Forward(m_row); });
+}
+
+FrameMix MixOf(const FramePackets& packets, LidarNodeTestAccess node) {
+  FrameMix mix;
+  UdpPacket datagram{};
+  std::vector<LidarPoint> points;
+  int frame_id = 0;
+  for (const RawPacket& packet : packets) {
+    Load(packet, datagram);
+    node.parser().ParsePacket(datagram, points, frame_id, node.config().echo_num);
+    node.CalibratePoints(points);
+    for (const LidarPoint& point : points) {
+      if (point.echoes[0].dist_raw > 0.0F) mix.first_echoes += 1.0 / kPixelsPerFrame;
+      if (point.echoes[1].dist_raw > 0.0F) mix.second_echoes += 1.0 / kPixelsPerFrame;
+      if (point.echoes[0].highRefl) ++mix.bright_pixels;
+    }
+  }
+  return mix;
+}
+
+}  // namespace kerul::lidar::bench
