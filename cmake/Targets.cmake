@@ -38,9 +38,12 @@ function(kerul_add_test_folders)
         target_link_libraries(${name} PRIVATE ${library})
       endif()
     endforeach()
-    # Process-level tests start the programs that were built.
-    target_compile_definitions(${name} PRIVATE "KERUL_BINARY_DIR=\"${CMAKE_BINARY_DIR}\""
-                                               "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
+    # Process-level tests start the programs that were built. Only they are told where, so that the
+    # compiler cache serves all other tests in any checkout.
+    if(folder MATCHES "^(process|tools)")
+      target_compile_definitions(${name} PRIVATE "KERUL_BINARY_DIR=\"${CMAKE_BINARY_DIR}\""
+                                                 "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
+    endif()
     if(TARGET lidar_node)
       add_dependencies(${name} lidar_node)
     endif()
