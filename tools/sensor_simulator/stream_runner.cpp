@@ -160,9 +160,8 @@ class Output {
 std::uint64_t FrameLimit(const StreamOptions& options) {
   std::uint64_t limit = options.frames == 0 ? UINT64_MAX : options.frames;
   if (options.seconds > 0.0) {
-    const auto timed =
-        static_cast<std::uint64_t>(options.seconds * options.frames_per_second + 0.5);
-    limit = std::min(limit, timed);
+    const long long timed = std::llround(options.seconds * options.frames_per_second);
+    limit = std::min(limit, static_cast<std::uint64_t>(timed));
   }
   return limit;
 }

@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 
+#include "calibration/rcx_client.h"
+#include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/truth_file.h"
 #include "tools/sensor_simulator/programs.h"
 #include "tools/sensor_simulator/temporary_directory.h"
@@ -178,6 +181,20 @@ TEST_F(Program, TsharkCountsThePacketsOfACapture) {
   const CommandResult result =
       RunCommand("tshark -r " + capture + " -Y 'udp.length == 700' 2>/dev/null | wc -l");
   EXPECT_EQ(std::stoi(result.output), 6912);
+}
+
+TEST_F(Program, TheCommandServiceGivesTheSensorsOwnHeadPage) {
+  // One line names the port; a signal ends the program after a second.
+  std::FILE* program =
+      popen(("timeout -s TERM 1 " + path_ + " --no-stream --serial 12 --rcx-port 0").c_str(), "r");
+  ASSERT_NE(program, nullptr);
+  int port = 0;
+  EXPECT_EQ(std::fscanf(program, "command service of SIM-0012 on 127.0.0.1:%d", &port), 1);
+  SimulatorOptions options;
+  options.serial = 12;
+  RcxClient client("127.0.0.1", port, 1.0);
+  EXPECT_EQ(client.ReadIicRegMulti(0x40, 0xA02C, 256), MakeBlobs(options).head);
+  pclose(program);
 }
 
 TEST_F(Program, CalibrationIsWrittenWithoutAStream) {
