@@ -5,8 +5,8 @@
 
 namespace kerul::lidar::view {
 
-// A fisheye of 576 x 576 sensor cells, read out 2 x 2, of which the middle 216 x 288 places are
-// used: the simulated sensor's own camera.
+// The simulated sensor's camera as its angle record. The simulator packs the same record byte by
+// byte; this one needs its header alone.
 QndrAngleDatRecord DefaultAngleRecord();
 
 }  // namespace kerul::lidar::view

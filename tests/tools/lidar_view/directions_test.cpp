@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
 #include "calibration/angle_calib.h"
 #include "lidar_view/default_angle_record.h"
+#include "sensor_simulator/camera_model.h"
 #include "tools/lidar_view/sample_frame.h"
 
 namespace kerul::lidar::view {
@@ -44,6 +46,27 @@ TEST(Directions, DefaultOnesAreUnitVectorsThatLookAhead) {
     ASSERT_NEAR(unit[0] * unit[0] + unit[1] * unit[1] + unit[2] * unit[2], 1.0F, 1e-5F);
   }
   EXPECT_EQ(directions.origin, "default camera model");
+}
+
+TEST(Directions, TheDefaultIsTheSimulatedSensorsCamera) {
+  const auto theirs = simulator::CameraRecord(simulator::CameraModel{});
+  const std::vector<std::uint8_t> ours = BytesOf(DefaultAngleRecord());
+  // Bytes 5..45 are those that are read.
+  EXPECT_TRUE(std::equal(ours.begin() + 5, ours.begin() + 46, theirs.begin() + 5));
+
+  Directions directions;
+  std::string error;
+  ASSERT_TRUE(LoadDirections("", directions, error)) << error;
+  const std::vector<simulator::Vec3> truth = simulator::PixelDirections(simulator::CameraModel{});
+  ASSERT_EQ(truth.size(), directions.unit.size());
+  double worst = 0.0;
+  for (std::size_t i = 0; i < truth.size(); ++i) {
+    const auto& unit = directions.unit[i];
+    worst = std::max({worst, std::fabs(unit[0] - truth[i].x), std::fabs(unit[1] - truth[i].y),
+                      std::fabs(unit[2] - truth[i].z)});
+  }
+  // The grid interpolates a table of 0.001 rad in single precision.
+  EXPECT_LT(worst, 1e-4);
 }
 
 TEST(Directions, RowsRunUpAndColumnsRunToTheRight) {
