@@ -51,9 +51,13 @@ std::uint32_t CountReturns(const LidarFrame& frame, std::uint8_t mode) noexcept 
   return count;
 }
 
+int FileFrameId(const FrameExport& request) {
+  return request.frame_id < 0 ? 0 : request.frame_id & 0xFF;
+}
+
 // Up to the sequence number; the count of points follows.
 void WriteHeader(std::ofstream& file, const LidarFrame& frame, std::uint8_t mode,
-                 std::uint64_t sequence) {
+                 const FrameExport& request) {
   file.write(kMagic, sizeof kMagic);
   Write(file, kVersion);
   Write(file, kVersion);
@@ -63,8 +67,8 @@ void WriteHeader(std::ofstream& file, const LidarFrame& frame, std::uint8_t mode
   Write(file, static_cast<std::uint16_t>(frame.width));
   Write(file, kValuesPerRecord);
   Write(file, std::uint16_t{0});
-  Write(file, std::uint32_t{frame.frame_id});
-  Write(file, sequence);
+  Write(file, static_cast<std::uint32_t>(FileFrameId(request)));
+  Write(file, request.sequence);
 }
 
 void WriteRecords(std::ofstream& file, const LidarFrame& frame, std::uint8_t mode) {
@@ -82,10 +86,10 @@ void WriteRecords(std::ofstream& file, const LidarFrame& frame, std::uint8_t mod
 }
 
 // Judged before the file is closed: what fails only at the close goes unseen.
-bool WriteFile(const char* path, const LidarFrame& frame, std::uint8_t mode,
-               std::uint64_t sequence) {
+bool WriteFile(const char* path, const LidarFrame& frame, const FrameExport& request) {
+  const std::uint8_t mode = ExportModeCode(request.export_mode);
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  if (file.good()) WriteHeader(file, frame, mode, sequence);
+  if (file.good()) WriteHeader(file, frame, mode, request);
   if (file.good()) Write(file, CountReturns(frame, mode));
   if (file.good()) WriteRecords(file, frame, mode);
   return !file.fail();
@@ -102,7 +106,7 @@ void ExportFrame(const LidarFrame& frame, const FrameExport& request) {
   std::array<char, kPathBytes> path;
   const int length = std::snprintf(path.data(), path.size(), "%s/%s_%s_f%03d_n%06llu.bin",
                                    request.export_dir.c_str(), request.node_name.c_str(),
-                                   request.export_mode.c_str(), int{frame.frame_id},
+                                   request.export_mode.c_str(), FileFrameId(request),
                                    static_cast<unsigned long long>(request.sequence));
   if (length <= 0 || length >= static_cast<int>(path.size())) {
     std::cerr << "[LidarNode][" << request.node_name << "] export BIN path too long\n";
@@ -114,7 +118,7 @@ void ExportFrame(const LidarFrame& frame, const FrameExport& request) {
     std::error_code ignored;
     std::filesystem::create_directories(parent, ignored);
   }
-  if (!WriteFile(path.data(), frame, ExportModeCode(request.export_mode), request.sequence)) {
+  if (!WriteFile(path.data(), frame, request)) {
     std::cerr << "[LidarNode][" << request.node_name << "] export BIN failed: " << path.data()
               << '\n';
   }

@@ -15,6 +15,9 @@ struct FrameExport {
   std::string export_dir;
   std::string node_name;
   std::string export_mode;
+  // The frame counter that the frame's last packet carried, which is not always the id that the
+  // frame is published under. Its low byte is used; a negative one counts as 0.
+  int frame_id = 0;
   std::uint64_t sequence = 0;
 };
 

@@ -123,8 +123,8 @@ class LidarNode {
   void Deliver(int length, bool by_udp);
 
   // Frame end, when the diagnostic export is switched on.
-  void UpsampleAndExport();
-  void ExportFrameFile();
+  void UpsampleAndExport(int frame_id);
+  void ExportFrameFile(int frame_id);
   kerul::lidar::LidarPoint mergeLidarPointEchoConvolveImpl(
       const kerul::lidar::LidarPoint* const* points, int count) const;
   std::uint64_t PickAndMergeEchoFour_(const kerul::lidar::LidarPoint* const* points, int echo,

@@ -62,21 +62,22 @@ void LidarNode::AdvanceRows(int target_row) {
 
 void LidarNode::SettleFrame() noexcept { stale_pixels_.ResetRows(*frame_, 0, frame_->height); }
 
-void LidarNode::UpsampleAndExport() {
+void LidarNode::UpsampleAndExport(int frame_id) {
   SettleFrame();
   if (frame_ && upsampled_frame_ && UpsampleFrame(*frame_, *upsampled_frame_)) {
     upsampled_frame_written_ = true;
   }
-  if (!config_->export_dir.empty()) ExportFrameFile();
+  if (!config_->export_dir.empty()) ExportFrameFile(frame_id);
 }
 
-void LidarNode::ExportFrameFile() {
+void LidarNode::ExportFrameFile(int frame_id) {
   const bool doubled = kerul::lidar::ExportModeCode(config_->export_mode) == 2;
   const std::shared_ptr<kerul::lidar::LidarFrame>& frame = doubled ? upsampled_frame_ : frame_;
   if (!frame) return;
   ExportFrame(*frame, {.export_dir = config_->export_dir,
                        .node_name = name_,
                        .export_mode = config_->export_mode,
+                       .frame_id = frame_id,
                        .sequence = export_file_seq_++});
 }
 

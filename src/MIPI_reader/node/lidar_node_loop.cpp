@@ -95,7 +95,7 @@ bool LidarNode::BelongsToAnotherFrame(int frame_id) const noexcept {
 
 // Rows that are still unprocessed here are dropped, deliberately: only a frame change flushes.
 void LidarNode::CloseFrame(int frame_id) {
-  if (config_->frame_output_enable) UpsampleAndExport();
+  if (config_->frame_output_enable) UpsampleAndExport(frame_id);
   ResetFrame((frame_id + 1) % 256);
   if (config_->run_once) running_ = false;
 }

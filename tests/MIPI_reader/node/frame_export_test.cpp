@@ -53,8 +53,8 @@ class FrameExportFile : public testing::Test {
     std::string pattern = (fs::temp_directory_path() / "frame_export_XXXXXX").string();
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     dir_ = pattern;
-    request_ = {(dir_ / "out").string(), "A_node", "raw", 12};
-    frame_.frame_id = 7;
+    request_ = {(dir_ / "out").string(), "A_node", "raw", 7, 12};
+    frame_.frame_id = 99;  // goes into no file
   }
   void TearDown() override { fs::remove_all(dir_); }
 
@@ -84,9 +84,18 @@ TEST_F(FrameExportFile, TheNameTellsNodeModeFrameAndSequence) {
   EXPECT_TRUE(fs::exists(dir_ / "out/A_node_raw_f007_n000012.bin"));
   request_.export_mode = "interp";
   request_.sequence = 12345678;
-  frame_.frame_id = 255;
+  request_.frame_id = 255;
   EXPECT_EQ(Export(), "");
   EXPECT_TRUE(fs::exists(dir_ / "out/A_node_interp_f255_n12345678.bin"));
+}
+
+TEST_F(FrameExportFile, ANegativeFrameIdIsNoneAndALargeOneKeepsItsLowByte) {
+  request_.frame_id = -1;
+  Export();
+  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f000_n000012.bin"), Header(0, 216, 288, 0, 12, 0));
+  request_.frame_id = 0x101;
+  Export();
+  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f001_n000012.bin"), Header(0, 216, 288, 1, 12, 0));
 }
 
 TEST_F(FrameExportFile, AFrameWithoutAReturnIsTheHeaderAlone) {
@@ -121,7 +130,7 @@ TEST_F(FrameExportFile, ProcessedFilesHoldTheProcessedValues) {
 
 TEST_F(FrameExportFile, DoubledFilesHoldTheProcessedValuesOfTheDoubledGrid) {
   frame_ = LidarFrame(432, 576, 2);
-  frame_.frame_id = 3;
+  request_.frame_id = 3;
   Echo(431, 575) = {.dist_raw = 1.5F, .refl_raw = 20.0F, .dist_proc = 1.2F, .refl_proc = 9.5F};
   request_.export_mode = "interp";
   Export();

@@ -1,3 +1,5 @@
+#include <cstdlib>
+#include <filesystem>
 #include <numeric>
 
 #include "node_fixture.h"
@@ -126,6 +128,21 @@ TEST_F(PacketLoop, RowsStillUnprocessedAtTheLastPacketAreDropped) {
   const std::string log = Play(packets);
   EXPECT_EQ(TakePublishedRows(), Rows(0, 33));
   EXPECT_EQ(CountOf(log, ", frame_id: 11, received_count:6721\n"), 1);
+}
+
+TEST_F(PacketLoop, AnExportedFileCarriesTheIdOfTheLastPacketNotThatOfTheFrame) {
+  std::string dir = (std::filesystem::temp_directory_path() / "packet_loop_XXXXXX").string();
+  ASSERT_NE(mkdtemp(dir.data()), nullptr);
+  config_.frame_output_enable = true;
+  config_.export_dir = dir;
+  config_.export_mode = "raw";
+  Start();
+  // The first frame is published under 0; the second is closed by a packet of the first.
+  Play({MakeRawPacket(9, kPacketsPerFrame - 1), MakeRawPacket(11, 0),
+        MakeRawPacket(10, kPacketsPerFrame - 1)});
+  EXPECT_TRUE(std::filesystem::exists(dir + "/A_node_raw_f009_n000000.bin"));
+  EXPECT_TRUE(std::filesystem::exists(dir + "/A_node_raw_f010_n000001.bin"));
+  std::filesystem::remove_all(dir);
 }
 
 TEST_F(PacketLoop, RunOnceStopsAtTheFrameEnd) {

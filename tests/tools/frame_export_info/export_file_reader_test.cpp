@@ -68,12 +68,11 @@ TEST(ExportFileReader, ReadsTheRecords) {
 TEST(ExportFileReader, ReadsWhatTheNodeWrites) {
   const TempDir dir;
   LidarFrame frame(12, 18, 1);
-  frame.frame_id = 9;
   frame.points[0][3].echoes[0].dist_proc = 4.0F;
   frame.points[5][0].echoes[0].dist_proc = kNan;
   frame.points[11][17].echoes[0].dist_proc = 80.5F;
   frame.points[11][17].echoes[0].refl_proc = 12.0F;
-  ExportFrame(frame, {dir.File("out"), "n", "processed", 5});
+  ExportFrame(frame, {dir.File("out"), "n", "processed", 9, 5});
   ExportFile file;
   std::string error;
   ASSERT_TRUE(ReadExportFile(dir.File("out/n_processed_f009_n000005.bin"), file, error)) << error;
