@@ -17,7 +17,8 @@ endif()
 
 # One test program for each folder below tests/ that holds *_test.cpp files, named after the folder:
 # tests/MIPI_reader/parser gives tests_MIPI_reader_parser. Other .cpp files of the folder are its
-# helpers. LIBRARIES are linked to all of them when they exist.
+# helpers. LIBRARIES are linked to all of them when they exist. Tests with "AMillionPackets" in their name
+# take long and run on request only: ctest -C long -L long.
 function(kerul_add_test_folders)
   cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
   file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" *_test.cpp)
@@ -47,6 +48,7 @@ function(kerul_add_test_folders)
     if(TARGET lidar_node)
       add_dependencies(${name} lidar_node)
     endif()
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_FILTER "-*AMillionPackets*"
+                         PROPERTIES TIMEOUT 300)
   endforeach()
 endfunction()

@@ -2,11 +2,15 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 
 #include "support/point_compare.h"
+#include "temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -32,26 +36,6 @@ class CoutCapture {
  private:
   std::ostringstream text_;
   std::streambuf* before_;
-};
-
-// A directory of its own that goes with it.
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kerul_XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
 };
 
 bool IsRawPacket(const UdpPacket& packet) {
@@ -112,7 +96,7 @@ TwinRun::TwinRun(const DefaultConfig& config, const simulator::CalibrationBlobs&
   const CoutCapture start_log;
   const TempDir dir;
   const std::filesystem::path para_read = simulator::WriteBlobs(blobs, dir.path());
-  node_ = std::make_unique<LidarNode>("twin_node", config, para_read.string());
+  node_ = std::make_unique<LidarNode>(config.lidar_name + "_node", config, para_read.string());
   node_->RequestStop();
   node_->JoinWorker();
   reference_ = std::make_unique<reference::Node>(
@@ -139,6 +123,7 @@ std::string TwinRun::Play(const NextDatagram& next) {
   if (difference_.empty()) difference_ = ComparePublished();
   if (difference_.empty()) difference_ = CompareClosedFrames(log);
   if (difference_.empty()) difference_ = CompareFrame();
+  if (difference_.empty()) difference_ = CompareExportedFiles();
   return difference_;
 }
 
@@ -243,6 +228,22 @@ std::string TwinRun::CompareFrame() {
   access.SettleFrame();
   const std::string difference = FrameDifference(access.frame(), reference_->frame);
   return difference.empty() ? difference : "frame left in hand: " + difference;
+}
+
+std::string TwinRun::CompareExportedFiles() {
+  for (const reference::ExportedFile& expected : reference_->exported_files) {
+    std::ifstream file(expected.path, std::ios::binary);
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
+    const auto [got, told] =
+        std::mismatch(bytes.begin(), bytes.end(), expected.bytes.begin(), expected.bytes.end());
+    if (got != bytes.end() || told != expected.bytes.end()) {
+      return expected.path + " of " + std::to_string(bytes.size()) + " bytes, expected " +
+             std::to_string(expected.bytes.size()) + ", differs at byte " +
+             std::to_string(got - bytes.begin());
+    }
+    ++counts_.exported_files;
+  }
+  return {};
 }
 
 }  // namespace kerul::lidar::testing

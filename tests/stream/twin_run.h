@@ -29,7 +29,8 @@ struct TwinCounts {
   std::uint64_t rows = 0;        // miniflash rows published
   std::uint64_t rows_again = 0;  // of these, behind a later row of the same frame
   std::uint64_t stragglers = 0;  // packets of an earlier frame id taken into the frame in hand
-  std::uint64_t withheld = 0;    // datagrams that would have ended the process
+  std::uint64_t exported_files = 0;
+  std::uint64_t withheld = 0;  // datagrams that would have ended the process
 };
 
 class TwinRun {
@@ -43,7 +44,8 @@ class TwinRun {
   using NextDatagram = std::function<const Datagram*()>;
 
   // Plays the stream through both and compares what they publish after each datagram, byte for
-  // byte but for the clock, then the closed frames' ids and counts and the frame left in hand.
+  // byte but for the clock, then the closed frames' ids and counts, the frame left in hand and the
+  // exported files.
   // Stops at the first difference and tells it; an empty text says that there is none.
   // To be called once.
   std::string Play(const NextDatagram& next);
@@ -59,6 +61,7 @@ class TwinRun {
   std::string ComparePublished();
   std::string CompareClosedFrames(const std::string& log);
   std::string CompareFrame();
+  std::string CompareExportedFiles();
   void CountPacket(const std::vector<std::uint8_t>& packet);
 
   std::string shm_name_;
