@@ -45,9 +45,9 @@ Scene PlainStreet() {
 Scene CurtainBeforeWall() {
   Scene scene;
   scene.name = "full";
-  Body curtain = UprightPanel(ReturnKind::kFence, {2.5, 0.0, 0.0}, 40.0, 40.0, 80.0);
+  Body curtain = UprightPanel(ReturnKind::kFence, {4.0, 0.0, 0.0}, 40.0, 40.0, 110.0);
   curtain.coverage = 0.5;
-  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {4.5, 0.0, 0.0}, 80.0, 80.0, 130.0)};
+  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {6.5, 0.0, 0.0}, 80.0, 80.0, 180.0)};
   return scene;
 }
 
@@ -64,13 +64,32 @@ Scene MakeBenchScene(const std::string& name) {
   return simulator::MakeScene(name);
 }
 
+// Pixels that miss an echo take over the reading of the last pixel that has both.
+void FillEmptyWindows(simulator::SimulatedFrame& frame) {
+  const auto is_full = [](const simulator::PixelReadout& pixel) {
+    return std::ranges::all_of(pixel.peak_addr, [](int addr) { return addr <= 1000; });
+  };
+  const auto first = std::ranges::find_if(frame.pixels, is_full);
+  if (first == frame.pixels.end()) return;
+  simulator::PixelReadout last = *first;
+  for (simulator::PixelReadout& pixel : frame.pixels) {
+    if (is_full(pixel)) {
+      last = pixel;
+    } else {
+      pixel = last;
+    }
+  }
+}
+
 }  // namespace
 
 std::vector<FramePackets> MakeFrames(const std::string& scene, int frames) {
   simulator::FrameSimulator simulator(MakeBenchScene(scene), simulator::SimulatorOptions{});
   std::vector<FramePackets> made;
   for (int i = 0; i < frames; ++i) {
-    made.push_back(simulator::EncodeFrame(simulator.Simulate(static_cast<std::uint32_t>(i))));
+    simulator::SimulatedFrame frame = simulator.Simulate(static_cast<std::uint32_t>(i));
+    if (scene == "full") FillEmptyWindows(frame);
+    made.push_back(simulator::EncodeFrame(frame));
   }
   return made;
 }
