@@ -45,9 +45,9 @@ Scene PlainStreet() {
 Scene CurtainBeforeWall() {
   Scene scene;
   scene.name = "full";
-  Body curtain = UprightPanel(ReturnKind::kFence, {4.0, 0.0, 0.0}, 40.0, 40.0, 110.0);
+  Body curtain = UprightPanel(ReturnKind::kFence, {4.0, 0.0, 0.0}, 40.0, 40.0, 50.0);
   curtain.coverage = 0.5;
-  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {6.5, 0.0, 0.0}, 80.0, 80.0, 180.0)};
+  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {7.2, 0.0, 0.0}, 80.0, 80.0, 120.0)};
   return scene;
 }
 
@@ -64,19 +64,16 @@ Scene MakeBenchScene(const std::string& name) {
   return simulator::MakeScene(name);
 }
 
-// Pixels that miss an echo take over the reading of the last pixel that has both.
-void FillEmptyWindows(simulator::SimulatedFrame& frame) {
-  const auto is_full = [](const simulator::PixelReadout& pixel) {
-    return std::ranges::all_of(pixel.peak_addr, [](int addr) { return addr <= 1000; });
-  };
-  const auto first = std::ranges::find_if(frame.pixels, is_full);
-  if (first == frame.pixels.end()) return;
-  simulator::PixelReadout last = *first;
-  for (simulator::PixelReadout& pixel : frame.pixels) {
-    if (is_full(pixel)) {
-      last = pixel;
-    } else {
-      pixel = last;
+// The middle quarter of the picture over all of it: the corners see the curtain at a slant, and
+// some of their pulses are too weak.
+void SpreadMiddle(simulator::SimulatedFrame& frame) {
+  const std::vector<simulator::PixelReadout> pixels = frame.pixels;
+  for (int row = 0; row < simulator::kRows; ++row) {
+    for (int col = 0; col < simulator::kCols; ++col) {
+      const int from =
+          simulator::PixelIndex(simulator::kRows / 4 + row / 2, simulator::kCols / 4 + col / 2);
+      frame.pixels[static_cast<std::size_t>(simulator::PixelIndex(row, col))] =
+          pixels[static_cast<std::size_t>(from)];
     }
   }
 }
@@ -88,7 +85,7 @@ std::vector<FramePackets> MakeFrames(const std::string& scene, int frames) {
   std::vector<FramePackets> made;
   for (int i = 0; i < frames; ++i) {
     simulator::SimulatedFrame frame = simulator.Simulate(static_cast<std::uint32_t>(i));
-    if (scene == "full") FillEmptyWindows(frame);
+    if (scene == "full") SpreadMiddle(frame);
     made.push_back(simulator::EncodeFrame(frame));
   }
   return made;

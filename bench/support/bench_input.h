@@ -24,8 +24,7 @@ using FramePackets = std::vector<RawPacket>;  // 6912, in the order in which the
 //   street  the simulator's street with three retro-reflective signs more: the usual input
 //   plain   the street without any retro-reflector
 //   retro, noise, empty  the simulator's scenes
-//   full    a half-transparent curtain before a wall: every pixel sends both windows,
-//           nearly all of them with a valid echo
+//   full    a half-transparent curtain before a wall: nearly every pixel has both echoes
 //   bright  the street with large boards of retro-reflective sheeting: some 2000 bright pixels
 // Gives `frames` successive frames; throws std::invalid_argument for another name.
 std::vector<FramePackets> MakeFrames(const std::string& scene, int frames);
