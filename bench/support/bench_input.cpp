@@ -45,9 +45,9 @@ Scene PlainStreet() {
 Scene CurtainBeforeWall() {
   Scene scene;
   scene.name = "full";
-  Body curtain = UprightPanel(ReturnKind::kFence, {4.0, 0.0, 0.0}, 40.0, 40.0, 50.0);
+  Body curtain = UprightPanel(ReturnKind::kFence, {4.0, 0.0, 0.0}, 40.0, 40.0, 20.0);
   curtain.coverage = 0.5;
-  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {7.2, 0.0, 0.0}, 80.0, 80.0, 120.0)};
+  scene.bodies = {curtain, UprightPanel(ReturnKind::kWall, {7.2, 0.0, 0.0}, 80.0, 80.0, 60.0)};
   return scene;
 }
 
