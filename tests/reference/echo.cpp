@@ -123,11 +123,11 @@ Gravity CentreOfGravity(const float* D, const Edges& edges, float H) {
 }
 
 int CurveIndex(float normalised_peak) {
-  // What has no whole number counts as below every index.
-  if (!(std::fabs(normalised_peak) < 9.0e18F)) return 0;
+  // NaN and infinity count as below every index.
+  if (!std::isfinite(normalised_peak)) return 0;
+  if (normalised_peak >= 640.0F) return 640;
+  if (normalised_peak <= 0.0F) return 0;
   const long rounded = std::lround(normalised_peak);
-  if (rounded < 0) return 0;
-  if (rounded > 640) return 640;
   return static_cast<int>(rounded);
 }
 

@@ -1,0 +1,72 @@
+// Random records for holding two computations against each other: plausible ones, wild ones, and
+// the values at which computations part ways.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "MIPI_reader/parser/lidar_point.h"
+#include "calibration/angle_calib.h"
+
+namespace kerul::lidar::testing {
+
+enum class FrameStyle {
+  kEmpty,     // no echo at all
+  kSurface,   // a tilted surface with a little noise, a second echo here and there
+  kSalted,    // the same, with edge values sprinkled over it
+  kPatches,   // blocks at ranges of their own, some with bright pixels
+  kIsolated,  // a few echoes, far between
+  kWild,      // any value in any field
+};
+inline constexpr int kFrameStyles = 6;
+
+class RandomRecords {
+ public:
+  explicit RandomRecords(std::uint64_t seed) : engine_(seed) {}
+
+  std::uint64_t Bits() { return engine_(); }
+  std::uint8_t Byte() { return static_cast<std::uint8_t>(engine_() >> 56); }
+  int Below(int limit);                  // 0..limit-1, limit above 0
+  int Between(int lowest, int highest);  // both included
+  bool Chance(double probability);
+  float Uniform(float lowest, float highest);
+
+  // NaN, infinities, zeros of both signs, the smallest and largest numbers, whole numbers, limits
+  // of the integer types.
+  float EdgeValue();
+  // Any 32 bits as a float.
+  float AnyFloat();
+  // Uniform but for a share of edge values.
+  float Salted(float lowest, float highest, double share = 0.02);
+  std::vector<float> Table(std::size_t entries, float lowest, float highest, double share = 0.0);
+
+  // Every field random: plausible by default, edge values as often as `share` says, bits of any
+  // kind when wild. `row` and `col` lie in the 216 x 288 grid.
+  LidarEcho Echo(double share);
+  LidarPoint Point(double share);
+  LidarPoint WildPoint();
+
+  // height and width in pixels; each point carries its place. Sets LidarPoint::echo_num.
+  LidarFrame Frame(int height, int width, int echo_num, FrameStyle style);
+  FrameStyle Style() { return static_cast<FrameStyle>(Below(kFrameStyles)); }
+
+  // 17 samples: empty, flat, one pulse, two peaks, saturated, or any.
+  void Window(std::uint16_t* samples);
+  // A raw packet of this protocol, mostly with a place of a sound sensor.
+  UdpPacket RawPacket();
+
+  // A direction for each pixel, looking forward; edge values as often as `share` says.
+  AngleCalibGrid AngleGrid(int rows, int cols, double share);
+
+ private:
+  void FillSurface(LidarFrame& frame, double share);
+  void FillPatches(LidarFrame& frame);
+  void FillIsolated(LidarFrame& frame);
+  void PutEcho(LidarEcho& echo, float range, float height);
+
+  std::mt19937_64 engine_;
+};
+
+}  // namespace kerul::lidar::testing
