@@ -111,9 +111,9 @@ float RetroCurveValue(const std::vector<float>& curve, float x) {
   const std::int64_t i = Truncate(x);
   const float lower = curve[NearestIndex(i, 512)];
   const float upper = curve[NearestIndex(i + 1, 512)];
-  const float fi = static_cast<float>(i);
-  const float fi1 = static_cast<float>(i + 1);
-  return (x - fi) * ((upper - lower) / (fi1 - fi)) + lower;
+  // The entries are one apart. Taken as 1 also where i + 1 and i are the same float: such heights
+  // lie far below the curve, where both entries are the first.
+  return (x - static_cast<float>(i)) * (upper - lower) + lower;
 }
 
 float RangeDependentCorrection(const std::vector<float>& table, float d, int lane) {
