@@ -1,10 +1,6 @@
 #include "road/live.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <pthread.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
@@ -12,53 +8,13 @@
 #include <thread>
 
 #include "source/socket_source.h"
+#include "support/loopback.h"
 #include "support/measuring.h"
 
 namespace kerul::lidar::bench {
 namespace {
 
 using std::chrono::steady_clock;
-
-sockaddr_in LoopbackAddress(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-// A port that was free a moment ago.
-std::uint16_t FreePort() {
-  const int probe = ::socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address = LoopbackAddress(0);
-  socklen_t size = sizeof address;
-  const bool bound = ::bind(probe, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                     ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-  ::close(probe);
-  if (!bound) throw std::runtime_error("no free UDP port");
-  return ntohs(address.sin_port);
-}
-
-class Sender {
- public:
-  explicit Sender(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
-    const sockaddr_in address = LoopbackAddress(port);
-    if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      throw std::runtime_error("cannot send over the loopback interface");
-    }
-  }
-  ~Sender() { ::close(socket_); }
-  Sender(const Sender&) = delete;
-  Sender& operator=(const Sender&) = delete;
-  void Send(const RawPacket& packet) const {
-    if (::send(socket_, packet.data(), packet.size(), 0) < 0) {
-      throw std::runtime_error("sending over the loopback interface failed");
-    }
-  }
-
- private:
-  int socket_;
-};
 
 // The node's socket source; each call first sends the packet that it will find.
 class OneInFlight : public SocketSource {
@@ -83,7 +39,7 @@ class OneInFlight : public SocketSource {
   }
 
  private:
-  Sender sender_;
+  LoopbackSender sender_;
   std::atomic<bool>& running_;
   const FramePackets* packets_ = nullptr;
   std::size_t next_ = 0;
@@ -112,8 +68,8 @@ double WallMs(auto&& work) {
 }
 
 // Spreads a frame's packets over most of its period, a few at a time.
-void SendFrame(const Sender& sender, const FramePackets& packets, steady_clock::time_point start,
-               steady_clock::duration period) {
+void SendFrame(const LoopbackSender& sender, const FramePackets& packets,
+               steady_clock::time_point start, steady_clock::duration period) {
   constexpr std::size_t kBurst = 8;
   const auto step = period * 9 / 10 / static_cast<int>(packets.size() / kBurst);
   auto next = start;
@@ -172,7 +128,7 @@ CpuShare MeasureCpuShare(BenchNode& node, const std::vector<FramePackets>& frame
   node.Access().source() = std::move(source);
 
   std::thread worker([&node] { node.RunLoop(); });
-  const Sender sender(port);
+  const LoopbackSender sender(port);
   const auto period = std::chrono::duration_cast<steady_clock::duration>(
       std::chrono::duration<double>(1.0 / frames_per_second));
   const int frame_count = static_cast<int>(seconds * frames_per_second);

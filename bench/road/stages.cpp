@@ -10,14 +10,6 @@ namespace {
 constexpr std::size_t kPacketsAtATime = 16;
 static_assert(kPacketsPerRow % kPacketsAtATime == 0);
 
-double ClockCostMs() {
-  constexpr int kReads = 2000;
-  const double start = ThreadTimeMs();
-  double last = start;
-  for (int i = 0; i < kReads; ++i) last = ThreadTimeMs();
-  return (last - start) / kReads;
-}
-
 void Load(const RawPacket& raw, UdpPacket& datagram) {
   std::memcpy(datagram.buffer, raw.data(), raw.size());
   datagram.length = static_cast<std::uint16_t>(raw.size());
@@ -53,7 +45,7 @@ StagedRoad::StagedRoad(BenchNode& node)
     : node_(node.Access()),
       datagrams_(kPacketsAtATime),
       points_(kPacketsAtATime),
-      clock_cost_ms_(ClockCostMs()) {}
+      clock_cost_ms_(ThreadClockCostMs()) {}
 
 template <typename Work>
 void StagedRoad::Measure(Stage stage, Work&& work) {

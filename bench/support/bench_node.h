@@ -30,6 +30,11 @@ struct LidarNodeTestAccess {
   const kerul::lidar::HighReflCheck& high_refl_check() { return *node.high_refl_check_; }
   const kerul::lidar::RetroCalib& retro_calib() { return *node.retro_calib_; }
 
+  const kerul::lidar::GroundSettings& ground_settings() { return node.ground_settings_; }
+  const kerul::lidar::AngleCalibGrid& angle_grid() { return node.angle_grid_; }
+  const kerul::lidar::BloomSuppressCalib& bloom_calib() { return node.bloom_calib_; }
+  const kerul::lidar::EchoOutputPlan& echo_plan() { return node.echo_plan_; }
+
   void ResetFrame(int id) { node.ResetFrame(id); }
   void UpdateFrames(int index, std::vector<kerul::lidar::LidarPoint>& points) {
     node.UpdateFrames(index, points);

@@ -41,6 +41,14 @@ std::string InstructionSets() {
 }  // namespace
 
 double ThreadTimeMs() { return ReadClockMs(CLOCK_THREAD_CPUTIME_ID); }
+double ThreadClockCostMs() {
+  constexpr int kReads = 2000;
+  const double start = ThreadTimeMs();
+  double last = start;
+  for (int i = 0; i < kReads; ++i) last = ThreadTimeMs();
+  return (last - start) / kReads;
+}
+
 double WallTimeMs() { return ReadClockMs(CLOCK_MONOTONIC); }
 
 void OtherTraffic() {

@@ -10,6 +10,8 @@ namespace kerul::lidar::bench {
 
 // Processor time of this thread, ms. Does not count what other programs take of a shared machine.
 double ThreadTimeMs();
+// What one ThreadTimeMs costs, ms.
+double ThreadClockCostMs();
 // Wall clock, ms.
 double WallTimeMs();
 
