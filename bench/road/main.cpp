@@ -21,6 +21,7 @@ struct Options {
   int side_rounds = 11;  // of everything but the cold road and its stages
   double live_seconds = 5.0;
   bool road_only = false;
+  int profile_frames = 0;  // above 0: only run the node over so many frames
 };
 
 void PrintRow(const char* what, const std::vector<double>& values) {
@@ -146,12 +147,25 @@ Options ParseOptions(int argc, char** argv) {
       options.rounds = std::atoi(argv[++i]);
     } else if (argument == "--road-only") {
       options.road_only = true;
+    } else if (argument == "--profile" && i + 1 < argc) {
+      options.profile_frames = std::atoi(argv[++i]);
     } else {
-      std::fprintf(stderr, "usage: kerul_road [--quick] [--road-only] [--rounds N]\n");
+      std::fprintf(stderr,
+                   "usage: kerul_road [--quick] [--road-only] [--rounds N] | --profile FRAMES\n");
       std::exit(2);
     }
   }
   return options;
+}
+
+// For a profiler: the node and nothing else.
+int Profile(int frame_count) {
+  std::vector<FramePackets> street = MakeFrames("street", 4);
+  BothRoads roads;
+  for (int i = 0; i < frame_count; ++i) {
+    roads.node().Run(roads.Stamp(street[static_cast<std::size_t>(i) % street.size()]));
+  }
+  return 0;
 }
 
 int RunAll(const Options& options) {
@@ -176,7 +190,8 @@ int RunAll(const Options& options) {
 
 int main(int argc, char** argv) {
   try {
-    return RunAll(ParseOptions(argc, argv));
+    const Options options = ParseOptions(argc, argv);
+    return options.profile_frames > 0 ? Profile(options.profile_frames) : RunAll(options);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kerul_road: %s\n", error.what());
     return 1;

@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Builds the release and measures it; prints Markdown and keeps it in build/bench_results.md.
+#   ./run_bench.sh            whole road, stages, kinds of frames, every kernel: some three minutes
+#   ./run_bench.sh --quick    the same with few repetitions
+#   ./run_bench.sh --update   also puts the tables into docs/performance.md
+set -euo pipefail
+cd "$(dirname "$0")"
+
+quick=()
+update=false
+for argument in "$@"; do
+  case "$argument" in
+    --quick) quick=(--quick) ;;
+    --update) update=true ;;
+    -h | --help)
+      sed -n '2,5s/^# \{0,1\}//p' "$0"
+      exit 0
+      ;;
+    *)
+      echo "unknown option: $argument (see --help)" >&2
+      exit 2
+      ;;
+  esac
+done
+
+scripts/install_dependencies.sh test
+cmake --preset release >/dev/null
+cmake --build --preset release -j "$(nproc)" --target kerul_road kerul_bench >&2
+
+results=build/bench_results.md
+{
+  printf '### Whole road\n\n'
+  build/release/bench/kerul_road "${quick[@]}"
+  printf '\n### Kernels\n\n'
+  build/release/bench/kerul_bench "${quick[@]}"
+} | tee "$results"
+
+if "$update"; then
+  # Everything behind the marker is the last run's output.
+  marker='<!-- Below: output of ./run_bench.sh --update -->'
+  page=docs/performance.md
+  grep -qxF "$marker" "$page"
+  { sed "/^$marker\$/q" "$page" && echo && cat "$results"; } >"$page.new"
+  mv "$page.new" "$page"
+fi
