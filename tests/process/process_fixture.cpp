@@ -1,0 +1,92 @@
+#include "process_fixture.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "sensor_simulator/frame_simulator.h"
+
+namespace kerul::lidar::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::unique_ptr<ChildProcess> Start(const std::string& program,
+                                    const std::vector<std::string>& arguments,
+                                    const fs::path& directory) {
+  if (access(program.c_str(), X_OK) != 0) throw std::runtime_error(program + " is not built");
+  std::vector<std::string> command{program};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return std::make_unique<ChildProcess>(std::move(command), directory);
+}
+
+// The letter of a thread's state: R runs or wants to, S sleeps; ' ' when it has gone.
+char ThreadState(pid_t pid, const std::string& thread) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/task/" + thread + "/stat");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  const std::size_t name_end = text.rfind(')');
+  return name_end == std::string::npos || name_end + 2 >= text.size() ? ' ' : text[name_end + 2];
+}
+
+int ThreadCount(pid_t pid) {
+  std::error_code gone;
+  const fs::directory_iterator threads("/proc/" + std::to_string(pid) + "/task", gone);
+  return gone ? 0 : static_cast<int>(std::distance(begin(threads), end(threads)));
+}
+
+}  // namespace
+
+const simulator::CalibrationBlobs& SensorBlobs() {
+  static const simulator::CalibrationBlobs blobs =
+      simulator::MakeBlobs(simulator::SimulatorOptions{});
+  return blobs;
+}
+
+TemporaryDirectory::TemporaryDirectory() {
+  std::string name = (fs::temp_directory_path() / "lidar_process_XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
+  path_ = fs::canonical(name);
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+std::unique_ptr<ChildProcess> ProcessTest::StartNode(
+    const std::vector<std::string>& arguments) const {
+  return Start(kNodeProgram, arguments, Directory());
+}
+
+std::unique_ptr<ChildProcess> ProcessTest::StartSimulator(
+    const std::vector<std::string>& arguments) const {
+  return Start(kSimulatorProgram, arguments, Directory());
+}
+
+void IsolatedProcessTest::SetUp() {
+  if (!isolation_.Fault().empty()) GTEST_SKIP() << isolation_.Fault();
+}
+
+std::string IsolatedProcessTest::CalibrationDirectory() const {
+  if (!fs::exists(Directory() / kSensorId)) simulator::WriteBlobs(SensorBlobs(), Directory());
+  return kSensorId;
+}
+
+std::unique_ptr<ChildProcess> IsolatedProcessTest::StartCalibratedNode() {
+  std::unique_ptr<ChildProcess> node = StartNode({"--cali_path", CalibrationDirectory()});
+  EXPECT_TRUE(WaitUntilRunning(*node)) << node->Out() << node->Err();
+  return node;
+}
+
+bool WaitUntilRunning(const ChildProcess& node, std::chrono::milliseconds timeout) {
+  const std::string main_thread = std::to_string(node.pid());
+  return WaitUntil(
+      [&] { return ThreadCount(node.pid()) > 1 && ThreadState(node.pid(), main_thread) == 'S'; },
+      timeout);
+}
+
+}  // namespace kerul::lidar::testing
