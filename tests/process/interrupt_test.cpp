@@ -1,6 +1,9 @@
 // Interrupts in every phase of the node's life.
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "process_fixture.h"
 
@@ -23,6 +26,28 @@ TEST_F(Interrupt, AnIdleNodeEndsWell) {
   EXPECT_EQ(node->Interrupt(), 0);
   EXPECT_EQ(FromInterrupt(node->Out()), kInterruptLine + kClosingLines);
   EXPECT_EQ(node->Err(), "");
+}
+
+// The masks of blocked signals of the threads besides the main one.
+std::vector<unsigned long long> BlockedByWorkers(pid_t pid) {
+  std::vector<unsigned long long> masks;
+  for (const auto& thread :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+    if (thread.path().filename() == std::to_string(pid)) continue;
+    std::ifstream status(thread.path() / "status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.rfind("SigBlk:", 0) == 0) masks.push_back(std::stoull(line.substr(7), nullptr, 16));
+    }
+  }
+  return masks;
+}
+
+// An interrupt that cut the worker's wait for a datagram short would look like a failed read.
+TEST_F(Interrupt, TheWorkerLeavesInterruptsToTheMainThread) {
+  const auto node = StartCalibratedNode();
+  const std::vector<unsigned long long> masks = BlockedByWorkers(node->pid());
+  ASSERT_EQ(masks.size(), 1U);
+  EXPECT_EQ(masks[0], 1ULL << (SIGINT - 1));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Bring-up, teardown and logging of the node.
 #include "MIPI_reader/node/lidar_node.h"
 
+#include <csignal>
 #include <iostream>
 #include <stdexcept>
 
@@ -19,6 +20,23 @@ namespace {
 
 constexpr std::uint32_t kDataFromSocket = 1;
 constexpr std::uint32_t kDataFromPcap = 2;
+
+// Holds the interrupt signal back from the calling thread, and from what it starts meanwhile.
+class InterruptBlock {
+ public:
+  InterruptBlock() {
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupt, &before_);
+  }
+  ~InterruptBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  InterruptBlock(const InterruptBlock&) = delete;
+  InterruptBlock& operator=(const InterruptBlock&) = delete;
+
+ private:
+  sigset_t before_{};
+};
 
 kerul::lidar::GroundSettings MakeGroundSettings(const DefaultConfig& config) {
   kerul::lidar::GroundSettings settings;
@@ -61,6 +79,9 @@ LidarNode::LidarNode(const std::string& name, const DefaultConfig& config,
   AllocateFrames();
   echo_plan_ = kerul::lidar::MakeEchoOutputPlan(config_->echo_num, config_->echo_output_code);
   running_ = true;
+  // The worker leaves interrupts to the main thread: one that cut its wait for a datagram short
+  // would look like a failed read, and at the last try that ends the process.
+  const InterruptBlock block;
   thread_ = std::make_unique<std::thread>(&LidarNode::Run, this);
 }
 
