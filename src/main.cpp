@@ -1,6 +1,8 @@
 // Process entry: command line, interrupt, one node.
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -43,13 +45,22 @@ void WriteInterruptLine(int signal_number) noexcept {
       write(STDOUT_FILENO, line, static_cast<std::size_t>(end - line));
 }
 
-void signal_interrupt(int signal_number) {
-  const int saved_errno = errno;
-  WriteInterruptLine(signal_number);
+// Set while `nodes` stands still and the handler may walk it. Before, main is still filling it;
+// behind, process exit takes it apart, and a reference taken then would destroy the node twice.
+std::atomic<bool> nodes_settled{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
+
+void StopNodes() noexcept {
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
     node->RequestStop();
   }
+}
+
+void signal_interrupt(int signal_number) {
+  const int saved_errno = errno;
+  WriteInterruptLine(signal_number);
+  if (nodes_settled) StopNodes();
   errno = saved_errno;
 }
 
@@ -85,9 +96,11 @@ int main(int argc, char** argv) {
     return 1;
   }
 
+  nodes_settled = true;
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
     node->JoinWorker();
   }
+  nodes_settled = false;  // the worker has ended: only this thread takes signals now
   return 0;
 }

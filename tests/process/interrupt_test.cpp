@@ -21,6 +21,12 @@ std::string FromInterrupt(const std::string& out) {
   return at == std::string::npos ? "" : out.substr(at);
 }
 
+std::size_t CountOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
 TEST_F(Interrupt, AnIdleNodeEndsWell) {
   const auto node = StartCalibratedNode();
   EXPECT_EQ(node->Interrupt(), 0);
@@ -48,6 +54,26 @@ TEST_F(Interrupt, TheWorkerLeavesInterruptsToTheMainThread) {
   const std::vector<unsigned long long> masks = BlockedByWorkers(node->pid());
   ASSERT_EQ(masks.size(), 1U);
   EXPECT_EQ(masks[0], 1ULL << (SIGINT - 1));
+}
+
+// A user who holds the keys down, or a supervisor and a user at the same time. Interrupts go on
+// through the worker's last waits and through the process's exit.
+TEST_F(Interrupt, AHailOfInterruptsOnlyPrintsTheLineAgain) {
+  for (int round = 0; round < 8; ++round) {
+    const auto node = StartCalibratedNode();
+    ASSERT_TRUE(WaitUntil([&] {
+      for (int i = 0; i < 200; ++i) node->Signal(SIGINT);
+      return node->WaitForExit(std::chrono::milliseconds(0)).has_value();
+    })) << "the node hangs in round "
+        << round;
+    EXPECT_EQ(node->WaitForExit(), 0) << "round " << round;
+    EXPECT_EQ(node->Err(), "") << "round " << round;
+    const std::string tail = FromInterrupt(node->Out());
+    // No line but these, whatever the interrupts came upon.
+    EXPECT_EQ(tail.size(),
+              CountOf(tail, kInterruptLine) * kInterruptLine.size() + kClosingLines.size())
+        << tail;
+  }
 }
 
 }  // namespace
