@@ -1,0 +1,33 @@
+// The node's start-up log with the default configuration, line by line.
+#pragma once
+
+#include <string>
+
+namespace kerul::lidar::testing {
+
+// Lines of the node: uncoloured, for success, a warning, a failure.
+std::string Plain(const std::string& text);
+std::string Green(const std::string& text);
+std::string Yellow(const std::string& text);
+std::string Red(const std::string& text);
+
+// From the first line to the one before the calibration. `cali_path` empty: from the sensor.
+// Opens a socket of its own to learn how much buffer the system grants.
+std::string OpeningLines(const std::string& cali_path);
+
+// The warning that tells where the calibration comes from; `cali_path` as above.
+std::string LoadingLine(const std::string& cali_path);
+
+// What follows a calibration that was loaded: label is "online" or "local_cache".
+std::string LoadedLines(const std::string& label, const std::string& lidar_id);
+
+// The whole log of a start.
+inline std::string StartLog(const std::string& cali_path, const std::string& label,
+                            const std::string& lidar_id) {
+  return OpeningLines(cali_path) + LoadingLine(cali_path) + LoadedLines(label, lidar_id);
+}
+
+// The last line of a start: waiting for it is waiting for the whole log.
+extern const std::string kLastStartLine;
+
+}  // namespace kerul::lidar::testing
