@@ -102,7 +102,9 @@ bool ShmRingReader::FindPlace() {
   const std::uint8_t* data = region_->Data();
   shape_ = LoadShape(data);
   if (!ShapeFits(shape_, region_->Size())) return false;
-  boot_id_ = LoadWord(data + kBootIdOffset, std::memory_order_relaxed);
+  // Boot id before head, here and in RefreshHead: the writer takes the head back before it changes
+  // the boot id, so a head that goes with the new id is never one of the old count.
+  boot_id_ = LoadWord(data + kBootIdOffset, std::memory_order_acquire);
   head_ = LoadWord(data + kHeadSeqOffset, std::memory_order_acquire);
   if (head_ != 0 && !ConfirmedHead(head_)) return false;
   next_ = 1;
@@ -133,8 +135,8 @@ bool ShmRingReader::RefreshHead() {
   }
   header_broken_ = false;
   shape_ = shape;  // the writer follows the header's shape too
+  const std::uint32_t boot_id = LoadWord(data + kBootIdOffset, std::memory_order_acquire);
   std::uint32_t head = LoadWord(data + kHeadSeqOffset, std::memory_order_acquire);
-  const std::uint32_t boot_id = LoadWord(data + kBootIdOffset, std::memory_order_relaxed);
   if (boot_id != boot_id_) AdoptBootId(boot_id);
   if (head == 0) return false;  // empty or being rebuilt
   if (Distance(head, next_ - 1) < 0 && NumbersBeganAgain(head)) next_ = 1;
@@ -177,13 +179,15 @@ ShmRingReader::Take ShmRingReader::TakeSlot(ReceivedPacket& packet) {
   // The words copied above must be loaded before the number is looked at again: if any of them
   // came from a younger packet, its writer's mark is seen here.
   FenceAfterLoads();
+  // In a rebuilt ring the same number may stand for another packet. The boot id is loaded last: if
+  // the number is the rebuilt ring's, the new id is seen here.
+  const bool unchanged = LoadWord(slot, std::memory_order_acquire) == next_;
   const std::uint8_t* boot = region_->Data() + kBootIdOffset;
-  // In a rebuilt ring the same number may stand for another packet: look at the header first.
   if (LoadWord(boot, std::memory_order_relaxed) != boot_id_) {
     head_ = next_ - 1;
     return Take::kLookAgain;
   }
-  if (LoadWord(slot, std::memory_order_relaxed) != next_) {
+  if (!unchanged) {
     ++statistics_.torn;
     SkipTo(next_ + 1);
     return Take::kLost;

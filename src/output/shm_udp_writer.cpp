@@ -37,7 +37,8 @@ void ShmUdpInitRing(std::uint8_t* data, std::uint32_t size) {
   const HeaderShape shape = FreshShape(size >= kSmallestShmRegion ? SlotsIn(size) : 0);
   StoreWord(data, kMagicWord, kRelaxed);
   StoreWord(data + kHeadSeqOffset, 0, kRelaxed);
-  StoreWord(data + kBootIdOffset, s_boot_id.fetch_add(1, kRelaxed), kRelaxed);
+  // Whoever finds the new boot id finds the head taken back.
+  StoreWord(data + kBootIdOffset, s_boot_id.fetch_add(1, kRelaxed), std::memory_order_release);
   StoreWord(data + kSlotsOffset, shape.slots, kRelaxed);
   StoreWord(data + kStrideOffset, shape.stride | (std::uint32_t{shape.max_payload} << 16),
             kRelaxed);
