@@ -113,7 +113,7 @@ LidarEcho RandomRecords::Echo(double share) {
   echo.ground_refl_scale = Salted(0.3F, 1.0F, share);
   echo.shot_noise_group_point = Chance(0.1);
   echo.detect_pass = Chance(0.8);
-  Window(echo.bins.data());
+  if (Chance(0.05)) Window(echo.bins.data());
   return echo;
 }
 

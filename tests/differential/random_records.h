@@ -43,7 +43,7 @@ class RandomRecords {
   std::vector<float> Table(std::size_t entries, float lowest, float highest, double share = 0.0);
 
   // Every field random: plausible by default, edge values as often as `share` says, bits of any
-  // kind when wild. `row` and `col` lie in the 216 x 288 grid.
+  // kind when wild. Few have samples in `bins`. `row` and `col` lie in the 216 x 288 grid.
   LidarEcho Echo(double share);
   LidarPoint Point(double share);
   LidarPoint WildPoint();

@@ -29,7 +29,7 @@ TEST(RowPass, PrimingIsTheReferences) {
 TEST(RowPass, NeighbourValidationIsTheReferences) {
   RandomRecords random(32);
   PassTally tally;
-  while (tally.rows < 2 * kRows && !::testing::Test::HasFailure()) {
+  while (tally.rows < kRows && !::testing::Test::HasFailure()) {
     ComparePass(
         random, RandomFrame(random),
         [](LidarFrame& frame, int m_row) { ValidateNeighbours(frame.points, m_row * 6, 6); },
@@ -41,7 +41,7 @@ TEST(RowPass, NeighbourValidationIsTheReferences) {
 TEST(RowPass, ShotNoiseFilterIsTheReferences) {
   RandomRecords random(33);
   PassTally tally;
-  while (tally.rows < 2 * kRows && !::testing::Test::HasFailure()) {
+  while (tally.rows < kRows && !::testing::Test::HasFailure()) {
     // Wide enough for more than eight suspect blocks. A frame always holds whole blocks.
     const FrameStyle style = random.Chance(0.5) ? FrameStyle::kPatches : random.Style();
     const int width = 6 * random.Between(8, 48);

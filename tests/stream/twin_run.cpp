@@ -10,7 +10,7 @@
 #include <iterator>
 
 #include "support/point_compare.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "stream_expectations.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {

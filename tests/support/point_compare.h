@@ -8,6 +8,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <ios>
 #include <sstream>
 #include <string>
@@ -48,6 +49,7 @@ class FieldComparison {
 };
 
 inline std::string EchoDifference(const LidarEcho& got, const LidarEcho& expected) {
+  if (std::memcmp(&got, &expected, sizeof(got)) == 0) return {};
   FieldComparison c;
   c.Float("dist_raw", got.dist_raw, expected.dist_raw);
   c.Float("refl_raw", got.refl_raw, expected.refl_raw);
@@ -89,6 +91,7 @@ inline std::string EchoDifference(const LidarEcho& got, const LidarEcho& expecte
 
 // Empty when equal, else the first field that differs. Slots that are not in use count too.
 inline std::string PointDifference(const LidarPoint& got, const LidarPoint& expected) {
+  if (std::memcmp(&got, &expected, sizeof(got)) == 0) return {};
   FieldComparison c;
   c.Integer("row", got.row, expected.row);
   c.Integer("col", got.col, expected.col);
