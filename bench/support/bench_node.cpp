@@ -38,7 +38,12 @@ class NoBuffer : public std::streambuf {
   int overflow(int c) override { return c; }
   std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
 };
-NoBuffer no_buffer;
+
+// Never destroyed: sources print their closing lines while the process ends.
+void SilenceCout() {
+  static auto* const buffer = new NoBuffer;
+  std::cout.rdbuf(buffer);
+}
 
 std::string UniqueName() {
   static int count = 0;
@@ -62,7 +67,6 @@ BenchNode::BenchNode(const simulator::CalibrationBlobs& calibration)
 BenchNode::~BenchNode() {
   node_.reset();
   shm_unlink(shm_name_.c_str());
-  std::cout.rdbuf(saved_cout_);
 }
 
 void BenchNode::UseMemorySource() {

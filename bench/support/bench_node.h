@@ -90,7 +90,8 @@ class MemorySource : public Source {
   std::size_t next_ = 0;
 };
 
-// While it lives, the process's std::cout goes nowhere: the node prints a line for each frame.
+// From the first one on, the process's std::cout goes nowhere: the node prints a line for each
+// frame.
 class BenchNode {
  public:
   // Default configuration with a ring of its own name. Throws what the node's start throws.
@@ -119,7 +120,6 @@ class BenchNode {
   void UseMemorySource();
 
  private:
-  std::streambuf* saved_cout_;
   std::string shm_name_;
   std::unique_ptr<LidarNode> node_;
   MemorySource* source_ = nullptr;
