@@ -18,6 +18,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kCannotExecute = 127;
+// Room for what a program says while the test looks elsewhere: a full pipe would halt it.
+constexpr int kPipeBytes = 1 << 20;
 constexpr milliseconds kLook{10};  // between two looks at a process whose output has ended
 
 struct PipeEnds {
@@ -29,6 +31,7 @@ PipeEnds OpenPipe() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
+  fcntl(ends[0], F_SETPIPE_SZ, kPipeBytes);  // a refusal leaves the usual size
   return {ends[0], ends[1]};
 }
 

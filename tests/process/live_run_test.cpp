@@ -1,0 +1,262 @@
+// The whole chain of programs: simulated sensor, network, node, ring, consumer.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "process_fixture.h"
+#include "ring_tap.h"
+#include "start_log.h"
+
+namespace kerul::lidar::testing {
+namespace {
+
+constexpr auto kRing = "/kerul_lidar_udp_shm";
+constexpr std::size_t kRingBytes = 104857600;
+constexpr int kPixels = 216 * 288;
+const std::string kWholeFrame = ", received_count:6912\n";
+
+class LiveRun : public IsolatedProcessTest {
+ protected:
+  // A stream that lasts as long as the object, at a rate that a slow machine carries.
+  std::unique_ptr<ChildProcess> StartStream(std::vector<std::string> more = {}) const {
+    more.insert(more.end(), {"--quiet", "--loop", "2", "--rate", "4"});
+    return StartSimulator(more);
+  }
+};
+
+// The ring as anybody on the machine may map it.
+class RingMapping {
+ public:
+  RingMapping() : fd_(shm_open(kRing, O_RDWR, 0)) {
+    void* at = mmap(nullptr, kRingBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+    bytes_ = at == MAP_FAILED ? nullptr : static_cast<std::uint8_t*>(at);
+  }
+  ~RingMapping() {
+    if (bytes_ != nullptr) munmap(bytes_, kRingBytes);
+    if (fd_ >= 0) close(fd_);
+  }
+  RingMapping(const RingMapping&) = delete;
+  RingMapping& operator=(const RingMapping&) = delete;
+
+  bool Exists() const noexcept { return bytes_ != nullptr; }
+  void Overwrite(std::size_t at, std::uint8_t value, std::size_t count) {
+    std::memset(bytes_ + at, value, count);
+  }
+  std::uint32_t Word(std::size_t at) const {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes_ + at, sizeof(word));
+    return word;
+  }
+  // Magic, version, slots, stride and room for a packet as they have to be.
+  bool HeaderIsRight() const {
+    return Word(0) == 0x00034853 && Word(12) == 69534 && Word(16) == (1500U << 16U | 1508U);
+  }
+
+ private:
+  int fd_;
+  std::uint8_t* bytes_ = nullptr;
+};
+
+void ExpectScene(const CollectedFrame& frame) {
+  // The default plan: the preferred echo alone, in units of 4 mm.
+  EXPECT_EQ(frame.key.echoes, 1);
+  EXPECT_EQ(frame.key.output_mode, 0);
+  EXPECT_EQ(frame.return_code, 1);
+  EXPECT_EQ(frame.unit_mm, 4);
+  // A street: ground and walls almost everywhere, above them the sky.
+  EXPECT_GT(CountReturns(frame), kPixels / 4);
+  EXPECT_LT(CountReturns(frame), kPixels);
+}
+
+TEST_F(LiveRun, CompleteFramesArriveInOrder) {
+  const auto node = StartCalibratedNode();
+  const auto stream = StartStream();
+  RingTap tap;
+  std::vector<int> ids;
+  for (int i = 0; i < 5; ++i) {
+    const CollectedFrame* frame = tap.NextComplete();
+    ASSERT_NE(frame, nullptr) << node->Out() << node->Err() << stream->Err();
+    EXPECT_EQ(frame->packets, 1728U + frame->duplicates);
+    ExpectScene(*frame);
+    ids.push_back(frame->key.frame_id);
+  }
+  // The first frame is published under 0, and the stream begins at 0 as well.
+  EXPECT_EQ(ids[0], 0);
+  for (std::size_t i = 1; i < ids.size(); ++i) EXPECT_GT(ids[i], ids[i - 1]);
+  EXPECT_EQ(tap.Refused(), 0U);
+  EXPECT_EQ(tap.Ring().torn, 0U);
+  EXPECT_EQ(tap.Ring().malformed, 0U);
+  // At least one of them without a datagram lost on the way.
+  EXPECT_TRUE(node->WaitFor(Stream::kOut, kWholeFrame));
+
+  EXPECT_EQ(node->Interrupt(), 0);
+  EXPECT_EQ(stream->Interrupt(), 0);
+  EXPECT_EQ(node->Err(), "");
+  // Behind the start there are frame lines only, and the end.
+  const std::string start = StartLog(kSensorId, "local_cache", kSensorId);
+  ASSERT_EQ(node->Out().substr(0, start.size()), start);
+  const std::regex rest(
+      "(等效解包FPS: [0-9.e+]+, frame_id: [0-9]+, received_count:[0-9]+\n)+"
+      "Interrupt signal \\(2\\) received\\.\nSocketSource::Close\\(\\)\nSource::Close\\(\\)\n");
+  EXPECT_TRUE(std::regex_match(node->Out().substr(start.size()), rest)) << node->Out();
+}
+
+// Lost, repeated, reordered, foreign and cut datagrams: the node goes on. Frames have gaps then:
+// the last rows wait for packets that never come, and where the frame's last packet comes early or
+// twice, a frame of its own with next to nothing in it follows.
+TEST_F(LiveRun, AFaultyStreamIsCarried) {
+  const auto node = StartCalibratedNode();
+  const auto stream =
+      StartStream({"--loss", "0.02", "--duplicate", "0.02", "--reorder", "0.02", "--foreign",
+                   "0.002", "--other-version", "0.01", "--short", "0.01"});
+  RingTap tap;
+  int filled = 0;
+  while (filled < 4) {
+    const CollectedFrame* frame = tap.NextFrame();
+    ASSERT_NE(frame, nullptr) << node->Out() << node->Err() << stream->Err();
+    if (CountReturns(*frame) > kPixels / 4) ++filled;
+  }
+  EXPECT_EQ(tap.Refused(), 0U);
+  EXPECT_TRUE(node->WaitFor(Stream::kOut, "[DEBUG] UDP header doesn't match 0xEE, 0xFF"));
+  EXPECT_EQ(node->Interrupt(), 0);
+  EXPECT_EQ(node->Err(), "");
+}
+
+TEST_F(LiveRun, AnInterruptWhileStreamingEndsWellAndLeavesTheRing) {
+  const auto node = StartCalibratedNode();
+  const auto stream = StartStream();
+  RingTap tap;
+  ASSERT_NE(tap.NextComplete(), nullptr);
+  EXPECT_EQ(node->Interrupt(), 0);
+  EXPECT_TRUE(node->WaitFor(Stream::kOut,
+                            "Interrupt signal (2) received.\n"
+                            "SocketSource::Close()\nSource::Close()\n"));
+  EXPECT_EQ(node->Err(), "");
+  const RingMapping ring;
+  ASSERT_TRUE(ring.Exists());
+  EXPECT_TRUE(ring.HeaderIsRight());
+  EXPECT_GE(ring.Word(4), 1728U);  // packets written
+  // What stands in it can still be read, by one who comes now.
+  RingTap late;
+  ASSERT_NE(late.NextComplete(), nullptr);
+  EXPECT_EQ(late.Ring().lost, 0U);
+}
+
+TEST_F(LiveRun, AReaderFindsTheRingOfARestartedNode) {
+  const auto stream = StartStream();
+  RingTap tap;
+  for (std::uint64_t run = 1; run <= 2; ++run) {
+    const auto node = StartCalibratedNode();
+    const CollectedFrame* frame = nullptr;
+    do {
+      frame = tap.NextComplete();
+      ASSERT_NE(frame, nullptr) << node->Out() << node->Err();
+    } while (tap.Ring().attached != run);
+    ExpectScene(*frame);
+    EXPECT_EQ(node->Interrupt(), 0);
+  }
+  EXPECT_EQ(tap.Ring().replaced, 1U);
+  EXPECT_EQ(tap.Ring().torn, 0U);
+  EXPECT_EQ(tap.Refused(), 0U);
+}
+
+// Killed without warning, anywhere from its first instruction to the middle of a frame.
+TEST_F(LiveRun, AKilledNodesSuccessorIsFoundByTheReader) {
+  const auto stream = StartStream();
+  CalibrationDirectory();
+  RingTap tap;
+  std::mt19937 random(7);
+  std::uniform_int_distribution<int> life_ms(0, 700);
+  for (int round = 0; round < 6; ++round) {
+    const auto node = StartNode({"--cali_path", kSensorId});
+    // The reader looks on while the node lives.
+    tap.NextComplete(std::chrono::milliseconds(life_ms(random)));
+    node->Signal(SIGKILL);
+    ASSERT_EQ(node->WaitForExit(), 128 + SIGKILL);
+    EXPECT_EQ(node->Err(), "");
+  }
+  const auto node = StartCalibratedNode();
+  // Frames of a killed node's ring may still stand before those of this one.
+  const std::uint64_t attached = tap.Ring().attached;
+  const CollectedFrame* frame = nullptr;
+  do {
+    frame = tap.NextComplete();
+    ASSERT_NE(frame, nullptr) << node->Out() << node->Err();
+  } while (attached != 0 && tap.Ring().attached == attached);
+  ExpectScene(*frame);
+  EXPECT_EQ(tap.Refused(), 0U);
+  EXPECT_EQ(tap.Ring().malformed, 0U);
+  EXPECT_EQ(node->Interrupt(), 0);
+}
+
+TEST_F(LiveRun, AnOverwrittenRingHeaderIsRepairedWhileFramesGoOn) {
+  const auto node = StartCalibratedNode();
+  const auto stream = StartStream();
+  RingTap tap;
+  ASSERT_NE(tap.NextComplete(), nullptr);
+  RingMapping ring;
+  ASSERT_TRUE(ring.Exists());
+  EXPECT_EQ(ring.Word(8), 1U);  // the first boot of the ring
+
+  struct Damage {
+    std::size_t at;
+    std::uint8_t value;
+    std::size_t count;
+  };
+  const std::vector<Damage> damages{{0, 0, 1},        // magic
+                                    {2, 9, 1},        // version
+                                    {12, 0, 4},       // no slots
+                                    {12, 0xFF, 4},    // more slots than there is room for
+                                    {16, 0, 2},       // stride
+                                    {18, 0xFF, 2},    // room for a packet
+                                    {0, 0xFF, 20},    // all of it
+                                    {0, 0, 100000}};  // and slots behind it
+  std::uint32_t boots = 1;
+  for (const Damage& damage : damages) {
+    SCOPED_TRACE(boots);
+    ring.Overwrite(damage.at, damage.value, damage.count);
+    ++boots;
+    ASSERT_TRUE(WaitUntil([&] { return ring.HeaderIsRight() && ring.Word(8) == boots; }));
+  }
+  ASSERT_EQ(boots, 1 + damages.size());
+
+  // Whoever reads on, and whoever comes now, gets whole frames again.
+  RingTap late;
+  for (RingTap* reader : {&tap, &late}) {
+    const CollectedFrame* frame = reader->NextComplete();
+    ASSERT_NE(frame, nullptr);
+    ExpectScene(*frame);
+  }
+  EXPECT_GE(tap.Ring().rebuilt, 1U);
+  EXPECT_EQ(tap.Refused(), 0U);
+  EXPECT_EQ(node->Interrupt(), 0);
+  EXPECT_EQ(node->Err(), "");
+}
+
+// A name that leads nowhere any more is nothing that the node would notice.
+TEST_F(LiveRun, ARemovedRingDoesNotDisturbTheNodeAndComesBackWithItsSuccessor) {
+  const auto stream = StartStream();
+  RingTap tap;
+  const auto node = StartCalibratedNode();
+  ASSERT_NE(tap.NextComplete(), nullptr);
+  ASSERT_EQ(shm_unlink(kRing), 0);
+  ASSERT_NE(tap.NextComplete(), nullptr);  // through the mapping that it holds
+  EXPECT_EQ(node->Interrupt(), 0);
+  const auto successor = StartCalibratedNode();
+  EXPECT_EQ(successor->Out().find("removed stale region"), std::string::npos);
+  const std::uint64_t attached = tap.Ring().attached;
+  do {
+    ASSERT_NE(tap.NextComplete(), nullptr);
+  } while (tap.Ring().attached == attached);
+  EXPECT_EQ(successor->Interrupt(), 0);
+}
+
+}  // namespace
+}  // namespace kerul::lidar::testing
