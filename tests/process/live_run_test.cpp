@@ -64,15 +64,17 @@ class RingMapping {
   std::uint8_t* bytes_ = nullptr;
 };
 
-void ExpectScene(const CollectedFrame& frame) {
-  // The default plan: the preferred echo alone, in units of 4 mm.
-  EXPECT_EQ(frame.key.echoes, 1);
-  EXPECT_EQ(frame.key.output_mode, 0);
-  EXPECT_EQ(frame.return_code, 1);
-  EXPECT_EQ(frame.unit_mm, 4);
-  // A street: ground and walls almost everywhere, above them the sky.
-  EXPECT_GT(CountReturns(frame), kPixels / 4);
-  EXPECT_LT(CountReturns(frame), kPixels);
+// Half of what a street shows: ground and walls almost everywhere, above them the sky.
+bool ShowsTheScene(const CollectedFrame& frame) { return CountReturns(frame) > kPixels / 4; }
+
+// The next complete frame that shows the scene, from the given ring or a later one; null when time
+// ends before. A node that starts in the middle of the sensor's frame, or a machine that loses
+// datagrams, publishes frames with less in them.
+const CollectedFrame* NextScene(RingTap& tap, std::uint64_t ring = 1) {
+  while (const CollectedFrame* frame = tap.NextComplete()) {
+    if (tap.Ring().attached >= ring && ShowsTheScene(*frame)) return frame;
+  }
+  return nullptr;
 }
 
 TEST_F(LiveRun, CompleteFramesArriveInOrder) {
@@ -81,10 +83,15 @@ TEST_F(LiveRun, CompleteFramesArriveInOrder) {
   RingTap tap;
   std::vector<int> ids;
   for (int i = 0; i < 5; ++i) {
-    const CollectedFrame* frame = tap.NextComplete();
+    const CollectedFrame* frame = i == 0 ? tap.NextComplete() : NextScene(tap);
     ASSERT_NE(frame, nullptr) << node->Out() << node->Err() << stream->Err();
     EXPECT_EQ(frame->packets, 1728U + frame->duplicates);
-    ExpectScene(*frame);
+    // The default plan: the preferred echo alone, in units of 4 mm.
+    EXPECT_EQ(frame->key.echoes, 1);
+    EXPECT_EQ(frame->key.output_mode, 0);
+    EXPECT_EQ(frame->return_code, 1);
+    EXPECT_EQ(frame->unit_mm, 4);
+    EXPECT_LT(CountReturns(*frame), kPixels);
     ids.push_back(frame->key.frame_id);
   }
   // The first frame is published under 0, and the stream begins at 0 as well.
@@ -121,7 +128,7 @@ TEST_F(LiveRun, AFaultyStreamIsCarried) {
   while (filled < 4) {
     const CollectedFrame* frame = tap.NextFrame();
     ASSERT_NE(frame, nullptr) << node->Out() << node->Err() << stream->Err();
-    if (CountReturns(*frame) > kPixels / 4) ++filled;
+    if (ShowsTheScene(*frame)) ++filled;
   }
   EXPECT_EQ(tap.Refused(), 0U);
   EXPECT_TRUE(node->WaitFor(Stream::kOut, "[DEBUG] UDP header doesn't match 0xEE, 0xFF"));
@@ -154,12 +161,7 @@ TEST_F(LiveRun, AReaderFindsTheRingOfARestartedNode) {
   RingTap tap;
   for (std::uint64_t run = 1; run <= 2; ++run) {
     const auto node = StartCalibratedNode();
-    const CollectedFrame* frame = nullptr;
-    do {
-      frame = tap.NextComplete();
-      ASSERT_NE(frame, nullptr) << node->Out() << node->Err();
-    } while (tap.Ring().attached != run);
-    ExpectScene(*frame);
+    ASSERT_NE(NextScene(tap, run), nullptr) << node->Out() << node->Err();
     EXPECT_EQ(node->Interrupt(), 0);
   }
   EXPECT_EQ(tap.Ring().replaced, 1U);
@@ -183,14 +185,8 @@ TEST_F(LiveRun, AKilledNodesSuccessorIsFoundByTheReader) {
     EXPECT_EQ(node->Err(), "");
   }
   const auto node = StartCalibratedNode();
-  // Frames of a killed node's ring may still stand before those of this one.
-  const std::uint64_t attached = tap.Ring().attached;
-  const CollectedFrame* frame = nullptr;
-  do {
-    frame = tap.NextComplete();
-    ASSERT_NE(frame, nullptr) << node->Out() << node->Err();
-  } while (attached != 0 && tap.Ring().attached == attached);
-  ExpectScene(*frame);
+  // The ring that was followed last belonged to a node that is gone.
+  ASSERT_NE(NextScene(tap, tap.Ring().attached + 1), nullptr) << node->Out() << node->Err();
   EXPECT_EQ(tap.Refused(), 0U);
   EXPECT_EQ(tap.Ring().malformed, 0U);
   EXPECT_EQ(node->Interrupt(), 0);
@@ -230,9 +226,7 @@ TEST_F(LiveRun, AnOverwrittenRingHeaderIsRepairedWhileFramesGoOn) {
   // Whoever reads on, and whoever comes now, gets whole frames again.
   RingTap late;
   for (RingTap* reader : {&tap, &late}) {
-    const CollectedFrame* frame = reader->NextComplete();
-    ASSERT_NE(frame, nullptr);
-    ExpectScene(*frame);
+    ASSERT_NE(NextScene(*reader), nullptr);
   }
   EXPECT_GE(tap.Ring().rebuilt, 1U);
   EXPECT_EQ(tap.Refused(), 0U);
@@ -251,10 +245,7 @@ TEST_F(LiveRun, ARemovedRingDoesNotDisturbTheNodeAndComesBackWithItsSuccessor) {
   EXPECT_EQ(node->Interrupt(), 0);
   const auto successor = StartCalibratedNode();
   EXPECT_EQ(successor->Out().find("removed stale region"), std::string::npos);
-  const std::uint64_t attached = tap.Ring().attached;
-  do {
-    ASSERT_NE(tap.NextComplete(), nullptr);
-  } while (tap.Ring().attached == attached);
+  ASSERT_NE(NextScene(tap, 2), nullptr);
   EXPECT_EQ(successor->Interrupt(), 0);
 }
 
