@@ -4,30 +4,19 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 #include <span>
 
+#include "MIPI_reader/node/neighbour_rules.h"
 #include "MIPI_reader/node/row_range.h"
+#include "MIPI_reader/parser/instruction_set.h"
 
 namespace kerul::lidar {
 namespace {
 
-constexpr int kPairs = 4;
+using namespace neighbour;
+
 constexpr int kNeighbours = 2 * kPairs;
-
-// A return is as sure as can be from this peak_ratio on.
-constexpr float kSureDetection = 1.0F;
-
-// Smoothing: the two diagonals count less than the column and the row.
-constexpr float kPairWeights[kPairs] = {0.075F, 0.125F, 0.075F, 0.125F};
-constexpr float kCentreWeight = 0.2F;
-constexpr float kNoisyCentreWeight = 0.01F;
-
-// Fill.
-constexpr float kFillMinDist = 1.0F;  // metres
-constexpr float kFillMemberWeight = 0.1F;
-constexpr int kFillMinSamples = 4;
-// Weight after 0..4 complete pairs. Not a running sum: that would differ in the last bit.
-constexpr float kFillWeights[kPairs + 1] = {0.0F, 0.2F, 0.4F, 0.6F, 0.8F};
 
 // Stands for every neighbour outside the frame: both its slots are empty.
 constexpr LidarPoint kOutside{};
@@ -114,23 +103,22 @@ Surroundings CollectSurroundings(const Ring& ring, int echo_count, float d) noex
   return around;
 }
 
-// Ground is seen at a slant, its ranges change fast from row to row: its support gate is wider.
 Gates MakeGates(float d, bool ground) noexcept {
   Gates gates{};
-  gates.fill = std::max(0.03F * d, 0.1F);
-  gates.support = std::max(0.04F * d, 0.4F);
-  if (ground) gates.support *= 2.0F;
-  gates.pair = std::max(0.01F * d, 0.1F);
+  gates.fill = std::max(kFillShare * d, kFillFloor);
+  gates.support = std::max(kSupportShare * d, kSupportFloor);
+  if (ground) gates.support *= kGroundWidening;
+  gates.pair = std::max(kPairShare * d, kPairFloor);
   return gates;
 }
 
 // The less an echo stands out by itself, the more neighbours have to agree. NaN asks for the most.
 int RequiredSupport(float peak_ratio) noexcept {
-  if (peak_ratio >= kSureDetection) return 3;
-  if (peak_ratio >= 0.9F) return 4;
-  if (peak_ratio >= 0.8F) return 5;
-  if (peak_ratio >= 0.7F) return 6;
-  return 7;
+  int required = kMostSupport;
+  for (const float limit : kSupportLimits) {
+    if (peak_ratio >= limit) --required;
+  }
+  return required;
 }
 
 int CountSupport(const Surroundings& around, float d, float gate) noexcept {
@@ -232,11 +220,7 @@ void ValidatePixel(LidarPoint& pixel, const Ring& ring, int echo_count) noexcept
   }
 }
 
-}  // namespace
-
-void ValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept {
-  const int echo_count = LidarPoint::echo_num;
-  const RowRange range = ClipRows(rows, first_row, row_count);
+void ValidateRowsScalar(FrameRows& rows, RowRange range, int echo_count) noexcept {
   for (std::size_t row = range.begin; row < range.end; ++row) {
     const RowWindow window = MakeRowWindow(rows, row);
     std::ptrdiff_t col = 0;
@@ -244,6 +228,64 @@ void ValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept 
       ValidatePixel(pixel, MakeRing(window, col), echo_count);
       ++col;
     }
+  }
+}
+
+using VectorForm = void (*)(const RowRun&) noexcept;
+
+// Null: the scalar form.
+VectorForm ChosenForm() noexcept {
+  switch (ChosenInstructionSet()) {
+    case InstructionSet::kScalar:
+      return nullptr;
+    case InstructionSet::kPlain:
+      return &ValidateRunPlain;
+    case InstructionSet::kAvx2:
+      return &ValidateRunAvx2;
+    case InstructionSet::kAvx512:
+      return &ValidateRunAvx512;
+  }
+  return nullptr;
+}
+
+// Whether the rows and the ones beside them are what the vector forms are made for.
+bool FitsVectorForms(const FrameRows& rows, RowRange range, int echo_count) noexcept {
+  if (range.begin == range.end || echo_count < 1 || echo_count > kEchoSlots) return false;
+  const std::size_t columns = rows[range.begin].size();
+  if (columns < 1 || columns > static_cast<std::size_t>(kMaxColumns)) return false;
+  const std::size_t begin = range.begin > 0 ? range.begin - 1 : 0;
+  const std::size_t end = std::min(range.end + 1, rows.size());
+  for (std::size_t row = begin; row < end; ++row) {
+    if (rows[row].size() != columns) return false;
+  }
+  return true;
+}
+
+void ValidateRowsByLanes(FrameRows& rows, RowRange range, int echo_count,
+                         VectorForm form) noexcept {
+  for (std::size_t begin = range.begin; begin < range.end; begin += kMaxRows) {
+    RowRun run;
+    run.row_count = static_cast<int>(std::min<std::size_t>(kMaxRows, range.end - begin));
+    run.columns = static_cast<int>(rows[begin].size());
+    run.echo_count = echo_count;
+    if (begin > 0) run.lines[0] = rows[begin - 1].data();
+    for (std::size_t i = 1; i < std::size(run.lines) && begin + i - 1 < rows.size(); ++i) {
+      run.lines[i] = rows[begin + i - 1].data();
+    }
+    form(run);
+  }
+}
+
+}  // namespace
+
+void ValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept {
+  const int echo_count = LidarPoint::echo_num;
+  const RowRange range = ClipRows(rows, first_row, row_count);
+  const VectorForm form = ChosenForm();
+  if (form != nullptr && FitsVectorForms(rows, range, echo_count)) {
+    ValidateRowsByLanes(rows, range, echo_count, form);
+  } else {
+    ValidateRowsScalar(rows, range, echo_count);
   }
 }
 
