@@ -52,8 +52,8 @@ std::string UniqueName() {
 
 }  // namespace
 
-BenchNode::BenchNode(const simulator::CalibrationBlobs& calibration)
-    : saved_cout_(std::cout.rdbuf(&no_buffer)), shm_name_(UniqueName()) {
+BenchNode::BenchNode(const simulator::CalibrationBlobs& calibration) : shm_name_(UniqueName()) {
+  SilenceCout();
   DefaultConfig config = default_config::kConfig;
   config.recv_port = 0;  // whatever port is free; no packet comes from there
   config.shm_name = shm_name_;
