@@ -4,8 +4,8 @@
 
 #include <csignal>
 
-#include "allocation_counter.h"
 #include "raw_packet_builder.h"
+#include "support/allocation_counter.h"
 
 namespace kerul::lidar {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "MIPI_reader/parser/lidar_parser.h"
-#include "allocation_counter.h"
+#include "support/allocation_counter.h"
 
 namespace kerul::lidar {
 namespace {
