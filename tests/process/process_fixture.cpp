@@ -8,6 +8,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "config/default_config.h"
 #include "sensor_simulator/frame_simulator.h"
 
 namespace kerul::lidar::testing {
@@ -39,6 +40,8 @@ int ThreadCount(pid_t pid) {
 }
 
 }  // namespace
+
+const std::string& SensorIp() { return default_config::kConfig.lidar_ip; }
 
 const simulator::CalibrationBlobs& SensorBlobs() {
   static const simulator::CalibrationBlobs blobs =

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -21,6 +22,10 @@ inline const std::string kSimulatorProgram = KERUL_BINARY_DIR "/tools/sensor_sim
 
 // The simulated sensor's name with the default serial number.
 inline const std::string kSensorId = "SIM-0001";
+
+// Where the node looks for its sensor; the port of the command service there.
+const std::string& SensorIp();
+inline constexpr std::uint16_t kSensorPort = 9347;
 
 // The calibration of the simulated sensor with the default serial number; made once.
 const simulator::CalibrationBlobs& SensorBlobs();

@@ -1,0 +1,152 @@
+// Starts without arguments: the sensor answers on its compiled-in address.
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "process_fixture.h"
+#include "ring_tap.h"
+#include "start_log.h"
+
+namespace kerul::lidar::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kEnd =
+    "Interrupt signal (2) received.\n"
+    "SocketSource::Close()\nSource::Close()\n";
+
+std::vector<std::uint8_t> FileBytes(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class OnlineStart : public IsolatedProcessTest {
+ protected:
+  void SetUp() override {
+    IsolatedProcessTest::SetUp();
+    if (isolation_.Fault().empty()) isolation_.AddAddress(SensorIp());
+  }
+
+  // A sensor that answers and, unless told not to, streams; on its address and port when returned.
+  std::unique_ptr<ChildProcess> StartSensor(std::vector<std::string> more = {}) const {
+    more.insert(more.end(), {"--bind", SensorIp(), "--rcx-port", "9347", "--quiet", "--loop", "2",
+                             "--rate", "4"});
+    auto sensor = StartSimulator(more);
+    EXPECT_TRUE(sensor->WaitFor(Stream::kOut, "command service of"));
+    EXPECT_TRUE(sensor->WaitFor(Stream::kOut, " on " + SensorIp() + ":9347\n")) << sensor->Err();
+    return sensor;
+  }
+
+  // What a start without arguments logs, without frame lines and end. The node has ended then.
+  std::string LogOfStart() const {
+    const auto node = StartNode();
+    EXPECT_TRUE(WaitUntilRunning(*node)) << node->Out() << node->Err();
+    EXPECT_EQ(node->Interrupt(), 0);
+    EXPECT_EQ(node->Err(), "");
+    // A ring that the next start finds would have a line there.
+    fs::remove("/dev/shm/kerul_lidar_udp_shm");
+    const std::size_t end = node->Out().rfind(kEnd);
+    EXPECT_NE(end, std::string::npos);
+    return node->Out().substr(0, end);
+  }
+  fs::path Cache(const std::string& id = kSensorId) const {
+    return Directory() / "data" / id / "para_read";
+  }
+};
+
+TEST_F(OnlineStart, TheFirstStartReadsTheSensorAndTheSecondItsCache) {
+  const auto sensor = StartSensor({"--no-stream"});
+  EXPECT_EQ(LogOfStart(), StartLog("", "online", kSensorId));
+  EXPECT_EQ(FileBytes(Cache() / "SIM-0001_head.bin"), SensorBlobs().head);
+  EXPECT_EQ(FileBytes(Cache() / "SIM-0001_para2.bin"), SensorBlobs().main);
+  EXPECT_EQ(FileBytes(Cache() / "Lidar-SIM-0001_angle_calib.dat").size(), 78U);
+  const auto written = fs::last_write_time(Cache() / "SIM-0001_para2.bin");
+  EXPECT_EQ(LogOfStart(), StartLog("", "local_cache", kSensorId));
+  EXPECT_EQ(fs::last_write_time(Cache() / "SIM-0001_para2.bin"), written);
+  // And the cache serves as a directory to start from, without a sensor.
+  EXPECT_EQ(sensor->Interrupt(), 0);
+  const auto node = StartNode({"--cali_path", "data/SIM-0001"});
+  ASSERT_TRUE(WaitUntilRunning(*node));
+  EXPECT_EQ(node->Interrupt(), 0);
+  EXPECT_EQ(node->Out(), StartLog("data/SIM-0001", "local_cache", kSensorId) + kEnd);
+}
+
+TEST_F(OnlineStart, EachSensorHasACacheOfItsOwn) {
+  {
+    const auto sensor = StartSensor({"--no-stream"});
+    EXPECT_EQ(LogOfStart(), StartLog("", "online", kSensorId));
+  }
+  const auto other = StartSensor({"--no-stream", "--serial", "2"});
+  EXPECT_EQ(LogOfStart(), StartLog("", "online", "SIM-0002"));
+  EXPECT_TRUE(fs::exists(Cache() / "SIM-0001_para2.bin"));
+  EXPECT_TRUE(fs::exists(Cache("SIM-0002") / "SIM-0002_para2.bin"));
+  EXPECT_NE(FileBytes(Cache() / "SIM-0001_para2.bin"),
+            FileBytes(Cache("SIM-0002") / "SIM-0002_para2.bin"));
+}
+
+TEST_F(OnlineStart, FramesComeThroughTheWholeChain) {
+  const auto sensor = StartSensor();
+  RingTap tap;
+  for (std::uint64_t run = 1; run <= 2; ++run) {
+    const auto node = StartNode();
+    const CollectedFrame* frame = nullptr;
+    do {
+      frame = tap.NextComplete();
+      ASSERT_NE(frame, nullptr) << node->Out() << node->Err();
+    } while (tap.Ring().attached != run || CountReturns(*frame) < 216 * 288 / 4);
+    EXPECT_TRUE(node->WaitFor(
+        Stream::kOut, run == 1 ? "(source=online, lidar_id=" : "(source=local_cache, lidar_id="));
+    EXPECT_EQ(node->Interrupt(), 0);
+  }
+}
+
+TEST_F(OnlineStart, WithoutASensorTheStartFailsThoughTheCacheIsThere) {
+  const std::string error =
+      "[ERROR] failed to start LidarNode: para2 head register read failed: RCX: connect to " +
+      SensorIp() + ":9347 failed\n";
+  {
+    const auto sensor = StartSensor({"--no-stream"});
+    LogOfStart();
+  }
+  const auto node = StartNode();
+  EXPECT_EQ(node->WaitForExit(), 1);
+  EXPECT_EQ(node->Err(), error);
+  const std::string log = OpeningLines("") + LoadingLine("");
+  EXPECT_EQ(node->Out().substr(0, log.size()), log);
+  EXPECT_EQ(node->Out().find("[LidarNode]", log.size()), std::string::npos);
+}
+
+// The cache is written in place: whatever an earlier start left of it, the next one works or says
+// what is wrong.
+TEST_F(OnlineStart, AKillWhileTheCacheIsWrittenNeverCrashesTheNextStart) {
+  const auto sensor = StartSensor({"--no-stream"});
+  int refused = 0;
+  for (int round = 0; round < 8; ++round) {
+    fs::remove_all(Directory() / "data");
+    const auto victim = StartNode();
+    ASSERT_TRUE(WaitUntil([&] { return fs::exists(Cache() / "SIM-0001_head.bin"); }));
+    victim->Signal(SIGKILL);
+    ASSERT_EQ(victim->WaitForExit(), 128 + SIGKILL);
+    const auto node = StartNode();
+    ASSERT_TRUE(WaitUntil([&] {
+      return WaitUntilRunning(*node, std::chrono::milliseconds(0)) ||
+             node->WaitForExit(std::chrono::milliseconds(0));
+    }));
+    if (!node->WaitForExit(std::chrono::milliseconds(0))) {
+      EXPECT_EQ(node->Interrupt(), 0);
+      continue;
+    }
+    ++refused;
+    EXPECT_EQ(node->WaitForExit(), 1);
+    EXPECT_EQ(node->Err().rfind("[ERROR] failed to start LidarNode: para2 head ", 0), 0U)
+        << node->Err();
+  }
+  RecordProperty("refused", refused);
+}
+
+}  // namespace
+}  // namespace kerul::lidar::testing
