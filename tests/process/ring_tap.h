@@ -1,4 +1,4 @@
-// What a consumer makes of the default ring: whole frames.
+// What a consumer makes of a ring: whole frames.
 #pragma once
 
 #include <chrono>
@@ -12,6 +12,9 @@ namespace kerul::lidar::testing {
 
 class RingTap {
  public:
+  // A null name is the default ring.
+  explicit RingTap(const char* name = nullptr) : reader_(name, RingStart::kOldest) {}
+
   // The next frame that was closed, complete or not; null when time ends before.
   const CollectedFrame* NextFrame(std::chrono::milliseconds timeout = kPatience);
   // The next complete frame; null when time ends before. A frame that another one closed, or that
@@ -26,7 +29,7 @@ class RingTap {
  private:
   const CollectedFrame* Take(const ReceivedPacket& packet);
 
-  ShmRingReader reader_{nullptr, RingStart::kOldest};
+  ShmRingReader reader_;
   FrameCollector collector_;
   std::uint64_t refused_ = 0;
   std::uint64_t attached_ = 0;
