@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include "MIPI_reader/node/calibration_tables.h"
 #include "MIPI_reader/node/packet_calibration.h"
 
 namespace kerul::lidar {
@@ -77,11 +78,13 @@ void CheckPixel(const HighReflCheck& check, LidarEcho& first, LidarEcho* second)
 
 }  // namespace
 
+void CheckPixelReflectivity(const HighReflCheck& check, int echo_num, LidarPoint& point) noexcept {
+  CheckPixel(check, point.echoes[0], echo_num != 1 ? &point.echoes[1] : nullptr);
+}
+
 void CheckHighReflectivity(const HighReflCheck& check, std::span<LidarPoint> points) noexcept {
-  const bool two_slots = LidarPoint::echo_num != 1;
-  for (LidarPoint& point : points) {
-    CheckPixel(check, point.echoes[0], two_slots ? &point.echoes[1] : nullptr);
-  }
+  const int echo_num = LidarPoint::echo_num;
+  for (LidarPoint& point : points) CheckPixelReflectivity(check, echo_num, point);
 }
 
 }  // namespace kerul::lidar

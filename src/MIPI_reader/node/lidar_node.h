@@ -12,6 +12,7 @@
 
 #include "MIPI_reader/node/lidar_node_miniflash_processing.h"
 #include "MIPI_reader/node/packet_calibration.h"
+#include "MIPI_reader/node/packet_calibrator.h"
 #include "MIPI_reader/node/stale_pixels.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/lidar_point.h"
@@ -156,6 +157,7 @@ class LidarNode {
   std::shared_ptr<kerul::lidar::HighThresholdMap> high_threshold_map_;
   std::shared_ptr<kerul::lidar::HighReflCheck> high_refl_check_;
   std::shared_ptr<kerul::lidar::RetroCalib> retro_calib_;
+  std::unique_ptr<const kerul::lidar::PacketCalibrator> packet_calibrator_;  // of these steps
   std::shared_ptr<kerul::lidar::CogwFilter> cogw_filter_;
   kerul::lidar::UdpPacket out_packet_{};  // every published packet is built here
   kerul::lidar::BloomSuppressCalib bloom_calib_;

@@ -55,6 +55,12 @@ void LidarNode::AssembleCalibration(const std::string& cali_path) {
     if (config_->calib_enable) LoadCalibFromTables();
   }
   AssembleCommonTables();
+  packet_calibrator_ = std::make_unique<kerul::lidar::PacketCalibrator>(
+      kerul::lidar::CalibrationSteps{.env = env_calib_.get(),
+                                     .dist = dist_calib_.get(),
+                                     .high_threshold_map = high_threshold_map_.get(),
+                                     .high_refl_check = high_refl_check_.get(),
+                                     .retro = retro_calib_.get()});
 }
 
 void LidarNode::LoadAnglesFromTables() {

@@ -27,12 +27,7 @@ void LidarNode::UpdateFrames(int packet_index, std::vector<LidarPoint>& points) 
 }
 
 void LidarNode::CalibratePoints(std::vector<LidarPoint>& points) {
-  if (env_calib_) CompensateEnvironment(*env_calib_, points);
-  if (dist_calib_) CalibrateRange(*dist_calib_, points);
-  if (high_threshold_map_) MapHighThresholdHeights(*high_threshold_map_, points);
-  if (high_refl_check_ && high_refl_check_->enable)
-    CheckHighReflectivity(*high_refl_check_, points);
-  if (retro_calib_) retro_calib_->calib_points(points);
+  packet_calibrator_->Calibrate(points);
 }
 
 void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "MIPI_reader/node/calibration_tables.h"
 #include "MIPI_reader/node/pulse_curve.h"
 #include "MIPI_reader/parser/truncation.h"
 
@@ -49,17 +50,6 @@ void CalibrateEchoRange(const DistCalib& calib, float offset, LidarEcho& echo) n
   const float range = echo.dist_raw - (correction + offset) * calib.scale * 0.015625F;
   // A correction larger than the range leaves one output unit, so that the return is not lost.
   echo.dist_raw = range < 0.0F ? 0.004F : range;
-}
-
-float MapHeight(const HighThresholdMap& map, float height) noexcept {
-  const std::vector<float>& in = map.cogh_in;
-  const std::vector<float>& out = map.cogh_out;
-  if (height <= in.front()) return out.front();
-  if (height >= in.back()) return out.back();
-  const auto above =
-      static_cast<std::size_t>(std::lower_bound(in.begin(), in.end(), height) - in.begin());
-  const std::size_t below = above - 1;
-  return (height - in[below]) * ((out[above] - out[below]) / (in[above] - in[below])) + out[below];
 }
 
 }  // namespace
@@ -106,6 +96,17 @@ HighThresholdMap::HighThresholdMap(std::vector<float> in, std::vector<float> out
   }
 }
 
+float MapHighThresholdHeight(const HighThresholdMap& map, float height) noexcept {
+  const std::vector<float>& in = map.cogh_in;
+  const std::vector<float>& out = map.cogh_out;
+  if (height <= in.front()) return out.front();
+  if (height >= in.back()) return out.back();
+  const auto above =
+      static_cast<std::size_t>(std::lower_bound(in.begin(), in.end(), height) - in.begin());
+  const std::size_t below = above - 1;
+  return (height - in[below]) * ((out[above] - out[below]) / (in[above] - in[below])) + out[below];
+}
+
 void CompensateEnvironment(const EnvCalib& calib, std::span<LidarPoint> points) noexcept {
   for (LidarPoint& point : points) {
     for (int slot = 0; slot < LidarPoint::echo_num; ++slot) {
@@ -129,7 +130,7 @@ void MapHighThresholdHeights(const HighThresholdMap& map, std::span<LidarPoint> 
       LidarEcho& echo = point.echoes[slot];
       const bool high = (echo.cogw_flag & kHighWidthValid) != 0;
       if (!(echo.dist_raw > 0.0F) || !high || std::isnan(echo.cogh)) continue;
-      echo.cogh = MapHeight(map, echo.cogh);
+      echo.cogh = MapHighThresholdHeight(map, echo.cogh);
     }
   }
 }

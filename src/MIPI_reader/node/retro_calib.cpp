@@ -4,17 +4,16 @@
 #include <stdexcept>
 #include <utility>
 
+#include "MIPI_reader/node/calibration_tables.h"
 #include "MIPI_reader/node/packet_calibration.h"
 #include "MIPI_reader/node/pulse_curve.h"
+#include "MIPI_reader/parser/rounded_powers.h"
 #include "MIPI_reader/parser/truncation.h"
 
 namespace kerul::lidar {
 namespace {
 
-constexpr int kEfficiantRows = 100;
-constexpr int kEfficiantCols = 6;
 constexpr std::size_t kEfficiantEntries = kEfficiantRows * kEfficiantCols;
-constexpr std::size_t kFilterEntries = 31;
 constexpr float kTableStepMetres = 0.1F;      // of both range tables
 constexpr float kEfficiantRange = 9.900001F;  // metres, inclusive
 constexpr float kFullReflectivity = 255.0F;
@@ -24,13 +23,9 @@ constexpr float kSoftReflectivity = 100.0F;
 float RangeLog(float range, float ref_distance) noexcept {
   constexpr double kNearest = 0.3;
   if (static_cast<double>(range) > kNearest) {
-    return static_cast<float>(std::log2(static_cast<double>(range / ref_distance)));
+    return LogOfTwo(range / ref_distance);
   }
   return static_cast<float>(std::log2(kNearest / static_cast<double>(ref_distance)));
-}
-
-float PowerOfTwo(float exponent) noexcept {
-  return static_cast<float>(std::pow(2.0, static_cast<double>(exponent)));
 }
 
 // Range-dependent correction of the exponent for a pixel row of the miniflash row. `range` is above

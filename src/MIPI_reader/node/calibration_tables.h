@@ -1,0 +1,78 @@
+// What the vector forms of the packet's calibration read: plain numbers and pointers into tables
+// that somebody else keeps. The letters of the steps' own formulas are told with their objects.
+#pragma once
+
+#include <cstdint>
+
+#include "MIPI_reader/parser/lidar_point.h"
+
+namespace kerul::lidar {
+
+struct HighReflCheck;
+struct HighThresholdMap;
+
+// An entry of a table with what the next one has more than this one.
+struct ValueStep {
+  float value;
+  float step;
+};
+
+// A curve by pulse height as CurveAt reads it. Entry i of the curve stands at i + 1: in front, for
+// heights below 0, a step from the first entry to itself; the last one's step is -0, so that
+// fraction 0 leaves the entry as it is, a -0 too.
+inline constexpr int kCurveSteps = 513;
+inline constexpr int kEfficiantRows = 100;  // by range, in steps of 0.1 m
+inline constexpr int kEfficiantCols = 6;    // by pixel row within the miniflash row
+inline constexpr int kFilterEntries = 31;   // by range, in steps of 0.1 m
+
+struct CalibrationTables {
+  // Environment: gains by noise, those for echoes without a valid high width in front.
+  const float* gains = nullptr;  // null: no such step
+  std::int32_t low_gains = 0;    // numbers of entries
+  std::int32_t high_gains = 0;
+  float bias = 0.0F;
+  bool has_cogt = false;
+  float cogt_a = 0.0F;
+  float cogt_b = 0.0F;
+  float cogt_c = 0.0F;
+  float cogt_d = 0.0F;
+
+  // Range: one curve or two.
+  const ValueStep* range_curves = nullptr;  // null: no such step
+  std::int32_t high_curve = 0;              // where the curve for the high threshold begins
+  const float* offset = nullptr;            // kPixelTableEntries
+  float range_scale = 0.0F;
+
+  const HighThresholdMap* high_threshold_map = nullptr;  // null: no such step
+
+  // High reflectivity.
+  const HighReflCheck* high_refl_check = nullptr;  // null: no such step
+  float lowest_rule_height = 0.0F;                 // no rule holds at or below it
+
+  // Reflectivity.
+  const ValueStep* power_curve = nullptr;  // null: no such step
+  const float* scale = nullptr;            // kPixelTableEntries
+  float ref_distance = 0.0F;
+  float ref_offset = 0.0F;
+  float nearest_log = 0.0F;              // of every range up to 0.3 m
+  const ValueStep* efficiant = nullptr;  // kEfficiantRows x kEfficiantCols, or null
+  bool near_refl_enable = false;
+  float near_refl_range = 0.0F;
+  const float* retro_filter = nullptr;  // kFilterEntries, or null
+};
+
+// The single echo and the single pixel of two steps, for the few that the vector forms leave.
+// `height` not NaN.
+float MapHighThresholdHeight(const HighThresholdMap& map, float height) noexcept;
+// echo_num as in LidarPoint; afterPulse of echo 1 is cleared first when there are two.
+void CheckPixelReflectivity(const HighReflCheck& check, int echo_num, LidarPoint& point) noexcept;
+
+// The instances. `count` points with `echo_count` slots in use, 1 or 2.
+void CalibratePointsPlain(const CalibrationTables& tables, LidarPoint* points, int count,
+                          int echo_count) noexcept;
+void CalibratePointsAvx2(const CalibrationTables& tables, LidarPoint* points, int count,
+                         int echo_count) noexcept;
+void CalibratePointsAvx512(const CalibrationTables& tables, LidarPoint* points, int count,
+                           int echo_count) noexcept;
+
+}  // namespace kerul::lidar

@@ -1,0 +1,138 @@
+#include "MIPI_reader/node/packet_calibrator.h"
+
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <span>
+
+#include "MIPI_reader/parser/instruction_set.h"
+
+namespace kerul::lidar {
+namespace {
+
+void AppendCurve(std::span<const float> curve, std::vector<ValueStep>& steps) {
+  steps.push_back({curve.front(), curve.front() - curve.front()});
+  for (std::size_t i = 0; i + 1 < curve.size(); ++i) {
+    steps.push_back({curve[i], curve[i + 1] - curve[i]});
+  }
+  steps.push_back({curve.back(), -0.0F});
+}
+
+// The divisions that the scalar form does for every echo.
+std::vector<ValueStep> EfficiantSteps(std::span<const float> table) {
+  std::vector<ValueStep> steps;
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const std::size_t next = i + kEfficiantCols;
+    const auto row = static_cast<int>(i) / kEfficiantCols;
+    const float lo = static_cast<float>(row) * 0.1F;
+    const float hi = 0.1F * static_cast<float>(row + 1);
+    steps.push_back({table[i], next < table.size() ? (table[next] - table[i]) / (hi - lo) : 0.0F});
+  }
+  return steps;
+}
+
+bool HasTracedPixel(const HighReflCheck& check) noexcept {
+  return check.trace_enable && check.trace_row >= 0 && check.trace_col >= 0;
+}
+
+}  // namespace
+
+void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& points) {
+  if (steps.env != nullptr) CompensateEnvironment(*steps.env, points);
+  if (steps.dist != nullptr) CalibrateRange(*steps.dist, points);
+  if (steps.high_threshold_map != nullptr) {
+    MapHighThresholdHeights(*steps.high_threshold_map, points);
+  }
+  if (steps.high_refl_check != nullptr && steps.high_refl_check->enable) {
+    CheckHighReflectivity(*steps.high_refl_check, points);
+  }
+  if (steps.retro != nullptr) steps.retro->calib_points(points);
+}
+
+PacketCalibrator::PacketCalibrator(const CalibrationSteps& steps) : steps_(steps) {
+  if (steps.env != nullptr) TakeEnv(*steps.env);
+  if (steps.dist != nullptr) TakeDist(*steps.dist);
+  tables_.high_threshold_map = steps.high_threshold_map;
+  if (steps.high_refl_check != nullptr && steps.high_refl_check->enable) {
+    TakeCheck(*steps.high_refl_check);
+  }
+  if (steps.retro != nullptr) TakeRetro(*steps.retro);
+}
+
+void PacketCalibrator::TakeEnv(const EnvCalib& env) {
+  gains_ = env.env_cogh;
+  gains_.insert(gains_.end(), env.env_cogh_high.begin(), env.env_cogh_high.end());
+  tables_.gains = gains_.data();
+  tables_.low_gains = static_cast<std::int32_t>(env.env_cogh.size());
+  tables_.high_gains = static_cast<std::int32_t>(env.env_cogh_high.size());
+  tables_.bias = env.bias;
+  tables_.has_cogt = env.has_cogt;
+  tables_.cogt_a = env.cogt_a;
+  tables_.cogt_b = env.cogt_b;
+  tables_.cogt_c = env.cogt_c;
+  tables_.cogt_d = env.cogt_d;
+}
+
+void PacketCalibrator::TakeDist(const DistCalib& dist) {
+  AppendCurve(dist.curve, range_curves_);
+  if (dist.has_curve_high) {
+    tables_.high_curve = kCurveSteps;
+    AppendCurve(dist.curve_high, range_curves_);
+  }
+  tables_.range_curves = range_curves_.data();
+  tables_.offset = dist.offset.data();
+  tables_.range_scale = dist.scale;
+}
+
+void PacketCalibrator::TakeCheck(const HighReflCheck& check) {
+  tables_.high_refl_check = &check;
+  tables_.lowest_rule_height = std::numeric_limits<float>::infinity();
+  const auto take = [this](bool enable, float height) {
+    // A NaN, which no height exceeds, stays out of this as well.
+    if (enable && height < tables_.lowest_rule_height) tables_.lowest_rule_height = height;
+  };
+  take(check.rule_a_enable, check.rule_a_height);
+  take(check.rule_b_enable, check.rule_b_height);
+  take(check.rule_c_enable, check.rule_c_height);
+  take(check.rule_d_enable, check.rule_d_height);
+}
+
+void PacketCalibrator::TakeRetro(const RetroCalib& retro) {
+  AppendCurve(retro.retro_curve, power_curve_);
+  tables_.power_curve = power_curve_.data();
+  tables_.scale = retro.retro_scale.data();
+  tables_.ref_distance = retro.ref_distance;
+  tables_.ref_offset = retro.ref_offset;
+  tables_.nearest_log =
+      static_cast<float>(std::log2(0.3 / static_cast<double>(retro.ref_distance)));
+  if (retro.cogh_efficiant_valid) {
+    efficiant_ = EfficiantSteps(retro.cogh_efficiant);
+    tables_.efficiant = efficiant_.data();
+  }
+  if (retro.retro_filter_valid) tables_.retro_filter = retro.retro_filter.data();
+  tables_.near_refl_enable = retro.high_refl_check.near_refl_enable;
+  tables_.near_refl_range = retro.high_refl_check.near_refl_range;
+  traces_ = HasTracedPixel(retro.high_refl_check);
+}
+
+void PacketCalibrator::Calibrate(std::vector<LidarPoint>& points) const {
+  const int echo_count = LidarPoint::echo_num;
+  const auto count = static_cast<int>(points.size());
+  const bool fits_lanes = !traces_ && echo_count >= 1 && echo_count <= kEchoSlots;
+  switch (fits_lanes ? ChosenInstructionSet() : InstructionSet::kScalar) {
+    case InstructionSet::kScalar:
+      CalibratePacket(steps_, points);
+      break;
+    case InstructionSet::kPlain:
+      CalibratePointsPlain(tables_, points.data(), count, echo_count);
+      break;
+    case InstructionSet::kAvx2:
+      CalibratePointsAvx2(tables_, points.data(), count, echo_count);
+      break;
+    case InstructionSet::kAvx512:
+      CalibratePointsAvx512(tables_, points.data(), count, echo_count);
+      break;
+  }
+}
+
+}  // namespace kerul::lidar

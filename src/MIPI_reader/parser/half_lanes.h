@@ -1,0 +1,68 @@
+// Double precision for vectors of W floats: two halves of W / 2 lanes, each as wide in memory as
+// the vector of floats.
+#pragma once
+
+#include <cstdint>
+
+#include "MIPI_reader/parser/lanes.h"
+
+namespace kerul::lidar {
+
+template <int W>
+struct HalfLanes {
+  using Float = typename Lanes<W>::Float;
+  typedef double Double __attribute__((vector_size(4 * W)));
+  typedef std::int64_t Long __attribute__((vector_size(4 * W)));
+
+  // Lanes 0..W/2-1 and W/2..W-1, widened exactly.
+  static Double Low(Float value) noexcept;
+  static Double High(Float value) noexcept;
+  // Rounded to nearest, ties to even, as a conversion in scalar code does.
+  static Float Join(Double low, Double high) noexcept;
+};
+
+template <>
+inline HalfLanes<4>::Double HalfLanes<4>::Low(Float value) noexcept {
+  return _mm_cvtps_pd(value);
+}
+template <>
+inline HalfLanes<4>::Double HalfLanes<4>::High(Float value) noexcept {
+  return _mm_cvtps_pd(_mm_movehl_ps(value, value));
+}
+template <>
+inline HalfLanes<4>::Float HalfLanes<4>::Join(Double low, Double high) noexcept {
+  return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high));
+}
+
+#if defined(__AVX2__)
+template <>
+inline HalfLanes<8>::Double HalfLanes<8>::Low(Float value) noexcept {
+  return _mm256_cvtps_pd(_mm256_castps256_ps128(value));
+}
+template <>
+inline HalfLanes<8>::Double HalfLanes<8>::High(Float value) noexcept {
+  return _mm256_cvtps_pd(_mm256_extractf128_ps(value, 1));
+}
+template <>
+inline HalfLanes<8>::Float HalfLanes<8>::Join(Double low, Double high) noexcept {
+  return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm256_cvtpd_ps(low)), _mm256_cvtpd_ps(high),
+                              1);
+}
+#endif
+
+#if defined(__AVX512F__)
+template <>
+inline HalfLanes<16>::Double HalfLanes<16>::Low(Float value) noexcept {
+  return _mm512_cvtps_pd(_mm512_castps512_ps256(value));
+}
+template <>
+inline HalfLanes<16>::Double HalfLanes<16>::High(Float value) noexcept {
+  return _mm512_cvtps_pd(_mm512_extractf32x8_ps(value, 1));
+}
+template <>
+inline HalfLanes<16>::Float HalfLanes<16>::Join(Double low, Double high) noexcept {
+  return _mm512_insertf32x8(_mm512_castps256_ps512(_mm512_cvtpd_ps(low)), _mm512_cvtpd_ps(high), 1);
+}
+#endif
+
+}  // namespace kerul::lidar
