@@ -40,6 +40,7 @@ if "$update"; then
   marker='<!-- Below: output of ./run_bench.sh --update -->'
   page=docs/performance.md
   grep -qxF "$marker" "$page"
-  { sed "/^$marker\$/q" "$page" && echo && cat "$results"; } >"$page.new"
+  { awk -v marker="$marker" '{ print } $0 == marker { exit }' "$page" && echo && cat "$results"; } \
+    >"$page.new"
   mv "$page.new" "$page"
 fi
