@@ -31,36 +31,13 @@ float RandomRecords::Uniform(float lowest, float highest) {
 
 float RandomRecords::EdgeValue() {
   using Limits = std::numeric_limits<float>;
-  static constexpr float kValues[] = {Limits::quiet_NaN(),
-                                      Limits::infinity(),
-                                      -Limits::infinity(),
-                                      0.0F,
-                                      -0.0F,
-                                      Limits::min(),
-                                      Limits::denorm_min(),
-                                      Limits::max(),
-                                      -Limits::max(),
-                                      1.0F,
-                                      -1.0F,
-                                      0.05F,
-                                      0.1F,
-                                      0.5F,
-                                      40.0F,
-                                      255.0F,
-                                      256.0F,
-                                      511.0F,
-                                      512.0F,
-                                      1023.0F,
-                                      1024.0F,
-                                      2147483648.0F,
-                                      -2147483648.0F,
-                                      4294967296.0F,
-                                      1e-20F,
-                                      1e20F,
-                                      15.0F,
-                                      30.0F,
-                                      235.0F,
-                                      -5.0F};
+  static constexpr float kValues[] = {
+      Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity(), 0.0F, -0.0F, Limits::min(),
+      Limits::denorm_min(), Limits::max(), -Limits::max(), 1e-20F, 1e20F, 2147483648.0F,
+      -2147483648.0F, 4294967296.0F, -1.0F, -5.0F, 1024.0F, 1023.0F, 512.0F, 511.0F, 256.0F, 255.0F,
+      // At these the algorithms decide.
+      0.05F, 0.1F, 0.3F, 0.5F, 0.6F, 0.7F, 0.8F, 0.9F, 1.0F, 1.4F, 2.0F, 3.0F, 9.900001F, 15.0F,
+      30.0F, 40.0F, 80.0F, 100.0F, 235.0F, 550.0F};
   return kValues[Below(static_cast<int>(std::size(kValues)))];
 }
 

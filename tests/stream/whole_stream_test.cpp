@@ -2,7 +2,9 @@
 // settings, every kind of packet it can publish, and faults.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "stream_expectations.h"
 
@@ -54,6 +56,30 @@ TEST_P(EveryOutputMode, GivesTheReferencesBytes) {
 INSTANTIATE_TEST_SUITE_P(WholeStream, EveryOutputMode,
                          ::testing::Values(0, 1, 2, 3, 4, 12, 21, 34, 43),
                          [](const auto& code) { return "EchoCode" + std::to_string(code.param); });
+
+// --- Frame ids ---
+
+// Later ids, stragglers down to 200 behind, and falls from 201 on, which are wraps.
+TEST(WholeStream, FrameIdsThatJumpAndFallGiveTheReferencesBytes) {
+  constexpr int kIds[] = {7,   207, 7,   6, 206, 200, 250, 49, 50,
+                          255, 54,  254, 0, 1,   255, 55,  20, 230};
+  constexpr std::size_t kPacketsOfEach = 400;
+  SimulatedStream stream(OneMixedFrame());
+  std::vector<Datagram> frame;
+  while (const Datagram* datagram = stream.Next()) frame.push_back(*datagram);
+  std::vector<Datagram> datagrams;
+  for (std::size_t i = 0; i < std::size(kIds); ++i) {
+    for (std::size_t packet = 0; packet < kPacketsOfEach; ++packet) {
+      datagrams.push_back(frame[(i % 15) * kPacketsOfEach + packet]);
+      datagrams.back()[675] = static_cast<std::uint8_t>(kIds[i]);
+    }
+  }
+  TwinRun run(StreamConfig(), SimulatedCalibration());
+  auto next = datagrams.cbegin();
+  EXPECT_EQ(run.Play([&] { return next == datagrams.cend() ? nullptr : &*next++; }), "");
+  EXPECT_GE(run.counts().stragglers, 3U * kPacketsOfEach);
+  EXPECT_GE(run.counts().frames, 8U);
+}
 
 // --- Faults ---
 
