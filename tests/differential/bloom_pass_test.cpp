@@ -51,6 +51,7 @@ TEST(BloomPass, IsTheReferencesUnderEverySetting) {
   RandomRecords random(51);
   PassTally tally;
   while (tally.rows < 2000 && !::testing::Test::HasFailure()) {
+    random.StartRound();
     const int width = random.Chance(0.2) ? random.Between(1, 80) : 6 * random.Between(1, 25);
     const LidarFrame before =
         random.Frame(6 * random.Between(1, 5), width, random.Between(1, 2), BrightStyle(random));
@@ -72,6 +73,7 @@ TEST(BloomPass, GainsOfABlockAreTheReferences) {
   std::vector<float> scratch;
   int moved = 0;
   for (int round = 0; round < 300; ++round) {
+    random.StartRound();
     LidarFrame frame =
         random.Frame(6 * random.Between(1, 3), 6 * random.Between(1, 6), 2, BrightStyle(random));
     for (std::vector<LidarPoint>& row : frame.points) {
@@ -100,6 +102,7 @@ TEST(BloomPass, PowerPatternIsTheReferences) {
   RandomRecords random(53);
   int scored = 0;
   for (int round = 0; round < 300; ++round) {
+    random.StartRound();
     const LidarFrame frame =
         random.Frame(random.Between(1, 18), random.Between(1, 24), 2, BrightStyle(random));
     const BloomSuppressCalib calib = RandomCalib(random);

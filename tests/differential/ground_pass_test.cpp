@@ -42,6 +42,7 @@ TEST(GroundPass, IsTheReferencesUnderEverySetting) {
   PassTally tally;
   int labelled = 0;
   while (tally.rows < 2000 && !::testing::Test::HasFailure()) {
+    random.StartRound();
     const FrameStyle style = random.Chance(0.7) ? FrameStyle::kSurface : random.Style();
     const int width = random.Chance(0.2) ? random.Between(1, 30) : random.Between(40, 150);
     const LidarFrame before =
@@ -96,6 +97,7 @@ TEST(GroundPass, PlaneFitsAreTheReferences) {
   RandomRecords random(42);
   int valid = 0;
   for (int i = 0; i < 20000 && !::testing::Test::HasFailure(); ++i) {
+    random.StartRound();
     const std::vector<Point3f> points = RandomCloud(random);
     const float keep_ratio = random.Salted(0.3F, 1.1F, 0.1);
     ExpectSamePlane(ground_plane_detail::FitPlaneFromPoints(points), reference::FitPlane(points));
@@ -110,6 +112,7 @@ TEST(GroundPass, IncidenceFactorIsTheReferences) {
   RandomRecords random(43);
   int below_one = 0;
   for (int round = 0; round < 200; ++round) {
+    random.StartRound();
     const AngleCalibGrid grid = random.AngleGrid(random.Between(1, 60), random.Between(1, 20),
                                                  random.Chance(0.5) ? 0.02 : 0.0);
     for (int i = 0; i < 500; ++i) {

@@ -53,6 +53,7 @@ TEST(PacketCalibration, CompensationForTheEnvironmentIsTheReferences) {
   const DefaultTables& tables = default_config::kConfig.tables;
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
+    random.StartRound();
     reference::EnvironmentTables environment{tables.env_cogh, tables.env_cogh_high, {}, 15.0F};
     if (random.Chance(0.5)) {
       const double salt = random.Chance(0.5) ? 0.05 : 0.0;
@@ -75,6 +76,7 @@ TEST(PacketCalibration, RangeCorrectionIsTheReferences) {
   RandomRecords random(22);
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
+    random.StartRound();
     const double salt = random.Chance(0.5) ? 0.05 : 0.0;
     reference::RangeTables tables{
         random.Table(512, -20.0F, 100.0F, salt), random.Table(82944, 1.0F, 255.0F, 0.05), {}};
@@ -92,6 +94,7 @@ TEST(PacketCalibration, HeightMapIsTheReferences) {
   const DefaultTables& defaults = default_config::kConfig.tables;
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
+    random.StartRound();
     reference::HeightMapTables tables{defaults.high_threshold_cogh_in,
                                       defaults.high_threshold_cogh_out};
     if (random.Chance(0.6)) {
@@ -161,6 +164,7 @@ TEST(PacketCalibration, HighReflectivityRulesAreTheReferences) {
   RandomRecords random(24);
   int changed = 0;
   for (int round = 0; round < 2 * kRounds && !::testing::Test::HasFailure(); ++round) {
+    random.StartRound();
     const HighReflCheck check = RandomCheck(random);
     std::vector<LidarPoint> points = RandomPoints(random);
     for (LidarPoint& point : points) {
@@ -180,6 +184,7 @@ TEST(PacketCalibration, ReflectivityIsTheReferences) {
   const DefaultTables& defaults = default_config::kConfig.tables;
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
+    random.StartRound();
     const double salt = random.Chance(0.5) ? 0.05 : 0.0;
     reference::ReflectivityTables tables;
     tables.retro_curve = random.Table(512, -2.0F, 12.0F, salt);

@@ -79,6 +79,7 @@ TEST(PacketParsing, RandomPacketsGiveTheReferencesPoints) {
   RandomRecords random(11);
   int echoes = 0;
   for (int round = 0; round < 400; ++round) {
+    random.StartRound();
     ParserPair pair;
     MakePair(random, pair);
     LidarPoint::echo_num = random.Between(1, 2);
@@ -133,6 +134,7 @@ TEST(EchoComputation, RandomWindowsGiveTheReferencesEcho) {
   RandomRecords random(13);
   int sure = 0;
   for (int round = 0; round < 200; ++round) {
+    random.StartRound();
     ParserPair pair;
     MakePair(random, pair);
     for (int i = 0; i < 1000; ++i) {

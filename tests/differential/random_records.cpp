@@ -26,7 +26,11 @@ bool RandomRecords::Chance(double probability) {
 
 float RandomRecords::Uniform(float lowest, float highest) {
   const float share = static_cast<float>(engine_() >> 40) * 0x1p-24F;
-  return lowest + (highest - lowest) * share;
+  const float value = lowest + (highest - lowest) * share;
+  if (!coarse_ || !(highest > lowest)) return value;
+  // A sixteenth to a thirty-second of the span, a power of two.
+  const float step = std::ldexp(1.0F, std::ilogb(highest - lowest) - 4);
+  return std::round(value / step) * step;
 }
 
 float RandomRecords::EdgeValue() {

@@ -26,6 +26,9 @@ class RandomRecords {
  public:
   explicit RandomRecords(std::uint64_t seed) : engine_(seed) {}
 
+  // One round in four draws its floats from coarse steps, so that what is compared is often equal.
+  void StartRound() { coarse_ = Chance(0.25); }
+
   std::uint64_t Bits() { return engine_(); }
   std::uint8_t Byte() { return static_cast<std::uint8_t>(engine_() >> 56); }
   int Below(int limit);                  // 0..limit-1, limit above 0
@@ -67,6 +70,7 @@ class RandomRecords {
   void PutEcho(LidarEcho& echo, float range, float height);
 
   std::mt19937_64 engine_;
+  bool coarse_ = false;
 };
 
 }  // namespace kerul::lidar::testing

@@ -18,6 +18,7 @@ TEST(RowPass, PrimingIsTheReferences) {
   RandomRecords random(31);
   PassTally tally;
   while (tally.rows < kRows && !::testing::Test::HasFailure()) {
+    random.StartRound();
     ComparePass(
         random, RandomFrame(random),
         [](LidarFrame& frame, int m_row) { PrimeProcessedFields(frame.points, m_row * 6, 6); },
@@ -30,6 +31,7 @@ TEST(RowPass, NeighbourValidationIsTheReferences) {
   RandomRecords random(32);
   PassTally tally;
   while (tally.rows < kRows && !::testing::Test::HasFailure()) {
+    random.StartRound();
     ComparePass(
         random, RandomFrame(random),
         [](LidarFrame& frame, int m_row) { ValidateNeighbours(frame.points, m_row * 6, 6); },
@@ -42,6 +44,7 @@ TEST(RowPass, ShotNoiseFilterIsTheReferences) {
   RandomRecords random(33);
   PassTally tally;
   while (tally.rows < kRows && !::testing::Test::HasFailure()) {
+    random.StartRound();
     // Wide enough for more than eight suspect blocks. A frame always holds whole blocks.
     const FrameStyle style = random.Chance(0.5) ? FrameStyle::kPatches : random.Style();
     const int width = 6 * random.Between(8, 48);
@@ -65,6 +68,7 @@ TEST(RowPass, OrderOfTheEchoesIsTheReferencesUnderEveryPlan) {
   PassTally tally;
   for (int code = 0; code < 101 && !::testing::Test::HasFailure(); ++code) {
     for (int i = 0; i < 4; ++i) {
+      random.StartRound();
       const EchoOutputPlan plan = MakeEchoOutputPlan(2, code);
       const reference::EchoOutputPlan expected_plan = reference::MakePlan(2, code);
       ASSERT_EQ(plan.count, expected_plan.count) << code;
