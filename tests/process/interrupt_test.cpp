@@ -51,9 +51,9 @@ std::vector<unsigned long long> BlockedByWorkers(pid_t pid) {
 // An interrupt that cut the worker's wait for a datagram short would look like a failed read.
 TEST_F(Interrupt, TheWorkerLeavesInterruptsToTheMainThread) {
   const auto node = StartCalibratedNode();
-  const std::vector<unsigned long long> masks = BlockedByWorkers(node->pid());
-  ASSERT_EQ(masks.size(), 1U);
-  EXPECT_EQ(masks[0], 1ULL << (SIGINT - 1));
+  // A thread begins with all signals blocked.
+  const std::vector<unsigned long long> interrupt_alone{1ULL << (SIGINT - 1)};
+  EXPECT_TRUE(WaitUntil([&] { return BlockedByWorkers(node->pid()) == interrupt_alone; }));
 }
 
 // A user who holds the keys down, or a supervisor and a user at the same time. Interrupts go on

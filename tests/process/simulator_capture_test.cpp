@@ -1,9 +1,9 @@
 // The simulator's capture files in the hands of the usual programs.
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,21 +24,22 @@ bool IsInstalled(const std::string& program) {
   return false;
 }
 
-class SimulatorCapture : public IsolatedProcessTest {
- protected:
-  // Writes run.pcap into the working directory.
-  void WriteCapture(const std::vector<std::string>& more) const {
-    std::vector<std::string> arguments{"--capture", "run.pcap", "--quiet"};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    const auto simulator = StartSimulator(arguments);
-    ASSERT_EQ(simulator->WaitForExit(), 0) << simulator->Err();
-  }
-};
+// Fills run.pcap in the simulator's working directory.
+void Finish(const std::unique_ptr<ChildProcess>& simulator) {
+  ASSERT_EQ(simulator->WaitForExit(), 0) << simulator->Err();
+}
+
+const std::vector<std::string> kTwoFrames{"--capture", "run.pcap", "--quiet", "--frames", "2"};
+
+class SimulatorCapture : public ProcessTest {};
+class SimulatorReplay : public IsolatedProcessTest {};
 
 TEST_F(SimulatorCapture, OpensInTsharkWithEveryChecksumRight) {
   if (!IsInstalled("tshark")) GTEST_SKIP() << "tshark is not installed";
-  WriteCapture({"--frames", "2", "--rate", "10"});
-  ChildProcess tshark({"tshark",
+  Finish(StartSimulator(kTwoFrames));
+  ChildProcess tshark({"env",
+                       "HOME=.",
+                       "tshark",
                        "-r",
                        "run.pcap",
                        "-o",
@@ -83,13 +84,13 @@ TEST_F(SimulatorCapture, OpensInTsharkWithEveryChecksumRight) {
   EXPECT_LT(last_s, 0.2);
 }
 
-TEST_F(SimulatorCapture, ReplaysOntoTheLoopbackInterfaceIntoTheNode) {
+TEST_F(SimulatorReplay, RunsOntoTheLoopbackInterfaceIntoTheNode) {
   if (!IsInstalled("tcpreplay")) GTEST_SKIP() << "tcpreplay is not installed";
   // A sensor's address that leads nowhere from here must not be filtered out.
   for (const char* interface : {"all", "lo"}) {
     std::ofstream(std::string("/proc/sys/net/ipv4/conf/") + interface + "/rp_filter") << 0;
   }
-  WriteCapture({"--frames", "2"});
+  Finish(StartSimulator(kTwoFrames));
   const auto node = StartCalibratedNode();
   ChildProcess tcpreplay({"tcpreplay", "-i", "lo", "--pps", "20000", "--loop", "200", "run.pcap"},
                          Directory());
