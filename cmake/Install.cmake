@@ -1,0 +1,71 @@
+# What `cmake --install` and the Debian package put where. Targets that are not built are left out.
+include(GNUInstallDirs)
+
+foreach(program lidar_node sensor_simulator lidar_view frame_export_info)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    list(APPEND kerul_programs ${program})
+  endif()
+endforeach()
+
+# What a consumer links. Below lib/ itself and not the multiarch folder, as it is static only.
+install(TARGETS kerul_lidar kerul_lidar_client ARCHIVE DESTINATION lib)
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/client/" DESTINATION "include/kerul_lidar"
+        FILES_MATCHING PATTERN "*.h")
+# The client's headers lead to the region and the ring's words, and to nothing else of the node.
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/src/output" DESTINATION "include/kerul_lidar"
+        FILES_MATCHING PATTERN "*.h")
+set(KERUL_PC_LIBDIR lib)
+configure_file("${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-client.pc.in"
+               "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" @ONLY)
+install(FILES "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" DESTINATION lib/pkgconfig)
+
+# Man pages, packed as the distribution wants them. A program's page comes with the program.
+find_program(gzip_program gzip REQUIRED)
+foreach(program IN LISTS kerul_programs)
+  file(GLOB page "${CMAKE_SOURCE_DIR}/docs/man/${program}.[1-8]")
+  get_filename_component(page_name "${page}" NAME)
+  string(REGEX REPLACE ".*\\." "" section "${page_name}")
+  set(packed "${CMAKE_BINARY_DIR}/man/${page_name}.gz")
+  add_custom_command(
+    OUTPUT "${packed}" DEPENDS "${page}" VERBATIM
+    COMMAND sh -c "\"$1\" -9nc \"$2\" > \"$3\"" sh "${gzip_program}" "${page}" "${packed}")
+  list(APPEND packed_pages "${packed}")
+  install(FILES "${packed}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
+endforeach()
+file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/man")
+set(packed_changelog "${CMAKE_BINARY_DIR}/man/changelog.gz")
+add_custom_command(
+  OUTPUT "${packed_changelog}" DEPENDS "${CMAKE_SOURCE_DIR}/CHANGELOG.md" VERBATIM
+  COMMAND sh -c "\"$1\" -9nc \"$2\" > \"$3\"" sh "${gzip_program}"
+          "${CMAKE_SOURCE_DIR}/CHANGELOG.md" "${packed_changelog}")
+add_custom_target(kerul_packed_docs ALL DEPENDS ${packed_pages} "${packed_changelog}")
+
+set(kerul_docs "share/doc/kerul-lidar-node")
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs/" DESTINATION "${kerul_docs}" PATTERN "man" EXCLUDE)
+install(FILES "${packed_changelog}" DESTINATION "${kerul_docs}")
+install(FILES "${CMAKE_SOURCE_DIR}/packaging/copyright" DESTINATION "${kerul_docs}")
+
+# Both folders are searched below /usr and below /usr/local.
+install(FILES "${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-node.service"
+        DESTINATION lib/systemd/system)
+install(FILES "${CMAKE_SOURCE_DIR}/packaging/60-kerul-lidar.conf" DESTINATION lib/sysctl.d)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kerul-lidar-node)
+set(CPACK_PACKAGE_CONTACT "kerul-lidar-node maintainers <maintainers@kerul-lidar.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "processing node for a solid-state flash LiDAR")
+set(CPACK_PACKAGE_DESCRIPTION
+    "Turns the raw histogram windows of the sensor into calibrated, filtered
+points and publishes them through shared memory or UDP. Comes with a
+simulated sensor, a viewer, a reader for frame export files and a client
+library.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    "${CMAKE_SOURCE_DIR}/packaging/debian/postinst;${CMAKE_SOURCE_DIR}/packaging/debian/prerm;${CMAKE_SOURCE_DIR}/packaging/debian/postrm")
+include(CPack)

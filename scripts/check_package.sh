@@ -1,0 +1,107 @@
+#!/usr/bin/env bash
+# Builds the Debian package, installs it into a fresh minimal system, runs the programs there, links
+# a consumer against it, removes it and looks for what was left behind. Needs root and debootstrap.
+#   check_package.sh [mirror]    mirror of the minimal system, by default that of this machine
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source_dir="$PWD"
+build="$source_dir/build/package"
+
+fail() {
+  echo "check_package: $*" >&2
+  exit 1
+}
+step() { printf '== %s\n' "$1"; }
+
+[ "$(id -u)" -eq 0 ] || fail "needs root, for the minimal system"
+for tool in debootstrap mandoc lintian pkg-config; do
+  command -v "$tool" >/dev/null || fail "$tool is missing"
+done
+# The same release and the same sources as this machine has.
+# shellcheck disable=SC1091
+release="$(. /etc/os-release && echo "$VERSION_CODENAME")"
+mirror="${1:-$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' |
+  grep -v security | head -n 1)}"
+
+work="$(mktemp -d)"
+root="$work/root"
+trap 'rm -rf "$work"' EXIT
+
+step "Package"
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKERUL_BUILD_TESTS=OFF >/dev/null
+cmake --build "$build" >"$work/build.log" || fail "build: $(tail -n 20 "$work/build.log")"
+(cd "$build" && rm -f ./*.deb && cpack -G DEB >"$work/cpack.log") ||
+  fail "cpack: $(cat "$work/cpack.log")"
+package="$(ls "$build"/*.deb)"
+echo "$(basename "$package"): $(dpkg-deb -f "$package" Depends)"
+lintian --allow-root --fail-on error "$package" || fail "lintian"
+
+step "Unit and manual pages"
+dpkg-deb -x "$package" "$work/files"
+for page in "$work"/files/usr/share/man/man*/*.gz; do
+  zcat "$page" | mandoc -Tlint -W warning || fail "manual page $page"
+done
+if command -v systemd-analyze >/dev/null; then
+  # The program is looked up by name on the machine, where it need not be.
+  sed "s|^ExecStart=|&$work/files/usr/bin/|" \
+    "$work/files/usr/lib/systemd/system/kerul-lidar-node.service" >"$work/kerul-lidar-node.service"
+  verdict="$(systemd-analyze verify --man=no "$work/kerul-lidar-node.service" 2>&1 | grep kerul || true)"
+  [ -z "$verdict" ] || fail "unit: $verdict"
+fi
+
+step "Minimal system ($release from $mirror)"
+debootstrap --variant=minbase "$release" "$root" "$mirror" >"$work/debootstrap.log" 2>&1 ||
+  fail "debootstrap: $(tail -n 5 "$work/debootstrap.log")"
+# The libraries that the package asks for come first, so that they are not taken for its leavings.
+cp /etc/apt/sources.list "$root/etc/apt/" 2>/dev/null || true
+dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/(.*//; s/|.*//; s/ //g' >"$work/depends"
+inside() { chroot "$root" env DEBIAN_FRONTEND=noninteractive LC_ALL=C "$@"; }
+xargs -a "$work/depends" chroot "$root" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -qq --no-install-recommends >"$work/apt.log" 2>&1 ||
+  fail "dependencies: $(tail -n 5 "$work/apt.log")"
+listing() { (cd "$root" && find . -xdev \( -path ./var/lib/dpkg -o -path ./var/log -o -path ./var/cache \
+  -o -path ./proc -o -path ./tmp \) -prune -o -print | sort); }
+listing >"$work/before"
+
+step "Install and run"
+cp "$package" "$root/tmp/package.deb"
+inside dpkg -i /tmp/package.deb >"$work/dpkg.log" 2>&1 || fail "install: $(cat "$work/dpkg.log")"
+for program in lidar_node sensor_simulator lidar_view frame_export_info; do
+  inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
+  grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
+done
+inside sensor_simulator --frames 1 --capture /tmp/one.pcap --calibration /tmp/calib >/dev/null ||
+  fail "sensor_simulator"
+# 24 bytes, then 6912 packets with their headers.
+[ "$(stat -c %s "$root/tmp/one.pcap")" -eq $((24 + 6912 * (16 + 42 + 692))) ] ||
+  fail "the capture of one frame has another size"
+if inside lidar_node --cali_path /nowhere >"$work/refused" 2>&1; then fail "/nowhere was taken"; fi
+grep -q 'invalid --cali_path' "$work/refused" || fail "lidar_node: $(cat "$work/refused")"
+
+step "A consumer"
+cat >"$work/consumer.cpp" <<'END'
+#include <frame_collector.h>
+#include <point_packet_view.h>
+#include <shm_ring_reader.h>
+#include <udp_point_receiver.h>
+int main() {
+  kerul::lidar::ShmRingReader reader("kerul_package_check");
+  kerul::lidar::ReceivedPacket packet;
+  return reader.TryNext(packet) ? 1 : 0;
+}
+END
+export PKG_CONFIG_PATH="$root/usr/lib/pkgconfig"
+# shellcheck disable=SC2046
+g++ -std=c++20 -Wall -Wextra -Werror "$work/consumer.cpp" -o "$work/consumer" \
+  $(pkg-config --cflags --libs kerul-lidar-client) || fail "consumer"
+"$work/consumer" || fail "the consumer took a packet out of nothing"
+
+step "Remove"
+inside dpkg --remove kerul-lidar-node >"$work/dpkg.log" 2>&1 || fail "remove: $(cat "$work/dpkg.log")"
+mkdir -p "$root/var/lib/private/kerul-lidar-node/data"  # what a service would have cached
+ln -s private/kerul-lidar-node "$root/var/lib/kerul-lidar-node"
+inside dpkg --purge kerul-lidar-node >>"$work/dpkg.log" 2>&1 || fail "purge: $(cat "$work/dpkg.log")"
+listing >"$work/after"
+diff "$work/before" "$work/after" || fail "something was left behind, or taken along"
+if inside dpkg -s kerul-lidar-node >/dev/null 2>&1; then fail "dpkg still knows the package"; fi
+echo "the package installs, runs and goes without a trace"
