@@ -25,7 +25,25 @@ inline constexpr int kEfficiantRows = 100;  // by range, in steps of 0.1 m
 inline constexpr int kEfficiantCols = 6;    // by pixel row within the miniflash row
 inline constexpr int kFilterEntries = 31;   // by range, in steps of 0.1 m
 
+// Where a pixel stands in the tile-ordered tables: the sum of a part by its row and one by its
+// column.
+inline constexpr std::uint32_t kPlaceSide = 288;
+struct PixelPlaces {
+  struct Row {
+    std::int32_t entry;
+    std::int32_t tile_row;  // pixel row within the miniflash row
+  };
+  Row of_row[kPlaceSide];
+  std::int32_t of_col[kPlaceSide];
+};
+// The nearest entry for a pixel outside, as PixelTableEntry takes it.
+std::int32_t NearestPixelEntry(std::int32_t row, std::int32_t col) noexcept;
+
 struct CalibrationTables {
+  const PixelPlaces* places = nullptr;
+  const float* offset = nullptr;  // kPixelTableEntries, zeros without the step that reads them
+  const float* scale = nullptr;
+
   // Environment: gains by noise, those for echoes without a valid high width in front.
   const float* gains = nullptr;  // null: no such step
   std::int32_t low_gains = 0;    // numbers of entries
@@ -40,7 +58,6 @@ struct CalibrationTables {
   // Range: one curve or two.
   const ValueStep* range_curves = nullptr;  // null: no such step
   std::int32_t high_curve = 0;              // where the curve for the high threshold begins
-  const float* offset = nullptr;            // kPixelTableEntries
   float range_scale = 0.0F;
 
   const HighThresholdMap* high_threshold_map = nullptr;  // null: no such step
@@ -51,7 +68,6 @@ struct CalibrationTables {
 
   // Reflectivity.
   const ValueStep* power_curve = nullptr;  // null: no such step
-  const float* scale = nullptr;            // kPixelTableEntries
   float ref_distance = 0.0F;
   float ref_offset = 0.0F;
   float nearest_log = 0.0F;              // of every range up to 0.3 m

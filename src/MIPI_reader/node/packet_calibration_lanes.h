@@ -39,7 +39,6 @@ struct CalibrationKernel {
   static constexpr int kLanes = kGroupPoints * kEchoSlots;
   static_assert(kLanes <= 32 && kLanes % W == 0);  // a bit per lane; whole vectors
   static constexpr std::int32_t kHighWidthValid = 2;
-  static constexpr std::int32_t kLastPixel = 288 * 288 - 1;
   static constexpr float kTableStepMetres = 0.1F;
   static constexpr float kEfficiantRange = 9.900001F;
   static constexpr float kFullReflectivity = 255.0F;
@@ -54,7 +53,7 @@ struct CalibrationKernel {
     float range[kLanes];
     float height[kLanes];
     float noise[kLanes];
-    float append[kLanes];
+    float append[kLanes];  // change_noise_noise_append, after the first steps a third of it
     float offset[kLanes];
     float scale[kLanes];
     std::int32_t high_width[kLanes];  // masks
@@ -77,29 +76,35 @@ struct CalibrationKernel {
     for (int first = 0; first < group.count; first += W) MeasureReflectivity(t, first, group);
   }
 
-  // A list without branches on the echoes, whose pattern no predictor knows. A NaN range goes on,
-  // and so does highRefl without a range: it gets its power all the same.
+  // A list without branches on which echoes have a range: no predictor knows that pattern.
   static void FindEchoes(const CalibrationTables& t, LidarPoint* points, int count, int echo_count,
                          Group& group) noexcept {
-    const bool clears = t.range_curves != nullptr;
-    const bool overrides = t.power_curve != nullptr;
     int found = 0;
     for (int i = 0; i < count; ++i) {
       LidarPoint& point = points[i];
       for (int slot = 0; slot < echo_count; ++slot) {
         LidarEcho& echo = point.echoes[slot];
-        const float range = echo.dist_raw;
-        const bool empty = range <= 0.0F;
-        // The range calibration makes 0 of what is below.
-        echo.dist_raw = empty && clears ? 0.0F : range;
         group.point[found] = &point;
         group.echo[found] = &echo;
-        const bool is_lane = !empty || (overrides && echo.highRefl);
-        found += static_cast<int>(is_lane);
+        const auto bits = __builtin_bit_cast(std::int32_t, echo.dist_raw);
+        int is_lane = static_cast<int>(bits > 0);  // above 0, infinite, or a NaN
+        if (__builtin_expect(static_cast<int>(bits < 0) | static_cast<int>(echo.highRefl), 0) !=
+            0) {
+          is_lane = static_cast<int>(IsOddLane(t, echo));
+        }
+        found += is_lane;
       }
       if (t.high_refl_check != nullptr && echo_count != 1) point.echoes[1].afterPulse = false;
     }
     group.count = found;
+  }
+
+  // The range calibration makes 0 of what is below. A NaN goes on, and so does highRefl without a
+  // range: it gets its power all the same.
+  static bool IsOddLane(const CalibrationTables& t, LidarEcho& echo) noexcept {
+    const bool empty = echo.dist_raw <= 0.0F;
+    if (empty && t.range_curves != nullptr) echo.dist_raw = 0.0F;
+    return !empty || (echo.highRefl && t.power_curve != nullptr);
   }
 
   static void LoadEchoes(const CalibrationTables& t, Group& group) noexcept {
@@ -110,15 +115,20 @@ struct CalibrationKernel {
       group.height[i] = echo.cogh;
       group.noise[i] = echo.noise;
       group.append[i] = echo.change_noise_noise_append;
-      group.high_width[i] = -((echo.cogw_flag & kHighWidthValid) / kHighWidthValid);
+      group.high_width[i] = -((echo.cogw_flag & kHighWidthValid) >> 1);
       group.high_refl[i] = -static_cast<std::int32_t>(echo.highRefl);
-      const std::int32_t tile_row = point.row % kEfficiantCols;
-      group.tile_row[i] = tile_row < 0 ? 0 : tile_row;
-      const std::int32_t tile = point.row / 6 * 48 + point.col / 6;
-      const std::int32_t index = tile * 36 + point.col % 6 * 6 + tile_row;
-      const std::int32_t inside = index < 0 ? 0 : (index > kLastPixel ? kLastPixel : index);
-      group.offset[i] = t.offset != nullptr ? t.offset[inside] : 0.0F;
-      group.scale[i] = t.scale != nullptr ? t.scale[inside] : 0.0F;
+      const PixelPlaces& places = *t.places;
+      std::int32_t pixel = 0;
+      if (static_cast<std::uint32_t>(point.row) < kPlaceSide &&
+          static_cast<std::uint32_t>(point.col) < kPlaceSide) {
+        pixel = places.of_row[point.row].entry + places.of_col[point.col];
+        group.tile_row[i] = places.of_row[point.row].tile_row;
+      } else {
+        pixel = NearestPixelEntry(point.row, point.col);
+        group.tile_row[i] = point.row < 0 ? 0 : point.row % kEfficiantCols;
+      }
+      group.offset[i] = t.offset[pixel];
+      group.scale[i] = t.scale[pixel];
     }
   }
 
@@ -128,26 +138,32 @@ struct CalibrationKernel {
     Float range = Take(group.range, first, active);
     Float height = Take(group.height, first, active);
     const Int high_width = V::Load(group.high_width + first) & active;
+    const Float append = Take(group.append, first, active) / 3.0F;
+    V::Store(group.append + first, append);
     if (t.gains != nullptr) {
       Compensate(t, high_width, Take(group.noise, first, active), range, height);
     }
     if (t.range_curves != nullptr) {
-      const Float pulse = Take(group.append, first, active) / 3.0F + height;
+      const Float pulse = append + height;
       range = CalibrateRange(t, high_width, pulse, Take(group.offset, first, active), range);
     }
     V::Store(group.range + first, range);
-    V::Store(group.height + first, height);
 
     const Int mapped = high_width & (range > 0.0F) & (height == height);
     if (t.high_threshold_map != nullptr && V::Any(mapped)) {
-      for (int lane = 0; lane < W; ++lane) {
-        if (mapped[lane] == 0) continue;
-        group.height[first + lane] =
-            MapHighThresholdHeight(*t.high_threshold_map, group.height[first + lane]);
-      }
-      height = V::Load(group.height + first);
+      height = MapHeights(*t.high_threshold_map, mapped, height);
     }
+    V::Store(group.height + first, height);
     group.strong |= V::Bits(active & (height > t.lowest_rule_height)) << first;
+  }
+
+  // Few echoes have a valid high width.
+  [[gnu::noinline]] static Float MapHeights(const HighThresholdMap& map, Int mapped,
+                                            Float height) noexcept {
+    for (int lane = 0; lane < W; ++lane) {
+      if (mapped[lane] != 0) height[lane] = MapHighThresholdHeight(map, height[lane]);
+    }
+    return height;
   }
 
   static void Compensate(const CalibrationTables& t, Int high_width, Float noise, Float& range,
@@ -195,7 +211,7 @@ struct CalibrationKernel {
     const Int measured = ranged & (scale != 0.0F);
     const Float height = Take(group.height, first, active);
     const Float power_log =
-        CurveAt(t.power_curve, Int{}, Take(group.append, first, active) / 3.0F + height);
+        CurveAt(t.power_curve, Int{}, Take(group.append, first, active) + height);
     const Float range_log = RangeLog(t, range, measured);
     const Float near_term = NearTerm(t, range, V::Load(group.tile_row + first) & active);
     Float power = RoundedPowers<W>::Power(power_log, measured);
@@ -234,20 +250,19 @@ struct CalibrationKernel {
   // unless they are overridden.
   static void StoreReflectivity(const Group& group, int first, const Results& results, Int ranged,
                                 Int measured, Int high_refl) noexcept {
-    float range[W];
     float reflectivity[W];
     float power[W];
-    V::Store(range, results.range);
     V::Store(reflectivity, results.reflectivity);
     V::Store(power, results.power);
     const std::uint32_t has_reflectivity = V::Bits(ranged | high_refl);
     const std::uint32_t has_power = V::Bits(measured | high_refl);
+    const std::uint32_t erased = V::Bits(ranged & (results.range == 0.0F));
     const int count = group.count - first < W ? group.count - first : W;
     for (int lane = 0; lane < count; ++lane) {
       LidarEcho& echo = *group.echo[first + lane];
-      echo.dist_raw = range[lane];
       if (((has_reflectivity >> lane) & 1U) != 0) echo.refl_raw = reflectivity[lane];
       if (((has_power >> lane) & 1U) != 0) echo.power = power[lane];
+      if (((erased >> lane) & 1U) != 0) echo.dist_raw = 0.0F;
     }
   }
 

@@ -1,5 +1,6 @@
 #include "MIPI_reader/node/packet_calibrator.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -31,11 +32,24 @@ std::vector<ValueStep> EfficiantSteps(std::span<const float> table) {
   return steps;
 }
 
+PixelPlaces MakePixelPlaces() {
+  PixelPlaces places{};
+  for (int i = 0; i < static_cast<int>(kPlaceSide); ++i) {
+    places.of_row[i] = {TileOrderIndex(i, 0), i % kEfficiantCols};
+    places.of_col[i] = TileOrderIndex(0, i);
+  }
+  return places;
+}
+
 bool HasTracedPixel(const HighReflCheck& check) noexcept {
   return check.trace_enable && check.trace_row >= 0 && check.trace_col >= 0;
 }
 
 }  // namespace
+
+std::int32_t NearestPixelEntry(std::int32_t row, std::int32_t col) noexcept {
+  return std::clamp(TileOrderIndex(row, col), 0, kPixelTableEntries - 1);
+}
 
 void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& points) {
   if (steps.env != nullptr) CompensateEnvironment(*steps.env, points);
@@ -49,7 +63,11 @@ void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& poi
   if (steps.retro != nullptr) steps.retro->calib_points(points);
 }
 
-PacketCalibrator::PacketCalibrator(const CalibrationSteps& steps) : steps_(steps) {
+PacketCalibrator::PacketCalibrator(const CalibrationSteps& steps)
+    : steps_(steps), places_(MakePixelPlaces()) {
+  tables_.places = &places_;
+  if (steps.dist == nullptr || steps.retro == nullptr) no_pixels_.resize(kPixelTableEntries);
+  tables_.offset = tables_.scale = no_pixels_.data();
   if (steps.env != nullptr) TakeEnv(*steps.env);
   if (steps.dist != nullptr) TakeDist(*steps.dist);
   tables_.high_threshold_map = steps.high_threshold_map;
