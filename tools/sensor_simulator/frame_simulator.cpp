@@ -47,7 +47,7 @@ struct PixelView {
   RayHits hits;
   double delay_m = 0.0;
   double gain_log2 = 0.0;
-  double dimming = 1.0;  // share of the detections that background light leaves
+  int noise = 0;  // background, noise word
   int lane = 0;
 };
 
@@ -56,9 +56,10 @@ double StrengthOf(const PixelView& view, const Hit& hit, const SensorTables& tab
                        NearRangeLoss(tables, hit.range_m, view.lane));
 }
 
-void AddPulse(PixelLight& light, const PixelView& view, EchoTruth truth, double strength) {
+void AddPulse(PixelLight& light, const PixelView& view, EchoTruth truth, double strength,
+              const SensorTables& tables) {
   LightPulse pulse;
-  pulse.strength = strength * view.dimming;
+  pulse.strength = StrengthInBackground(tables, strength, view.noise);
   pulse.position_bins = (static_cast<double>(truth.range_m) + view.delay_m) / kBinMetres;
   truth.strength = static_cast<float>(pulse.strength);
   pulse.truth = truth;
@@ -71,16 +72,16 @@ PixelLight CollectLight(const PixelView& view, const BloomSpots* bloom,
   for (int i = 0; i < view.hits.count; ++i) {
     const Hit& hit = view.hits.hits[static_cast<std::size_t>(i)];
     const double strength = StrengthOf(view, hit, tables);
-    AddPulse(light, view, TruthOf(hit), strength);
+    AddPulse(light, view, TruthOf(hit), strength, tables);
     if (hit.kind == ReturnKind::kRetro && hit.range_m < kNearRetro) {
       AddPulse(light, view, FalseTruth(ReturnKind::kGhost, 2.0 * hit.range_m),
-               strength * kGhostShare);
+               strength * kGhostShare, tables);
     }
   }
   if (bloom == nullptr) return light;
   for (const BloomSpot& spot : *bloom) {
     if (spot.strength < kWeakestBloom) continue;
-    AddPulse(light, view, FalseTruth(ReturnKind::kBloom, spot.range_m), spot.strength);
+    AddPulse(light, view, FalseTruth(ReturnKind::kBloom, spot.range_m), spot.strength, tables);
   }
   return light;
 }
@@ -135,14 +136,10 @@ SimulatedFrame FrameSimulator::Simulate(std::uint32_t frame_number) {
       const auto index = static_cast<std::size_t>(PixelIndex(row, col));
       if (traits_[index].dead) continue;
       PixelView& view = views[index];
-      const int noise = NoiseWord(scene_, view.hits, traits_[index]);
-      view.dimming =
-          1.0 /
-          (1.0 + static_cast<double>(
-                     tables.gain_low[static_cast<std::size_t>(std::min(noise, kGainEntries - 1))]));
+      view.noise = NoiseWord(scene_, view.hits, traits_[index]);
       const PixelLight light = CollectLight(view, bloom.empty() ? nullptr : &bloom[index], tables);
-      ReadOutPixel(light, {noise, shots}, backgrounds_.Of(noise, shots), response_, random,
-                   frame.pixels[index], frame.truth[index]);
+      ReadOutPixel(light, {view.noise, shots}, backgrounds_.Of(view.noise, shots), response_,
+                   random, frame.pixels[index], frame.truth[index]);
     }
   }
   return frame;

@@ -1,5 +1,6 @@
 #include "sensor_simulator/scenes.h"
 
+#include <cmath>
 #include <stdexcept>
 
 namespace kerul::lidar::simulator {
@@ -153,6 +154,46 @@ Scene Noise() {
   return scene;
 }
 
+// Upright boards that face the sensor, three rows of nine, at every range from 1 to 39 metres: for
+// measuring errors. The far ones are bright, and stand where the sensor fires most.
+Scene Targets() {
+  constexpr double kDegree = 0.017453292519943295;
+  constexpr double kSpacing = 13.0 * kDegree;
+  constexpr int kBoards = 9;
+  struct BoardRow {
+    double elevation;
+    double range_m[kBoards];
+    double reflectivity[kBoards];
+  };
+  static constexpr BoardRow kBoardRows[] = {
+      {-18.0 * kDegree,
+       {1.0, 1.4, 1.8, 2.5, 3.2, 4.0, 5.5, 7.0, 9.0},
+       {10.0, 40.0, 80.0, 20.0, 60.0, 10.0, 80.0, 30.0, 60.0}},
+      {0.0,
+       {11.0, 14.0, 16.0, 19.0, 22.0, 26.0, 31.0, 35.0, 39.0},
+       {20.0, 60.0, 30.0, 80.0, 40.0, 80.0, 90.0, 80.0, 90.0}},
+      {18.0 * kDegree,
+       {1.2, 2.2, 6.0, 8.0, 12.0, 13.0, 17.0, 3.0, 4.5},
+       {20.0, 50.0, 10.0, 80.0, 30.0, 60.0, 80.0, 15.0, 35.0}},
+  };
+  Scene scene;
+  scene.name = "targets";
+  scene.sky_background = 25.0;
+  for (const BoardRow& row : kBoardRows) {
+    for (int i = 0; i < kBoards; ++i) {
+      const double range = row.range_m[i];
+      const double azimuth = (i - kBoards / 2) * kSpacing;
+      const double flat = range * std::cos(row.elevation);
+      const Vec3 centre = {flat * std::cos(azimuth), flat * std::sin(azimuth),
+                           range * std::sin(row.elevation)};
+      // 8 degrees wide, 10 high.
+      scene.bodies.push_back(Panel(ReturnKind::kWall, centre, range * 4.0 * kDegree,
+                                   range * 5.0 * kDegree, azimuth, row.reflectivity[i]));
+    }
+  }
+  return scene;
+}
+
 Scene Empty() {
   Scene scene;
   scene.name = "empty";
@@ -161,12 +202,13 @@ Scene Empty() {
 
 }  // namespace
 
-std::vector<std::string> SceneNames() { return {"street", "retro", "noise", "empty"}; }
+std::vector<std::string> SceneNames() { return {"street", "retro", "noise", "targets", "empty"}; }
 
 Scene MakeScene(const std::string& name) {
   if (name == "street") return Street();
   if (name == "retro") return Retro();
   if (name == "noise") return Noise();
+  if (name == "targets") return Targets();
   if (name == "empty") return Empty();
   throw std::invalid_argument("unknown scene: " + name);
 }

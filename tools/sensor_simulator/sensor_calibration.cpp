@@ -42,7 +42,7 @@ DecodedPulse DecodePulse(const PulseCounts& pulse, int first_bin, double shots, 
 
 Measured Measure(const PulseResponse& response, const SensorTables& tables, double strength,
                  WidthRule rule) {
-  const double light = strength / (1.0 + static_cast<double>(tables.gain_low[kNoise]));
+  const double light = StrengthInBackground(tables, strength, kNoise);
   Measured mean;
   int count = 0;
   for (const double shots : kShotCounts) {

@@ -1,5 +1,6 @@
 #include "sensor_simulator/sensor_tables.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "config/default_config.h"
@@ -26,6 +27,15 @@ SensorTables FromConfiguration(const DefaultTables& config) {
 const SensorTables& DefaultSensorTables() {
   static const SensorTables tables = FromConfiguration(default_config::kConfig.tables);
   return tables;
+}
+
+double StrengthInBackground(const SensorTables& tables, double strength, int noise) noexcept {
+  constexpr double kHeightOfDetection = 0.36;  // level units that one detection of a pulse adds
+  constexpr double kLeastShare = 0.3;  // what is left of weak pulses, which the loss would end
+  const double gain = static_cast<double>(
+      tables.gain_low[static_cast<std::size_t>(std::clamp(noise, 0, kGainEntries - 1))]);
+  const double loss = kEnvironmentBias / kHeightOfDetection * gain;
+  return std::max(strength - loss, kLeastShare * strength) / (1.0 + gain);
 }
 
 double NearRangeLoss(const SensorTables& tables, double range_m, int lane) noexcept {

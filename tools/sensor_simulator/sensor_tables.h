@@ -27,6 +27,13 @@ struct SensorTables {
 // The tables that are compiled into the node for all sensors. Not to be called before main.
 const SensorTables& DefaultSensorTables();
 
+// What the receiver adds to a pulse's height before it makes up for the background, level units.
+inline constexpr double kEnvironmentBias = 15.0;
+
+// Detections that background light leaves of a pulse, per 160 shots. The sensor loses what the
+// receiver's compensation gives back: (bias + height) * gain.
+double StrengthInBackground(const SensorTables& tables, double strength, int noise) noexcept;
+
 // log2 of the factor by which a return at range_m is weaker than the square law says.
 double NearRangeLoss(const SensorTables& tables, double range_m, int lane) noexcept;
 

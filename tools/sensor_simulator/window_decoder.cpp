@@ -6,7 +6,6 @@
 namespace kerul::lidar::simulator {
 namespace {
 
-constexpr double kEnvironmentBias = 15.0;
 constexpr double kBaselineRiseGate = 550.0;
 constexpr double kBaselineRiseLimit = 10.0;
 constexpr int kBaselineSamples = 4;

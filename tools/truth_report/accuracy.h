@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,22 @@ ErrorSummary Summarise(const std::vector<double>& errors);
 struct BandAccuracy {
   ErrorSummary range_m;       // published minus true range
   ErrorSummary reflectivity;  // (published - true) / true
+  // Signed medians when a published value is taken for the middle of its step instead of the lower
+  // end, to which it was cut: what remains is no matter of the steps.
+  double range_offset_m = 0.0;
+  double reflectivity_offset = 0.0;
+};
+
+// One body of the scene: medians over its returns, echo slot 0 only.
+struct BodyAccuracy {
+  std::size_t count = 0;
+  double range_m = 0.0;              // true
+  double reflectivity = 0.0;         // true
+  double strength = 0.0;             // true, expected detections per 160 shots
+  double range_offset_m = 0.0;       // published minus true, middle of the step
+  double range_p95_m = 0.0;          // of the absolute error
+  double reflectivity_offset = 0.0;  // relative, middle of the step
+  double reflectivity_p95 = 0.0;
 };
 
 // The band that holds a true range; kBands when none does.
@@ -41,6 +58,8 @@ class AccuracyCollector {
   void Add(const simulator::SimulatedFrame& truth, const CollectedFrame& published);
 
   BandAccuracy Band(std::size_t band) const;
+  // By index into the scene's bodies, those without a return left out.
+  std::map<int, BodyAccuracy> Bodies() const;
   ErrorSummary RetroRange() const;
   // Returns of real surfaces that the sensor sent, in a band, published or not.
   std::size_t Sent(std::size_t band) const { return bands_[band].sent; }
@@ -50,11 +69,20 @@ class AccuracyCollector {
     std::size_t sent = 0;
     std::vector<double> range_m;
     std::vector<double> reflectivity;
+    std::vector<double> reflectivity_mid_step;
   };
-  void AddEcho(const simulator::EchoTruth& truth, const CollectedFrame& published,
+  struct BodyErrors {
+    std::vector<double> range_m;       // true
+    std::vector<double> reflectivity;  // true
+    std::vector<double> strength;
+    std::vector<double> range_errors_m;
+    std::vector<double> reflectivity_errors;
+  };
+  void AddEcho(const simulator::EchoTruth& truth, int echo, const CollectedFrame& published,
                const FramePoint& point);
 
   std::array<BandErrors, kBands> bands_;
+  std::map<int, BodyErrors> bodies_;
   std::vector<double> retro_range_m_;
 };
 
@@ -69,5 +97,7 @@ AccuracyRun MeasureAccuracy(const std::string& scene, std::uint32_t frames,
 
 // One Markdown table, a line for each band.
 std::string AccuracyTable(const AccuracyCollector& errors);
+// A line for each body.
+std::string BodyTable(const AccuracyCollector& errors);
 
 }  // namespace kerul::lidar::report

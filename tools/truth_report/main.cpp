@@ -15,6 +15,7 @@ namespace report = kerul::lidar::report;
 struct Options {
   std::string scene = "street";
   std::uint32_t frames = 20;
+  bool bodies = false;
 };
 
 void PrintAccuracy(const Options& options) {
@@ -23,11 +24,16 @@ void PrintAccuracy(const Options& options) {
               report::AccuracyTable(run.processed).c_str());
   std::printf("Calibrated, without any pass:\n\n%s\n",
               report::AccuracyTable(run.calibrated).c_str());
+  if (options.bodies) {
+    std::printf("By body, calibrated, without any pass:\n\n%s\n",
+                report::BodyTable(run.calibrated).c_str());
+  }
   const report::ErrorSummary retro = run.calibrated.RetroRange();
   if (retro.count == 0) return;
-  std::printf("Retro-reflectors, range only, without any pass: %zu returns, median %.1f mm, 95 %% "
-              "%.1f mm, signed median %+.1f mm\n",
-              retro.count, retro.median_abs * 1e3, retro.p95_abs * 1e3, retro.median_signed * 1e3);
+  std::printf(
+      "Retro-reflectors, range only, without any pass: %zu returns, median %.1f mm, 95 %% "
+      "%.1f mm, signed median %+.1f mm\n",
+      retro.count, retro.median_abs * 1e3, retro.p95_abs * 1e3, retro.median_signed * 1e3);
 }
 
 }  // namespace
@@ -44,6 +50,7 @@ int main(int argc, char** argv) {
   accuracy->add_option("--frames", options.frames, "Frames to measure, from number 0 on")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
+  accuracy->add_flag("--bodies", options.bodies, "A table by body of the scene as well");
   CLI11_PARSE(app, argc, argv);
   try {
     PrintAccuracy(options);

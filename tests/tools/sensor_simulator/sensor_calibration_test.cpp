@@ -58,20 +58,21 @@ struct CleanPulse {
   double strength_ratio = 0.0;  // recovered over true
 };
 
-CleanPulse DecodeClean(double strength, double position, const SensorCalibration& calibration) {
+CleanPulse DecodeClean(double strength, double position, const SensorCalibration& calibration,
+                       int noise = 40) {
   const SensorTables& tables = DefaultSensorTables();
-  constexpr int kNoise = 40;
-  const double dimming = 1.0 / (1.0 + static_cast<double>(tables.gain_low[kNoise]));
-  const PulseCounts pulse = PulseResponse(PulseModel{}).Counts(strength * dimming, position, 176.0);
+  const PulseCounts pulse =
+      PulseResponse(PulseModel{})
+          .Counts(StrengthInBackground(tables, strength, noise), position, 176.0);
   const int first_bin = LargestThreeBinSum(pulse).bin - kWindowCentre;
   DecodeInput input;
-  input.noise = kNoise;
+  input.noise = noise;
   input.shots = 176.0;
   for (int i = 0; i < kWindow; ++i) {
-    input.samples[static_cast<std::size_t>(i)] = kNoise * 176.0 / 2048.0 + pulse.At(first_bin + i);
+    input.samples[static_cast<std::size_t>(i)] = noise * 176.0 / 2048.0 + pulse.At(first_bin + i);
   }
   const DecodedPulse decoded = DecodeWindow(input, tables);
-  const double height = CompensatedHeight(decoded, kNoise, tables);
+  const double height = CompensatedHeight(decoded, noise, tables);
   const auto at = [](const Curve& curve, double x) {
     const double inside = std::min(x, 510.999);
     const auto i = static_cast<std::size_t>(inside);
@@ -100,6 +101,25 @@ TEST(Calibrate, CleanPulsesOfEveryStrengthComeBackAtTheirRangeAndStrength) {
     }
   }
   EXPECT_GT(compared, 100);
+}
+
+// Tolerance: the threshold follows the background, and with it a little the height of weak pulses;
+// strong ones find more cells dead the less light is lost.
+TEST(Calibrate, TheBackgroundTakesFromAPulseWhatTheCompensationGivesBack) {
+  const SensorCalibration calibration =
+      Calibrate(PulseModel{}, DefaultSensorTables(), std::vector<PixelTraits>(kPixels));
+  int compared = 0;
+  for (const int noise : {8, 14, 37, 60}) {
+    for (const double strength : {60.0, 100.0, 200.0, 400.0}) {
+      double mean = 0.0;
+      for (int phase = 0; phase < 16; ++phase) {
+        mean += DecodeClean(strength, 300.0 + phase / 16.0, calibration, noise).strength_ratio / 16;
+      }
+      EXPECT_NEAR(mean, 1.0, 0.02) << noise << ' ' << strength;
+      ++compared;
+    }
+  }
+  EXPECT_EQ(compared, 16);
 }
 
 TEST(Calibrate, CurvesFallWithHeightForRangeAndRiseForPower) {
