@@ -2,6 +2,9 @@
 
 namespace kerul::lidar::neighbour {
 
-void ValidateRunAvx2(const RowRun& run) noexcept { ValidateRun<8>(run); }
+void ValidateRunAvx2(const RowRun& run) noexcept {
+  ValidateRun<8>(run);
+  LeaveWideVectors();
+}
 
 }  // namespace kerul::lidar::neighbour

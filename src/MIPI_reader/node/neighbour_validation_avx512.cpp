@@ -2,6 +2,9 @@
 
 namespace kerul::lidar::neighbour {
 
-void ValidateRunAvx512(const RowRun& run) noexcept { ValidateRun<16>(run); }
+void ValidateRunAvx512(const RowRun& run) noexcept {
+  ValidateRun<16>(run);
+  LeaveWideVectors();
+}
 
 }  // namespace kerul::lidar::neighbour

@@ -118,4 +118,13 @@ inline std::uint32_t Lanes<16>::Bits(Int mask) noexcept {
 }
 #endif
 
+#if defined(__AVX__)
+// The last statement of every AVX2 and AVX-512 instance. g++ leaves the upper halves of the vector
+// registers dirty where a vector is passed between functions, and every SSE instruction behind
+// that, the C library's pow and log2 above all, then runs at a fraction of its speed.
+inline __attribute__((always_inline)) void LeaveWideVectors() noexcept {
+  __builtin_ia32_vzeroupper();
+}
+#endif
+
 }  // namespace kerul::lidar
