@@ -58,6 +58,9 @@ struct LidarNodeTestAccess {
   void UpdateFrames(int index, std::vector<kerul::lidar::LidarPoint>& points) {
     node.UpdateFrames(index, points);
   }
+  void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) {
+    node.CopyIntoFrame(points);
+  }
   void ProcessMiniflashRow(int m_row) { node.ProcessMiniflashRow(m_row); }
   void ForwardUDP710Row(int m_row) { node.ForwardUDP710Row(m_row, node.echo_plan_); }
 };

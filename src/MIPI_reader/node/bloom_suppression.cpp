@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <vector>
 
 #include "MIPI_reader/node/bloom_gains.h"
@@ -14,15 +16,19 @@ namespace kerul::lidar {
 namespace {
 
 constexpr int kBlockSide = 6;
-// Nine blocks of 36 pixels: no list can grow beyond it.
-constexpr std::size_t kMaxSources = 324;
+static_assert(kBloomRowsSeen == 3 * kBlockSide);
 constexpr float kMinEnergyGate = 0.6F;
 constexpr float kMaxEnergyGate = 1.4F;
 // An echo of which less is left than this share of its power, or this reflectivity, is erased.
 constexpr float kMinPowerRatio = 0.05F;
 constexpr float kMinReflectivity = 1.0F;
 
-using SourceList = std::vector<BloomSource>;
+// The sources that one block sees, in scan order.
+struct SourceList {
+  std::vector<BloomSource> sources;
+  float nearest = std::numeric_limits<float>::max();      // smallest range among them, metres
+  float farthest = std::numeric_limits<float>::lowest();  // largest
+};
 
 bool IsReturn(float dist) noexcept { return std::isfinite(dist) && dist != 0.0F; }
 
@@ -40,59 +46,155 @@ bool IsAtRangeOf(const BloomSource& source, const LidarEcho& echo, float dist_ga
   return std::fabs(source.dist - echo.dist_raw) < dist_gate;
 }
 
+// No source can be at the echo's range: it lies beyond the nearest or the farthest one by the gate
+// already, and rounding keeps the order of the differences.
+bool IsBeyondAll(const SourceList& list, const LidarEcho& echo, float dist_gate) noexcept {
+  const float d = echo.dist_raw;
+  if (d < list.nearest) return !(std::fabs(list.nearest - d) < dist_gate);
+  if (d > list.farthest) return !(std::fabs(list.farthest - d) < dist_gate);
+  return false;
+}
+
 bool RowLiesInFrame(const LidarFrame& frame, int m_row) noexcept {
   if (frame.height < 1 || frame.width < 1) return false;
   return m_row >= 0 && m_row < frame.height / kBlockSide;
 }
 
-// The cheap scan that keeps almost all rows out of the rest. Allocates nothing.
-bool HasUsableSource(const LidarFrame& frame, int m_row, float min_dist) noexcept {
-  const int first_row = std::max(kBlockSide * m_row - kBlockSide, 0);
-  const int end_row = std::min(kBlockSide * m_row + 2 * kBlockSide, frame.height);
-  for (int r = first_row; r < end_row; ++r) {
+// The cheap scan that keeps almost all rows out of the rest. A bit for each pixel row from the
+// first of miniflash row m_row - 1 on, set where a usable source lies. Allocates nothing.
+std::uint32_t FindSourceRows(const LidarFrame& frame, int m_row, std::uint32_t possible_rows,
+                             float min_dist) noexcept {
+  const int first_row = kBlockSide * (m_row - 1);
+  std::uint32_t found = 0;
+  for (int i = 0; i < kBloomRowsSeen; ++i) {
+    const int r = first_row + i;
+    if ((possible_rows >> i & 1) == 0 || r < 0 || r >= frame.height) continue;
     for (const LidarPoint& point : frame.points[static_cast<std::size_t>(r)]) {
-      if (IsUsableSource(point.echoes[0], min_dist)) return true;
+      if (!IsUsableSource(point.echoes[0], min_dist)) continue;
+      found |= std::uint32_t{1} << i;
+      break;
     }
   }
-  return false;
+  return found;
 }
 
-const float (*PsfTable(const BloomSuppressCalib& calib, int row_offset,
-                       int col_offset) noexcept)[kPsfEntries] {
-  const int distance = std::abs(row_offset) + std::abs(col_offset);
-  if (distance == 0) return &calib.psf_same_block;
-  return distance == 1 ? &calib.psf_adjacent_block : &calib.psf_diagonal_block;
+// x: twice the distance in pixels.
+float PsfWeight(const float (&psf)[kPsfEntries], float x) noexcept {
+  constexpr int kLast = kPsfEntries - 1;
+  if (!(x > 0.0F)) return psf[0];
+  if (x >= static_cast<float>(kLast)) return psf[kLast];
+  const int i = static_cast<int>(x);
+  const float f = x - static_cast<float>(i);
+  return (1.0F - f) * psf[i] + f * psf[i + 1];
 }
 
-void AppendSources(const LidarFrame& frame, const BloomBlock& block,
-                   const float (*psf)[kPsfEntries], float min_dist, SourceList& list) {
+// Twice the distance in pixels between an echo and a source so many rows and columns away, either
+// sign: std::hypot makes no difference. It is slow, and there are few different offsets.
+struct DoubledDistances {
+  float x[kBloomReach][kBloomReach];
+
+  DoubledDistances() noexcept {
+    for (int rows = 0; rows < kBloomReach; ++rows) {
+      for (int cols = 0; cols < kBloomReach; ++cols) {
+        x[rows][cols] = 2.0F * std::hypot(static_cast<float>(rows), static_cast<float>(cols));
+      }
+    }
+  }
+};
+
+// The PSF at every offset, for the three ways in which a source's block can lie to the echo's.
+struct SpillWeights {
+  BloomWeights same_block;
+  BloomWeights adjacent_block;
+  BloomWeights diagonal_block;
+
+  explicit SpillWeights(const BloomSuppressCalib& calib) noexcept {
+    static const DoubledDistances distances;
+    for (int rows = 0; rows < kBloomReach; ++rows) {
+      for (int cols = 0; cols < kBloomReach; ++cols) {
+        const float x = distances.x[rows][cols];
+        same_block.at[rows][cols] = PsfWeight(calib.psf_same_block, x);
+        adjacent_block.at[rows][cols] = PsfWeight(calib.psf_adjacent_block, x);
+        diagonal_block.at[rows][cols] = PsfWeight(calib.psf_diagonal_block, x);
+      }
+    }
+  }
+
+  const BloomWeights& ForBlocksApart(int rows, int cols) const noexcept {
+    const int distance = std::abs(rows) + std::abs(cols);
+    if (distance == 0) return same_block;
+    return distance == 1 ? adjacent_block : diagonal_block;
+  }
+};
+
+// `source_rows`: a bit for each pixel row of the block, set where a source may lie.
+void AppendSources(const LidarFrame& frame, const BloomBlock& block, std::uint32_t source_rows,
+                   float min_dist, std::vector<BloomSource>& found) {
   const int first_row = kBlockSide * block.m_row;
   const int first_col = kBlockSide * block.m_col;
-  for (int r = first_row; r < first_row + kBlockSide; ++r) {
+  for (int i = 0; i < kBlockSide; ++i) {
+    if ((source_rows >> i & 1) == 0) continue;
+    const int r = first_row + i;
     const std::vector<LidarPoint>& row = frame.points[static_cast<std::size_t>(r)];
     for (int c = first_col; c < first_col + kBlockSide; ++c) {
       const LidarEcho& echo = row[static_cast<std::size_t>(c)].echoes[0];
       if (!IsUsableSource(echo, min_dist)) continue;
-      list.push_back({.row = r, .col = c, .dist = echo.dist_raw, .power = echo.power, .psf = psf});
+      found.push_back({.row = r, .col = c, .dist = echo.dist_raw, .power = echo.power});
     }
   }
 }
 
-// One list for each block column: the usable sources of the 3 x 3 blocks around it.
-std::vector<SourceList> GatherSources(const LidarFrame& frame, int m_row,
-                                      const BloomSuppressCalib& calib) {
-  const int block_rows = frame.height / kBlockSide;
+// The usable sources of the block rows m_row - 1 .. m_row + 1, one block after another.
+struct SourceGrid {
+  std::vector<BloomSource> sources;
+  std::vector<std::size_t>
+      begin;  // of block (row, column) at [3 rows * column + row], then the end
+};
+
+SourceGrid GatherGrid(const LidarFrame& frame, int m_row, float min_dist,
+                      std::uint32_t source_rows) {
   const int block_cols = frame.width / kBlockSide;
+  SourceGrid grid;
+  grid.begin.reserve(static_cast<std::size_t>(3 * block_cols + 1));
+  for (int m_col = 0; m_col < block_cols; ++m_col) {
+    for (int i = 0; i < 3; ++i) {
+      grid.begin.push_back(grid.sources.size());
+      const BloomBlock block{.m_row = m_row - 1 + i, .m_col = m_col};
+      if (block.m_row >= frame.height / kBlockSide) continue;
+      AppendSources(frame, block, source_rows >> (kBlockSide * i), min_dist, grid.sources);
+    }
+  }
+  grid.begin.push_back(grid.sources.size());
+  return grid;
+}
+
+void AppendBlock(const SourceGrid& grid, std::size_t block, const BloomWeights& weights,
+                 SourceList& list) {
+  for (std::size_t i = grid.begin[block]; i < grid.begin[block + 1]; ++i) {
+    BloomSource source = grid.sources[i];
+    source.weights = &weights;
+    list.nearest = std::min(list.nearest, source.dist);
+    list.farthest = std::max(list.farthest, source.dist);
+    list.sources.push_back(source);
+  }
+}
+
+// One list for each block column: the usable sources of the 3 x 3 blocks around it.
+std::vector<SourceList> GatherSources(const SourceGrid& grid, int block_cols,
+                                      const SpillWeights& weights) {
   std::vector<SourceList> lists(static_cast<std::size_t>(block_cols));
   for (int m_col = 0; m_col < block_cols; ++m_col) {
+    const int first_col = std::max(m_col - 1, 0);
+    const int last_col = std::min(m_col + 1, block_cols - 1);
+    const std::size_t count = grid.begin[static_cast<std::size_t>(3 * (last_col + 1))] -
+                              grid.begin[static_cast<std::size_t>(3 * first_col)];
+    if (count == 0) continue;
     SourceList& list = lists[static_cast<std::size_t>(m_col)];
-    list.reserve(kMaxSources);
+    list.sources.reserve(count);
     for (int dr = -1; dr <= 1; ++dr) {
-      for (int dc = -1; dc <= 1; ++dc) {
-        const BloomBlock block{.m_row = m_row + dr, .m_col = m_col + dc};
-        if (block.m_row < 0 || block.m_row >= block_rows) continue;
-        if (block.m_col < 0 || block.m_col >= block_cols) continue;
-        AppendSources(frame, block, PsfTable(calib, dr, dc), calib.source_min_dist_m, list);
+      for (int col = first_col; col <= last_col; ++col) {
+        AppendBlock(grid, static_cast<std::size_t>(3 * col + dr + 1),
+                    weights.ForBlocksApart(dr, col - m_col), list);
       }
     }
   }
@@ -136,21 +238,23 @@ void VisitBlocksWithSources(int m_row, int echo_count, const std::vector<SourceL
                             const Visit& visit) {
   for (int e = 0; e < echo_count; ++e) {
     for (std::size_t m_col = 0; m_col < lists.size(); ++m_col) {
-      if (lists[m_col].empty()) continue;
+      if (lists[m_col].sources.empty()) continue;
       visit(BloomBlock{.m_row = m_row, .m_col = static_cast<int>(m_col), .echo = e}, lists[m_col]);
     }
   }
 }
 
 template <class Trace>
-void MarkEcho(LidarEcho& echo, const SourceList& sources, const BloomSuppressCalib& calib,
+void MarkEcho(LidarEcho& echo, const SourceList& list, const BloomSuppressCalib& calib,
               const Trace& trace) {
-  trace.MarkPixel(echo, sources.size());
+  trace.MarkPixel(echo, list.sources.size());
   if (!IsCandidate(echo, calib.threshold)) {
     trace.MarkNotCandidate();
     return;
   }
-  for (const BloomSource& source : sources) {
+  // The trace wants to hear of each source.
+  if (!Trace::kPrints && IsBeyondAll(list, echo, calib.dist_gate_m)) return;
+  for (const BloomSource& source : list.sources) {
     const bool matched = IsAtRangeOf(source, echo, calib.dist_gate_m);
     trace.MarkSource(echo, source, matched);
     if (!matched) continue;
@@ -161,27 +265,15 @@ void MarkEcho(LidarEcho& echo, const SourceList& sources, const BloomSuppressCal
   trace.MarkResult(nullptr);
 }
 
-// x: twice the distance in pixels.
-float PsfWeight(const float (&psf)[kPsfEntries], float x) noexcept {
-  constexpr int kLast = kPsfEntries - 1;
-  if (!(x > 0.0F)) return psf[0];
-  if (x >= static_cast<float>(kLast)) return psf[kLast];
-  const int i = static_cast<int>(x);
-  const float f = x - static_cast<float>(i);
-  return (1.0F - f) * psf[i] + f * psf[i + 1];
-}
-
 // False when no source lies at the echo's range; `sum` is then 0.
 template <class Trace>
-bool SumSpilledPower(int row, int col, const LidarEcho& echo, const SourceList& sources,
+bool SumSpilledPower(int row, int col, const LidarEcho& echo, const SourceList& list,
                      float dist_gate, float& sum, const Trace& trace) {
   bool counted = false;
   sum = 0.0F;
-  for (const BloomSource& source : sources) {
+  for (const BloomSource& source : list.sources) {
     if (!IsAtRangeOf(source, echo, dist_gate)) continue;
-    const float x = 2.0F * std::hypot(static_cast<float>(source.row - row),
-                                      static_cast<float>(source.col - col));
-    const float psf_w = PsfWeight(*source.psf, x);
+    const float psf_w = source.weights->at[std::abs(source.row - row)][std::abs(source.col - col)];
     const float contribution = psf_w * source.power;
     sum += contribution;
     counted = true;
@@ -310,12 +402,16 @@ void FilterBlock(const Pass& pass, const BloomBlock& block, const SourceList& so
 }  // namespace
 
 void SuppressBlooming(LidarFrame& frame, int m_row, const BloomSuppressCalib& calib,
-                      bool filter_enable, const BloomTrace& trace) {
+                      bool filter_enable, const BloomTrace& trace, std::uint32_t possible_rows) {
   if (!calib.enable || !RowLiesInFrame(frame, m_row)) return;
-  if (!HasUsableSource(frame, m_row, calib.source_min_dist_m)) return;
-  if (frame.echo_num < 1) return;
+  const std::uint32_t source_rows =
+      FindSourceRows(frame, m_row, possible_rows, calib.source_min_dist_m);
+  if (source_rows == 0 || frame.echo_num < 1) return;
   const int echo_count = std::min(frame.echo_num, kEchoSlots);
-  const std::vector<SourceList> lists = GatherSources(frame, m_row, calib);
+  const SpillWeights weights(calib);
+  const std::vector<SourceList> lists =
+      GatherSources(GatherGrid(frame, m_row, calib.source_min_dist_m, source_rows),
+                    frame.width / kBlockSide, weights);
   const Pass pass{frame, calib, trace};
 
   VisitBlocksWithSources(

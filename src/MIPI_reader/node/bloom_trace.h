@@ -10,13 +10,21 @@
 
 namespace kerul::lidar {
 
-// A usable source as the blocks around it see it. The PSF table hangs on the block that looks.
+// Rows or columns between an echo and a source of the blocks around it: 0 .. kBloomReach - 1.
+inline constexpr int kBloomReach = 12;
+
+// The PSF by the rows and columns between echo and source.
+struct BloomWeights {
+  float at[kBloomReach][kBloomReach];
+};
+
+// A usable source as the blocks around it see it. The weights hang on the block that looks.
 struct BloomSource {
   int row = 0;
   int col = 0;
   float dist = 0.0F;  // dist_raw of echo 0, metres, finite and not 0
   float power = 0.0F;
-  const float (*psf)[kPsfEntries] = nullptr;
+  const BloomWeights* weights = nullptr;
 };
 
 struct BloomBlock {

@@ -38,7 +38,7 @@ void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
     }
     frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)] =
         point;
-    stale_pixels_.MarkFresh(point.row, point.col);
+    stale_pixels_.MarkFresh(point.row, point.col, point.echoes[0].highRefl);
   }
 }
 

@@ -71,7 +71,8 @@ void LidarNode::SuppressHighReflBlooming(int m_row) {
                                        .row = debug.row,
                                        .col = debug.col,
                                        .echo = debug.echo};
-  SuppressBlooming(*frame_, m_row, bloom_calib_, config_->blooming_filter_enable, trace);
+  SuppressBlooming(*frame_, m_row, bloom_calib_, config_->blooming_filter_enable, trace,
+                   stale_pixels_.PossiblyBrightRows(6 * (std::int64_t{m_row} - 1)));
 }
 
 float LidarNode::PatternMatchPower(
