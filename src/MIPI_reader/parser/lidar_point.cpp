@@ -1,5 +1,7 @@
 #include "MIPI_reader/parser/lidar_point.h"
 
+#include "MIPI_reader/parser/record_copy.h"
+
 namespace kerul::lidar {
 
 std::int32_t LidarPoint::echo_num = 1;
@@ -15,7 +17,7 @@ void LidarPoint::ResetEchoes() noexcept {
     LidarEcho& echo = echoes[slot];
     const bool debug_flag = echo.debug_flag;
     const float ground_refl_scale = echo.ground_refl_scale;
-    echo = kDefault.echoes[slot];
+    CopyRecord(echo, kDefault.echoes[slot]);
     echo.debug_flag = debug_flag;
     echo.ground_refl_scale = ground_refl_scale;
   }
