@@ -1,22 +1,22 @@
 #include "MIPI_reader/parser/lidar_parser.h"
 
 #include <algorithm>
-#include <array>
 #include <iostream>
 #include <span>
 
 #include "MIPI_reader/parser/echo_computation.h"
 #include "MIPI_reader/parser/fatal_check.h"
+#include "MIPI_reader/parser/instruction_set.h"
+#include "MIPI_reader/parser/packet_decoding.h"
 #include "MIPI_reader/parser/raw_packet.h"
-#include "MIPI_reader/parser/truncation.h"
 
 namespace {
 
 using kerul::lidar::EchoSettings;
-using kerul::lidar::LidarEcho;
+using kerul::lidar::InstructionSet;
 using kerul::lidar::LidarPoint;
+using kerul::lidar::PacketContext;
 using kerul::lidar::RawHeader;
-using kerul::lidar::RawPixel;
 using kerul::lidar::UdpPacket;
 namespace raw_packet = kerul::lidar::raw_packet;
 
@@ -30,16 +30,6 @@ struct Shots {
 Shots ShotsOfGroup(std::span<const float> table, std::size_t group_id) noexcept {
   if (group_id >= table.size()) return {kNominalShots, 1.0F};
   return {table[group_id], table[group_id] / kNominalShots};
-}
-
-// The clamp before the multiplication belongs to the rule; the one behind it keeps the index in
-// the table, which is shorter than the largest ratio can reach.
-float DetectThreshold(std::span<const std::uint16_t> bins, float noise, float ratio) noexcept {
-  if (bins.empty()) return 0.0F;
-  const int last = static_cast<int>(bins.size()) - 1;
-  const int by_noise = std::clamp(kerul::lidar::TruncateToInt32(noise), 0, last);
-  const int index = kerul::lidar::TruncateToInt32(static_cast<float>(by_noise) * ratio);
-  return static_cast<float>(bins[static_cast<std::size_t>(std::clamp(index, 0, last))]);
 }
 
 EchoSettings SettingsOf(const LidarParserQDV11& parser) noexcept {
@@ -85,52 +75,24 @@ void PrintPacket(const RawHeader& header, int total_packet_id, int pixel_id) {
             << " m_row=" << static_cast<int>(header.group_id) << '\n';
 }
 
-// What the nine pixels of a packet share.
-struct PacketContext {
-  EchoSettings settings;
-  std::span<const std::uint16_t> threshold_bins;
-  Shots shots;
-  int group_id;
-  int slot_id;
-  int mrow_height;
-  int group_width;
-  int echo_count;
-};
-
-// Decodes the window of one echo slot, unless its address says that there is none.
-void DecodeEcho(const EchoSettings& settings, const std::uint16_t* samples, const RawPixel& pixel,
-                float baseline, LidarPoint& point, int slot) noexcept {
-  if (pixel.peak_addr[slot] > raw_packet::kMaxPeakAddr) return;
-  LidarEcho& echo = point.echoes[slot];
-  echo.peak_addr = pixel.peak_addr[slot];
-  echo.noise = static_cast<float>(pixel.noise);
-  echo.baseline = baseline;
-  const int window = raw_packet::kWindowSample + raw_packet::kWindowStride * slot;
-  kerul::lidar::ComputeEcho(settings, samples + window, point, slot);
-}
-
-// Decodes one pixel block into a point in its reset state. Gives the block's pixel id.
-int DecodeBlock(const PacketContext& context, const std::uint8_t* block,
-                LidarPoint& point) noexcept {
-  std::array<std::uint16_t, raw_packet::kSamplesPerBlock> samples;
-  kerul::lidar::UnpackBlock(block, samples.data());
-  const RawPixel pixel = kerul::lidar::ReadRawPixel(samples.data());
-  const kerul::lidar::PixelPlace place = kerul::lidar::PlacePixel(
-      pixel.pixel_id, context.group_id, context.slot_id, context.mrow_height, context.group_width);
-  point.row = place.row;
-  point.col = place.col;
-  point.pixel_word22 = static_cast<float>(pixel.pixel_word22);
-  point.pixel_word11 = static_cast<float>(pixel.pixel_word11);
-  point.shot_times = context.shots.times;
-  point.shot_ratio = context.shots.ratio;
-  const auto noise = static_cast<float>(pixel.noise);
-  point.detect_threshold = DetectThreshold(context.threshold_bins, noise, context.shots.ratio);
-  // Level of a three-bin sum of background: one noise count is 1/2048 per shot and bin.
-  const float baseline = 3.0F * (context.shots.times * (noise * 0.00048828125F));
-  for (int slot = 0; slot < context.echo_count; ++slot) {
-    DecodeEcho(context.settings, samples.data(), pixel, baseline, point, slot);
+// Every record is written once by the vector forms; a slot that is decoded without a reset keeps
+// fields of its earlier content, which is for the scalar form.
+int DecodeBlocksChosen(const PacketContext& context, const std::uint8_t* blocks,
+                       LidarPoint* points) noexcept {
+  if (context.echo_count > LidarPoint::echo_num || LidarPoint::echo_num < 1) {
+    return kerul::lidar::DecodeBlocks(context, blocks, points);
   }
-  return pixel.pixel_id;
+  switch (kerul::lidar::ChosenInstructionSet()) {
+    case InstructionSet::kPlain:
+      return kerul::lidar::DecodeBlocksPlain(context, blocks, points);
+    case InstructionSet::kAvx2:
+      return kerul::lidar::DecodeBlocksAvx2(context, blocks, points);
+    case InstructionSet::kAvx512:
+      return kerul::lidar::DecodeBlocksAvx512(context, blocks, points);
+    case InstructionSet::kScalar:
+      break;
+  }
+  return kerul::lidar::DecodeBlocks(context, blocks, points);
 }
 
 }  // namespace
@@ -174,22 +136,19 @@ int LidarParserQDV11::ParsePacket(const UdpPacket& packet, std::vector<LidarPoin
                                 __func__);
   }
 
+  const Shots shots = ShotsOfGroup(shot_times, header.group_id);
   const PacketContext context{.settings = SettingsOf(*this),
-                              .threshold_bins = detect_threshold_bins,
-                              .shots = ShotsOfGroup(shot_times, header.group_id),
-                              .group_id = header.group_id,
-                              .slot_id = header.slot_id,
-                              .mrow_height = mrow_height,
-                              .group_width = group_width,
+                              .threshold_bins = detect_threshold_bins.data(),
+                              .threshold_count = static_cast<int>(detect_threshold_bins.size()),
+                              .shot_times = shots.times,
+                              .shot_ratio = shots.ratio,
+                              .first_row = header.group_id * mrow_height,
+                              .first_col = header.slot_id * group_width,
                               .echo_count = std::min(echo_count, kerul::lidar::kEchoSlots)};
   points.resize(raw_packet::kBlocks);
-  for (LidarPoint& point : points) point.ResetEchoes();
-  const std::uint8_t* block = packet.buffer + raw_packet::kBlocksOffset;
-  int pixel_id = 0;  // that of the last block places the packet
-  for (LidarPoint& point : points) {
-    pixel_id = DecodeBlock(context, block, point);
-    block += raw_packet::kBlockBytes;
-  }
+  // That of the last block places the packet.
+  const int pixel_id =
+      DecodeBlocksChosen(context, packet.buffer + raw_packet::kBlocksOffset, points.data());
 
   const int total_packet_id = kerul::lidar::TotalPacketId(header, pixel_id);
   if (packet_debug) PrintPacket(header, total_packet_id, pixel_id);

@@ -11,7 +11,18 @@ std::uint32_t LoadU32(const std::uint8_t* bytes) noexcept {
   return LoadU16(bytes) | (static_cast<std::uint32_t>(LoadU16(bytes + 2)) << 16);
 }
 
+constexpr PixelPlaceTable MakePixelPlaces() noexcept {
+  PixelPlaceTable table{};
+  for (int id = 0; id < kPixelIds; ++id) {
+    const PixelPlace place = PlacePixel(id, 0, 0, 0, 0);
+    table.offsets[id] = place.row + 65536 * place.col;
+  }
+  return table;
+}
+
 }  // namespace
+
+constinit const PixelPlaceTable kPixelPlaces = MakePixelPlaces();
 
 std::uint16_t ReadMagic(const std::uint8_t* packet) noexcept {
   return LoadU16(packet + raw_packet::kMagicOffset);
@@ -55,13 +66,6 @@ RawPixel ReadRawPixel(const std::uint16_t* samples) noexcept {
           .noise = static_cast<std::uint16_t>(((noise[0] << 12) & 0xFFFF) | noise[1]),
           .pixel_word22 = (static_cast<std::uint32_t>(word22[0] << 12) & 0x3FF000U) | word22[1],
           .pixel_word11 = samples[kWord11Sample] & 0x7FFU};
-}
-
-PixelPlace PlacePixel(int pixel_id, int group_id, int slot_id, int mrow_height,
-                      int group_width) noexcept {
-  const int in_block = pixel_id / 12 % 9;
-  return {.row = in_block % 3 + group_id * mrow_height + ((pixel_id / 108) & 1) * 3,
-          .col = in_block / 3 + slot_id * group_width + pixel_id % 12 * 24 + pixel_id / 216 * 3};
 }
 
 int TotalPacketId(const RawHeader& header, int pixel_id) noexcept {

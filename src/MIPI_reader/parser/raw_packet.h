@@ -99,8 +99,21 @@ RawPixel ReadRawPixel(const std::uint16_t* samples) noexcept;
 // of 24, nine such dozens fill a block of 3 x 3 pixels, and what is left of the id moves on by
 // three rows (bit 0 of id / 108) and three columns (id / 216). Ids, groups and slots beyond those
 // of a sound sensor give places outside the frame.
-PixelPlace PlacePixel(int pixel_id, int group_id, int slot_id, int mrow_height,
-                      int group_width) noexcept;
+constexpr PixelPlace PlacePixel(int pixel_id, int group_id, int slot_id, int mrow_height,
+                                int group_width) noexcept {
+  const int in_block = pixel_id / 12 % 9;
+  return {.row = in_block % 3 + group_id * mrow_height + ((pixel_id / 108) & 1) * 3,
+          .col = in_block / 3 + slot_id * group_width + pixel_id % 12 * 24 + pixel_id / 216 * 3};
+}
+
+inline constexpr int kPixelIds = 4096;  // of 12 bits
+
+// What a pixel id adds to the place of its group and slot: the row, and 65536 times the column. A
+// table, because the divisions are slow.
+struct PixelPlaceTable {
+  std::int32_t offsets[kPixelIds];
+};
+extern const PixelPlaceTable kPixelPlaces;
 
 // Number of the packet within the frame, 0..6911 for a sound packet; `pixel_id` is that of its last
 // block.

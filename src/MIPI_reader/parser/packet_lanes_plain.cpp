@@ -1,0 +1,11 @@
+#include "MIPI_reader/parser/packet_decoding.h"
+#include "MIPI_reader/parser/packet_lanes.h"
+
+namespace kerul::lidar {
+
+int DecodeBlocksPlain(const PacketContext& context, const std::uint8_t* blocks,
+                      LidarPoint* points) noexcept {
+  return PacketKernel<4>::Decode(context, blocks, points);
+}
+
+}  // namespace kerul::lidar
