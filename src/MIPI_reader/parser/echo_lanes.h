@@ -59,7 +59,7 @@ struct EchoKernel {
     Float centre, height;
   };
   struct CurvePoints {
-    Float low{}, gate{}, high{};
+    Float low, gate, high;
   };
 
   static void Compute(const EchoSettings& settings, float shot_ratio, WindowLanes<W>& window,
@@ -172,8 +172,7 @@ struct EchoKernel {
   // Clamped before the conversion, NaN and infinity to 0. Adding a half first would round numbers
   // next below a half up, so the fraction is looked at instead.
   static CurvePoints ReadCurves(const EchoSettings& settings, Float normalised_peak) noexcept {
-    CurvePoints curve;
-    if (settings.cogw_low_curve == nullptr) return curve;
+    if (settings.cogw_low_curve == nullptr) return {Float{}, Float{}, Float{}};
     constexpr auto kLast = static_cast<float>(kCogwCurveEntries - 1);
     Float inside = V::Select(normalised_peak > 0.0F, normalised_peak, Float{});
     inside = V::Select(inside > kLast, V::Splat(kLast), inside);
@@ -181,10 +180,9 @@ struct EchoKernel {
     // A true comparison is -1.
     const Int rounded = whole - ((inside - V::ToFloat(whole)) >= 0.5F);
     const Int index = IsFinite(normalised_peak) & rounded;
-    curve.low = LaneBlocks<W>::Gather(settings.cogw_low_curve, index);
-    curve.gate = LaneBlocks<W>::Gather(settings.cogw_gate_curve, index);
-    curve.high = LaneBlocks<W>::Gather(settings.cogw_high_curve, index);
-    return curve;
+    return {LaneBlocks<W>::Gather(settings.cogw_low_curve, index),
+            LaneBlocks<W>::Gather(settings.cogw_gate_curve, index),
+            LaneBlocks<W>::Gather(settings.cogw_high_curve, index)};
   }
 
   // From the ends of the window to the centre; the last sum not above the threshold is the edge.
