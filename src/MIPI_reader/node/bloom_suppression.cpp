@@ -147,15 +147,19 @@ void AppendSources(const LidarFrame& frame, const BloomBlock& block, std::uint32
 // The usable sources of the block rows m_row - 1 .. m_row + 1, one block after another.
 struct SourceGrid {
   std::vector<BloomSource> sources;
-  std::vector<std::size_t>
-      begin;  // of block (row, column) at [3 rows * column + row], then the end
+  std::vector<std::size_t> begin;  // by block, see IndexOf; one entry more, the end
 };
+
+// Block row 0 is that of m_row - 1.
+std::size_t IndexOf(int block_row, int block_col) noexcept {
+  return std::size_t{3} * static_cast<std::size_t>(block_col) + static_cast<std::size_t>(block_row);
+}
 
 SourceGrid GatherGrid(const LidarFrame& frame, int m_row, float min_dist,
                       std::uint32_t source_rows) {
   const int block_cols = frame.width / kBlockSide;
   SourceGrid grid;
-  grid.begin.reserve(static_cast<std::size_t>(3 * block_cols + 1));
+  grid.begin.reserve(IndexOf(0, block_cols) + 1);
   for (int m_col = 0; m_col < block_cols; ++m_col) {
     for (int i = 0; i < 3; ++i) {
       grid.begin.push_back(grid.sources.size());
@@ -186,15 +190,14 @@ std::vector<SourceList> GatherSources(const SourceGrid& grid, int block_cols,
   for (int m_col = 0; m_col < block_cols; ++m_col) {
     const int first_col = std::max(m_col - 1, 0);
     const int last_col = std::min(m_col + 1, block_cols - 1);
-    const std::size_t count = grid.begin[static_cast<std::size_t>(3 * (last_col + 1))] -
-                              grid.begin[static_cast<std::size_t>(3 * first_col)];
+    const std::size_t count =
+        grid.begin[IndexOf(0, last_col + 1)] - grid.begin[IndexOf(0, first_col)];
     if (count == 0) continue;
     SourceList& list = lists[static_cast<std::size_t>(m_col)];
     list.sources.reserve(count);
     for (int dr = -1; dr <= 1; ++dr) {
       for (int col = first_col; col <= last_col; ++col) {
-        AppendBlock(grid, static_cast<std::size_t>(3 * col + dr + 1),
-                    weights.ForBlocksApart(dr, col - m_col), list);
+        AppendBlock(grid, IndexOf(dr + 1, col), weights.ForBlocksApart(dr, col - m_col), list);
       }
     }
   }

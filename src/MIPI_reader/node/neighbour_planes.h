@@ -92,6 +92,12 @@ typename Lanes<W>::Float OrNan(typename Lanes<W>::Int mask,
   return reinterpret_cast<typename Lanes<W>::Float>(reinterpret_cast<Int>(value) | ~mask);
 }
 
+// Not NaN.
+template <int W>
+typename Lanes<W>::Int IsNumber(typename Lanes<W>::Float value) noexcept {
+  return value == value;  // NOLINT(misc-redundant-expression): false for NaN
+}
+
 template <int W>
 int RoundUp(int columns) noexcept {
   return (columns + W - 1) / W * W;
@@ -124,7 +130,7 @@ void ClearViewCell(int cell, RowView& view) noexcept {
 template <int W>
 void ClearEnds(const RowRun& run, RowPlanes& row) noexcept {
   for (const int cell : {kMargin - 1, kMargin + RoundUp<W>(run.columns)}) {
-    for (int slot = 0; slot < kEchoSlots; ++slot) row.refl[slot][cell] = 0.0F;
+    for (auto& plane : row.refl) plane[cell] = 0.0F;
     ClearViewCell<W>(cell, row.before);
     ClearViewCell<W>(cell, row.after);
   }
@@ -223,7 +229,7 @@ void MakeViewAfter(const RowRun& run, const ColumnBits (&kept)[kEchoSlots],
       L::Store(view.seen[slot] + cell,
                OrNan<W>(is_kept[slot], L::Load(row.before.seen[slot] + cell)));
       L::Store(view.sure[slot] + cell, sure);
-      is_sure |= sure == sure;
+      is_sure |= IsNumber<W>(sure);
     }
     L::Store(view.second_only + cell, is_kept[1] & ~is_kept[0]);
     PutBits<W>(view.has_sure, col, is_sure);

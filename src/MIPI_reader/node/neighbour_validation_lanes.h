@@ -117,7 +117,7 @@ void Judge(const RowTriple& rows, int slot, int col, RowVerdicts& verdicts) noex
   const Int after_pulse = (L::Load(here.flags + cell) & (kAfterPulse << slot)) != 0;
   PutBits<W>(verdicts.after_pulse[slot], col, after_pulse);
   const Float d = L::Load(here.before.seen[slot] + cell);
-  const Int active = (d == d) & ~after_pulse;
+  const Int active = IsNumber<W>(d) & ~after_pulse;
   if (!L::Any(active)) return;
   PutBits<W>(verdicts.active[slot], col, active);
 
@@ -256,8 +256,8 @@ void AddSurePair(const RowTriple& rows, int cell, typename Lanes<W>::Float d,
   using Int = typename Lanes<W>::Int;
   const Nearest<W> a = FindNearest<W>(MemberA<W, Pair>(rows, cell), d);
   const Nearest<W> b = FindNearest<W>(MemberB<W, Pair>(rows, cell), d);
-  const Int first = a.sure == a.sure;
-  const Int second = b.sure == b.sure;
+  const Int first = IsNumber<W>(a.sure);
+  const Int second = IsNumber<W>(b.sure);
   const Int both = first & second;
   sums.samples += first + second;
   sums.complete_pairs += both;

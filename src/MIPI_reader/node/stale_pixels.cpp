@@ -25,10 +25,11 @@ void StalePixels::ResetRows(LidarFrame& frame, int first_row, int end_row) noexc
   for (int row = std::max(first_row, 0); row < end_row; ++row) {
     std::vector<LidarPoint>& points = frame.points[static_cast<std::size_t>(row)];
     for (int word = 0; word < words_per_row_; ++word) {
-      std::uint64_t& stale = words_[static_cast<std::size_t>(row * words_per_row_ + word)];
+      std::uint64_t& stale = words_[WordIndex(row, 64 * word)];
       if (stale != 0) may_be_bright_[static_cast<std::size_t>(row)] = 1;
       for (; stale != 0; stale &= stale - 1) {
-        points[static_cast<std::size_t>(word * 64 + std::countr_zero(stale))].ResetEchoes();
+        const int col = 64 * word + std::countr_zero(stale);
+        points[static_cast<std::size_t>(col)].ResetEchoes();
       }
     }
   }

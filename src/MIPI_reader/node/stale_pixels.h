@@ -40,7 +40,8 @@ class StalePixels {
  private:
   bool MayHoldBright(std::int64_t row) const noexcept;
   std::size_t WordIndex(int row, int col) const noexcept {
-    return static_cast<std::size_t>(row * words_per_row_ + col / 64);
+    return static_cast<std::size_t>(row) * static_cast<std::size_t>(words_per_row_) +
+           static_cast<std::size_t>(col / 64);
   }
 
   int height_ = 0;
