@@ -175,7 +175,7 @@ void LidarNode::AllocateFrames() {
   packets_per_mrow_ = parser_->col_groups * 4;
   miniflash_rows_ = parser_->miniflash_rows;
   ResetMrowProgress();
-  const auto pixels = static_cast<std::size_t>(height * width);
+  const auto pixels = static_cast<std::size_t>(height) * static_cast<std::size_t>(width);
   cur_dist_map_.assign(pixels, 0.0F);
   prev_dist_map_.assign(pixels, 0.0F);
   prev_dist_map_valid_ = false;

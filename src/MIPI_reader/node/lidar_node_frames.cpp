@@ -3,6 +3,7 @@
 #include "MIPI_reader/node/frame_export.h"
 #include "MIPI_reader/node/frame_upsampling.h"
 #include "MIPI_reader/node/lidar_node.h"
+#include "MIPI_reader/parser/record_copy.h"
 
 using kerul::lidar::LidarPoint;
 
@@ -31,13 +32,20 @@ void LidarNode::CalibratePoints(std::vector<LidarPoint>& points) {
 }
 
 void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
+  const auto in_grid = [this](const LidarPoint& point) {
+    return point.row >= 0 && point.row < frame_->height && point.col >= 0 &&
+           point.col < frame_->width;
+  };
+  const auto place_of = [this](const LidarPoint& point) -> LidarPoint& {
+    return frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)];
+  };
+  // The nine places lie in different pages: asked for together, they come while others are written.
   for (const LidarPoint& point : points) {
-    if (point.row < 0 || point.row >= frame_->height || point.col < 0 ||
-        point.col >= frame_->width) {
-      continue;
-    }
-    frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)] =
-        point;
+    if (in_grid(point)) kerul::lidar::PrefetchForWrite(place_of(point));
+  }
+  for (const LidarPoint& point : points) {
+    if (!in_grid(point)) continue;
+    CopyPoint(place_of(point), point);
     stale_pixels_.MarkFresh(point.row, point.col, point.echoes[0].highRefl);
   }
 }

@@ -5,7 +5,9 @@ namespace kerul::lidar {
 
 int DecodeBlocksAvx512(const PacketContext& context, const std::uint8_t* blocks,
                        LidarPoint* points) noexcept {
-  return PacketKernel<16>::Decode(context, blocks, points);
+  const int last_pixel_id = PacketKernel<16>::Decode(context, blocks, points);
+  LeaveWideVectors();
+  return last_pixel_id;
 }
 
 }  // namespace kerul::lidar

@@ -34,6 +34,15 @@ inline void CopyRecord(Record& to, const Record& from) noexcept {
   std::memcpy(target + kBlocks * sizeof(Block), source + kBlocks * sizeof(Block), kRest);
 }
 
+// Asks for the record's cache lines, which are about to be written.
+inline void PrefetchForWrite(const LidarPoint& point) noexcept {
+  constexpr std::size_t kCacheLine = 64;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&point);
+  for (std::size_t i = 0; i < sizeof(LidarPoint); i += kCacheLine) {
+    __builtin_prefetch(bytes + i, 1);
+  }
+}
+
 inline void CopyPoint(LidarPoint& to, const LidarPoint& from) noexcept { CopyRecord(to, from); }
 
 }  // namespace kerul::lidar
