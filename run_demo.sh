@@ -2,7 +2,7 @@
 # Shows the node at work without a sensor: builds it, streams a simulated street for 10 seconds
 # through the default node and its shared-memory ring into a viewer, and leaves a picture.
 #   ./run_demo.sh             writes demo_out/frame.png and demo_out/frame.ply
-#   ./run_demo.sh --scene S   another scene: street, retro, noise, targets, empty
+#   ./run_demo.sh --scene S   another scene: street, retro, noise, crosstalk, targets, empty
 # Exit status 0 only when complete frames came through and none was incomplete or lost.
 set -euo pipefail
 cd "$(dirname "$0")"

@@ -66,6 +66,28 @@ void AddPulse(PixelLight& light, const PixelView& view, EchoTruth truth, double 
   light.Add(pulse);
 }
 
+// When another sensor's flash arrives during each exposure, as the range that it pretends; 0 never.
+std::vector<double> CrosstalkRanges(const Scene& scene, std::uint64_t seed) {
+  if (scene.crosstalk_share <= 0.0) return {};
+  constexpr std::uint64_t kPurpose = 0x63726f7373ULL;
+  constexpr double kLongest = 140.0;  // metres
+  Random random(MixSeed(seed, kPurpose));
+  std::vector<double> ranges(static_cast<std::size_t>(kGroups * kSlots));
+  for (double& range : ranges) {
+    const bool hit = random.Chance(scene.crosstalk_share);
+    const double when = random.Uniform();
+    if (hit) range = 1.0 + (kLongest - 1.0) * when;
+  }
+  return ranges;
+}
+
+void AddCrosstalk(PixelLight& light, const PixelView& view, const Scene& scene, double range_m,
+                  const SensorTables& tables) {
+  if (range_m <= 0.0) return;
+  AddPulse(light, view, FalseTruth(ReturnKind::kCrosstalk, range_m), scene.crosstalk_strength,
+           tables);
+}
+
 PixelLight CollectLight(const PixelView& view, const BloomSpots* bloom,
                         const SensorTables& tables) {
   PixelLight light;
@@ -127,6 +149,8 @@ SimulatedFrame FrameSimulator::Simulate(std::uint32_t frame_number) {
     }
   }
   const std::vector<BloomSpots> bloom = SpreadBloom(sources);
+  const std::vector<double> crosstalk =
+      CrosstalkRanges(scene_, MixSeed(options_.seed, frame_number));
 
   // Light into counts. One stream of random numbers for each pixel row.
   for (int row = 0; row < kRows; ++row) {
@@ -137,7 +161,11 @@ SimulatedFrame FrameSimulator::Simulate(std::uint32_t frame_number) {
       if (traits_[index].dead) continue;
       PixelView& view = views[index];
       view.noise = NoiseWord(scene_, view.hits, traits_[index]);
-      const PixelLight light = CollectLight(view, bloom.empty() ? nullptr : &bloom[index], tables);
+      PixelLight light = CollectLight(view, bloom.empty() ? nullptr : &bloom[index], tables);
+      if (!crosstalk.empty()) {
+        const int exposure = row / 6 * kSlots + col / 6 % kSlots;
+        AddCrosstalk(light, view, scene_, crosstalk[static_cast<std::size_t>(exposure)], tables);
+      }
       ReadOutPixel(light, {view.noise, shots}, backgrounds_.Of(view.noise, shots), response_,
                    random, frame.pixels[index], frame.truth[index]);
     }

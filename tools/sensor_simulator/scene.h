@@ -22,6 +22,7 @@ enum class ReturnKind : std::uint8_t {
   kAfterPulse = 7,  // false: a detector that fires again after a strong pulse
   kGhost = 8,       // false: light that went twice between sensor and target
   kNoise = 9,       // false: a peak of the background
+  kCrosstalk = 10,  // false: the flash of another sensor
 };
 
 enum class Shape : std::uint8_t {
@@ -58,6 +59,10 @@ struct Scene {
   double sky_background = 60.0;      // noise word of a pixel that looks into the sky
   double surface_background = 40.0;  // noise word of a pixel that looks at a white surface
   double dark_background = 6.0;      // noise word without any light
+  // Another sensor of the same kind keeps the same time: its flashes fall into one bin all through
+  // an exposure (a column slot of a miniflash row), scattered evenly over the pixels.
+  double crosstalk_share = 0.0;     // of the exposures that are hit
+  double crosstalk_strength = 0.0;  // expected detections per 160 shots
 };
 
 struct Hit {

@@ -154,6 +154,25 @@ Scene Noise() {
   return scene;
 }
 
+// Another sensor flashes into this one at night: whole blocks see weak returns that agree with each
+// other, but not with the next block's.
+Scene Crosstalk() {
+  Scene scene;
+  scene.name = "crosstalk";
+  scene.sky_background = 4.0;
+  scene.surface_background = 4.0;
+  scene.crosstalk_share = 0.6;
+  scene.crosstalk_strength = 14.0;
+  scene.bodies = {
+      Ground(30.0),
+      Standing(ReturnKind::kWall, 14.0, 7.0, {8.0, 1.0, 3.5}, 70.0),
+      Standing(ReturnKind::kObject, 6.0, -2.0, {1.5, 1.5, 1.6}, 60.0),
+      Pole(4.0, 1.0, 0.15, 3.5, 70.0),
+      Panel(ReturnKind::kWall, {30.0, -6.0, 1.0}, 4.0, 3.0, 0.0, 60.0),
+  };
+  return scene;
+}
+
 // Upright boards that face the sensor, three rows of nine, at every range from 1 to 39 metres: for
 // measuring errors. The far ones are bright, and stand where the sensor fires most.
 Scene Targets() {
@@ -202,12 +221,15 @@ Scene Empty() {
 
 }  // namespace
 
-std::vector<std::string> SceneNames() { return {"street", "retro", "noise", "targets", "empty"}; }
+std::vector<std::string> SceneNames() {
+  return {"street", "retro", "noise", "crosstalk", "targets", "empty"};
+}
 
 Scene MakeScene(const std::string& name) {
   if (name == "street") return Street();
   if (name == "retro") return Retro();
   if (name == "noise") return Noise();
+  if (name == "crosstalk") return Crosstalk();
   if (name == "targets") return Targets();
   if (name == "empty") return Empty();
   throw std::invalid_argument("unknown scene: " + name);

@@ -8,7 +8,7 @@
 
 namespace kerul::lidar::simulator {
 
-// Names that MakeScene knows: street, retro, noise, targets, empty.
+// Names that MakeScene knows: street, retro, noise, crosstalk, targets, empty.
 std::vector<std::string> SceneNames();
 
 // Throws std::invalid_argument for a name that is not known.

@@ -16,7 +16,7 @@
 //           8  4  f32, cosine of the angle of incidence; 0 for false returns
 //          12  4  f32, strength: expected detections per 160 shots
 //          16  1  kind: 0 none, 1 ground, 2 wall, 3 object, 4 retro-reflector, 5 fence, 6 bloom,
-//                 7 after-pulse, 8 ghost, 9 noise
+//                 7 after-pulse, 8 ghost, 9 noise, 10 crosstalk
 //          17  1  body: index into the scene, 255 none
 //          18  1  1 when the window was sent; a surface too weak for that stands here with 0
 //          19  1  zero

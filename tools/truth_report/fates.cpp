@@ -36,6 +36,21 @@ void CountFilled(const PixelTruth& truth, float range_m, FillCounts& filled) noe
   ++(known ? filled.wrong : filled.unknown);
 }
 
+// A return marked as highly reflective in the 3 x 3 blocks around a pixel's own.
+bool HasSourceNear(const CollectedFrame& frame, int row, int col) noexcept {
+  const int first_row = std::max(row / kBlockPixels - 1, 0) * kBlockPixels;
+  const int end_row = std::min((row / kBlockPixels + 2) * kBlockPixels, kFrameRows);
+  const int first_col = std::max(col / kBlockPixels - 1, 0) * kBlockPixels;
+  const int end_col = std::min((col / kBlockPixels + 2) * kBlockPixels, kFrameCols);
+  for (int r = first_row; r < end_row; ++r) {
+    for (int c = first_col; c < end_col; ++c) {
+      const FramePoint& point = frame.At(0, r, c);
+      if (point.distance != 0 && PayloadOf(frame, point).high_refl) return true;
+    }
+  }
+  return false;
+}
+
 Fate FateOf(const PointPayload& before, const PointPayload& after, bool kept) noexcept {
   Fate fate;
   fate.before = 1;
@@ -87,33 +102,53 @@ bool IsIsolated(const CollectedFrame& frame, int echo, int row, int col) noexcep
   return true;
 }
 
+namespace {
+
+// One echo slot of one pixel.
+struct Place {
+  int echo;
+  int row;
+  int col;
+};
+
+void CountEcho(const PixelTruth& pixel, const Place& at, const CollectedFrame& before,
+               const CollectedFrame& after, FateCounts& counts) {
+  const FramePoint& point_before = before.At(at.echo, at.row, at.col);
+  const FramePoint& point_after = after.At(at.echo, at.row, at.col);
+  const PointPayload was = PayloadOf(before, point_before);
+  const PointPayload is = PayloadOf(after, point_after);
+  const bool filled = point_after.distance != 0 && is.filled;
+  if (filled && !was.filled) CountFilled(pixel, after.RangeM(point_after), counts.filled);
+  if (point_before.distance == 0 || was.filled) return;
+
+  const EchoTruth& truth = pixel[static_cast<std::size_t>(at.echo)];
+  const bool kept = point_after.distance != 0 && !filled;
+  const Fate fate = FateOf(was, is, kept);
+  counts.by_kind[static_cast<std::size_t>(truth.kind)] += fate;
+  if (truth.kind == ReturnKind::kNoise && IsIsolated(before, at.echo, at.row, at.col)) {
+    counts.isolated_noise += fate;
+  }
+  if (truth.kind == ReturnKind::kBloom && !is.bloom && !HasSourceNear(before, at.row, at.col)) {
+    ++counts.bloom_without_source;
+  }
+  if (!IsSurface(truth.kind) || truth.kind == ReturnKind::kRetro) return;
+  if (was.detect_failed) counts.weak += fate;
+  if (kept && is.bloom) {
+    counts.marked_error_before.push_back(RelativeError(was.reflectivity, truth));
+    counts.marked_error_after.push_back(RelativeError(is.reflectivity, truth));
+  }
+}
+
+}  // namespace
+
 void CountFates(const simulator::SimulatedFrame& truth, const CollectedFrame& before,
                 const CollectedFrame& after, FateCounts& counts) {
-  for (std::size_t place = 0; place < truth.truth.size() * kMaxEchoes; ++place) {
-    const int echo = static_cast<int>(place % kMaxEchoes);
-    const auto row = static_cast<int>(place / kMaxEchoes / kFrameCols);
-    const auto col = static_cast<int>(place / kMaxEchoes % kFrameCols);
-    const PixelTruth& pixel = truth.truth[place / kMaxEchoes];
-    const FramePoint& point_before = before.At(echo, row, col);
-    const FramePoint& point_after = after.At(echo, row, col);
-    const PointPayload was = PayloadOf(before, point_before);
-    const PointPayload is = PayloadOf(after, point_after);
-    const bool filled = point_after.distance != 0 && is.filled;
-    if (filled && !was.filled) CountFilled(pixel, after.RangeM(point_after), counts.filled);
-    if (point_before.distance == 0 || was.filled) continue;
-
-    const EchoTruth& echo_truth = pixel[static_cast<std::size_t>(echo)];
-    const bool kept = point_after.distance != 0 && !filled;
-    const Fate fate = FateOf(was, is, kept);
-    counts.by_kind[static_cast<std::size_t>(echo_truth.kind)] += fate;
-    if (echo_truth.kind == ReturnKind::kNoise && IsIsolated(before, echo, row, col)) {
-      counts.isolated_noise += fate;
-    }
-    if (!IsSurface(echo_truth.kind) || echo_truth.kind == ReturnKind::kRetro) continue;
-    if (was.detect_failed) counts.weak += fate;
-    if (kept && is.bloom) {
-      counts.marked_error_before.push_back(RelativeError(was.reflectivity, echo_truth));
-      counts.marked_error_after.push_back(RelativeError(is.reflectivity, echo_truth));
+  for (int row = 0; row < kFrameRows; ++row) {
+    for (int col = 0; col < kFrameCols; ++col) {
+      const PixelTruth& pixel = truth.truth[static_cast<std::size_t>(row * kFrameCols + col)];
+      for (int echo = 0; echo < kMaxEchoes; ++echo) {
+        CountEcho(pixel, {echo, row, col}, before, after, counts);
+      }
     }
   }
 }

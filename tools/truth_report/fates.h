@@ -10,7 +10,7 @@
 
 namespace kerul::lidar::report {
 
-inline constexpr std::size_t kKinds = 10;  // values of ReturnKind
+inline constexpr std::size_t kKinds = 11;  // values of ReturnKind
 
 struct Fate {
   std::size_t before = 0;   // published without the pass
@@ -31,6 +31,9 @@ struct FateCounts {
   std::array<Fate, kKinds> by_kind{};
   Fate isolated_noise;  // of the noise, returns that no neighbour agreed with before
   Fate weak;            // of the surfaces, returns whose peak missed the detection level
+  // Of the bloom, returns without the mark that have no recognised retro-reflector within the 3 x 3
+  // blocks around them, where the pass looks for one.
+  std::size_t bloom_without_source = 0;
   FillCounts filled;
   // Relative reflectivity errors of surfaces that the pass marked and kept, without and with it.
   std::vector<double> marked_error_before;

@@ -7,6 +7,8 @@
 
 #include "sensor_simulator/scenes.h"
 #include "truth_report/accuracy.h"
+#include "truth_report/filter_pictures.h"
+#include "truth_report/filter_report.h"
 
 namespace {
 
@@ -16,6 +18,7 @@ struct Options {
   std::string scene = "street";
   std::uint32_t frames = 20;
   bool bodies = false;
+  std::string pictures;
 };
 
 void PrintAccuracy(const Options& options) {
@@ -51,9 +54,23 @@ int main(int argc, char** argv) {
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
   accuracy->add_flag("--bodies", options.bodies, "A table by body of the scene as well");
+  CLI::App* filters = app.add_subcommand(
+      "filters", "What each row pass does to true and false returns, as Markdown tables");
+  std::uint32_t filter_frames = 10;
+  filters->add_option("--frames", filter_frames, "Frames of each scene, from number 0 on")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  filters->add_option("--pictures", options.pictures,
+                      "Write a picture of each pass into this directory instead");
   CLI11_PARSE(app, argc, argv);
   try {
-    PrintAccuracy(options);
+    if (accuracy->parsed()) {
+      PrintAccuracy(options);
+    } else if (options.pictures.empty()) {
+      std::printf("%s", report::FilterReport(filter_frames).c_str());
+    } else {
+      report::WriteFilterPictures(options.pictures);
+    }
   } catch (const std::exception& error) {
     std::fprintf(stderr, "truth_report: %s\n", error.what());
     return 1;

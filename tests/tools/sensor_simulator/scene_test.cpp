@@ -154,7 +154,7 @@ TEST(Scene, StripesArePaintedOntoTheGround) {
 
 TEST(Scenes, EveryNameMakesItsScene) {
   for (const std::string& name : SceneNames()) EXPECT_EQ(MakeScene(name).name, name);
-  EXPECT_EQ(SceneNames().size(), 5U);
+  EXPECT_EQ(SceneNames().size(), 6U);
   EXPECT_THROW(MakeScene("garden"), std::invalid_argument);
 }
 

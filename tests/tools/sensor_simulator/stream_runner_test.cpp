@@ -160,7 +160,7 @@ class Program : public ::testing::Test {
 TEST_F(Program, HelpNamesEveryScene) {
   const CommandResult result = RunCommand(path_ + " --help");
   EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.output.find("street,retro,noise,targets,empty"), std::string::npos);
+  EXPECT_NE(result.output.find("street,retro,noise,crosstalk,targets,empty"), std::string::npos);
 }
 
 TEST_F(Program, WrongOptionsEndWithAFailure) {
