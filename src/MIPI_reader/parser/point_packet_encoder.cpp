@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "MIPI_reader/parser/instruction_set.h"
+#include "MIPI_reader/parser/point_block.h"
 #include "MIPI_reader/parser/truncation.h"
 
 namespace kerul::lidar {
@@ -111,10 +113,8 @@ std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept {
   // The published range is limited to this span in the one mode that consumers measure with.
   if (output_mode == kOutputModeReflectivity && (dist_proc <= 0.05F || dist_proc >= 40.0F))
     return 0;
-  // A single-precision unit, deliberately: slightly above 0.004, so that 1.0 m gives 249.
-  constexpr float kUnitMetres = static_cast<float>(point_packet::kUnitMillimetres) / 1000.0F;
-  return static_cast<std::uint16_t>(
-      TruncateToInt32(static_cast<double>(dist_proc) / static_cast<double>(kUnitMetres)));
+  return static_cast<std::uint16_t>(TruncateToInt32(
+      static_cast<double>(dist_proc) / static_cast<double>(point_packet::kUnitMetres)));
 }
 
 PayloadBytes EncodePayload(const LidarPoint& point, int echo, int output_mode) noexcept {
@@ -175,8 +175,11 @@ const LidarPoint* FindPoint(const FrameRows& rows, int row, int col) noexcept {
   return &pixels[static_cast<std::size_t>(col)];
 }
 
-void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index, int echo,
-                 int output_mode, std::uint8_t* packet) noexcept {
+namespace {
+
+// The scalar form, for every mode and for blocks of which the rows hold a part only.
+void WritePointsOneByOne(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index,
+                         int echo, int output_mode, std::uint8_t* packet) noexcept {
   const BlockOrigin origin = OriginOfBlock(packet_index);
   std::uint8_t* bytes = packet + point_packet::kPointsOffset;
   for (int col = origin.col; col < origin.col + point_packet::kBlockSide; ++col) {
@@ -192,6 +195,50 @@ void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_i
       std::copy(payload.begin(), payload.end(), bytes + 2);
       bytes += point_packet::kPointBytes;
     }
+  }
+}
+
+using VectorForm = void (*)(const BlockRows& block, int echo, std::uint8_t* bytes) noexcept;
+
+// Null: the scalar form.
+VectorForm ChosenForm() noexcept {
+  switch (ChosenInstructionSet()) {
+    case InstructionSet::kScalar:
+      return nullptr;
+    case InstructionSet::kPlain:
+      return &WriteBlockPlain;
+    case InstructionSet::kAvx2:
+      return &WriteBlockAvx2;
+    case InstructionSet::kAvx512:
+      return &WriteBlockAvx512;
+  }
+  return nullptr;
+}
+
+// False when the rows do not hold the whole block.
+bool FindBlock(const FrameRows& rows, int packet_index, BlockRows& block) noexcept {
+  const BlockOrigin origin = OriginOfBlock(packet_index);
+  for (int row = 0; row < point_packet::kBlockSide; ++row) {
+    const LidarPoint* first = FindPoint(rows, origin.row + row, origin.col);
+    if (first == nullptr ||
+        FindPoint(rows, origin.row + row, origin.col + point_packet::kBlockSide - 1) == nullptr) {
+      return false;
+    }
+    block.rows[row] = first;
+  }
+  return true;
+}
+
+}  // namespace
+
+void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index, int echo,
+                 int output_mode, std::uint8_t* packet) noexcept {
+  const VectorForm form = output_mode == kOutputModeReflectivity ? ChosenForm() : nullptr;
+  BlockRows block;
+  if (form != nullptr && FindBlock(rows, packet_index, block)) {
+    form(block, echo, packet + point_packet::kPointsOffset);
+  } else {
+    WritePointsOneByOne(rows, grid, packet_index, echo, output_mode, packet);
   }
 }
 

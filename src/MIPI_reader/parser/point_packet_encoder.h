@@ -17,6 +17,8 @@ inline constexpr int kBytes = 249;
 inline constexpr int kVersionMajor = 7;
 inline constexpr int kVersionMinor = 10;
 inline constexpr int kUnitMillimetres = 4;  // distance unit
+// In single precision, deliberately: slightly above 0.004, so that 1.0 m gives 249.
+inline constexpr float kUnitMetres = static_cast<float>(kUnitMillimetres) / 1000.0F;
 inline constexpr int kPoints = 36;
 inline constexpr int kPointBytes = 5;  // distance 2, payload 3
 inline constexpr int kBlockSide = 6;   // a packet covers 6 x 6 pixels, column by column
