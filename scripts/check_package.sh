@@ -61,6 +61,7 @@ xargs -a "$work/depends" chroot "$root" env DEBIAN_FRONTEND=noninteractive \
   fail "dependencies: $(tail -n 5 "$work/apt.log")"
 listing() { (cd "$root" && find . -xdev \( -path ./var/lib/dpkg -o -path ./var/log -o -path ./var/cache \
   -o -path ./proc -o -path ./tmp \) -prune -o -print | sort); }
+mkdir -p "$root/var/lib/private"  # systemd's, where it runs
 listing >"$work/before"
 
 step "Install and run"
@@ -98,7 +99,7 @@ g++ -std=c++20 -Wall -Wextra -Werror "$work/consumer.cpp" -o "$work/consumer" \
 
 step "Remove"
 inside dpkg --remove kerul-lidar-node >"$work/dpkg.log" 2>&1 || fail "remove: $(cat "$work/dpkg.log")"
-mkdir -p "$root/var/lib/private/kerul-lidar-node/data"  # what a service would have cached
+mkdir -p "$root/var/lib/private/kerul-lidar-node"  # what a service would have cached
 ln -s private/kerul-lidar-node "$root/var/lib/kerul-lidar-node"
 inside dpkg --purge kerul-lidar-node >>"$work/dpkg.log" 2>&1 || fail "purge: $(cat "$work/dpkg.log")"
 listing >"$work/after"

@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
 # Checks models/ring.pml with spin: the protocol must hold in every scenario, and every mutant of it
 # must break in the scenario that is named for it. Exit status 0 only then.
-#   check_ring_model.sh          about a minute on two cores, below 1 GB
-#   check_ring_model.sh --long   larger rings and more packets as well, about an hour
+#   check_ring_model.sh          about a minute on two idle cores, below 1 GB
+#   check_ring_model.sh --long   more packets and more faults as well
 set -euo pipefail
 cd "$(dirname "$0")/.."
 model="$PWD/models/ring.pml"
+# Most of the models are explored faster than an optimising compiler translates them.
+optimisation=-O0
 
 long=false
 case "${1:-}" in
   "") ;;
-  --long) long=true ;;
+  --long)
+    long=true
+    optimisation=-O2
+    ;;
   *)
     sed -n '2,5s/^# \{0,1\}//p' "$0"
     [ "$1" = --help ] || [ "$1" = -h ] || exit 2
@@ -27,7 +32,7 @@ explore() {
   shift
   mkdir -p "$folder" && cd "$folder"
   if ! spin -a "$@" "$model" >spin.log 2>&1 ||
-    ! gcc -O1 -w -DSAFETY -DCOLLAPSE -DMEMLIM=1800 -DVECTORSZ=2048 -o pan pan.c 2>gcc.log; then
+    ! gcc "$optimisation" -w -DSAFETY -DCOLLAPSE -DMEMLIM=1800 -DVECTORSZ=2048 -o pan pan.c 2>gcc.log; then
     echo "unknown: cannot be built, see spin and gcc"
     return
   fi
@@ -57,7 +62,7 @@ expect() {
   rm -rf "${work:?}/$name"
 }
 export -f expect explore
-export work model
+export work model optimisation
 
 scenarios=(
   "holds two_readers            -DREADERS=2 -DPACKETS=3"
@@ -66,11 +71,14 @@ scenarios=(
   "holds three_slots            -DREADERS=1 -DPACKETS=6 -DSLOTS=3 -DKEEPUP"
   "holds repair                 -DREADERS=1 -DPACKETS=4 -DINTRUSIONS=1"
   "holds repair_keep_up         -DREADERS=1 -DPACKETS=4 -DINTRUSIONS=1 -DKEEPUP"
+  "holds two_readers_repair     -DREADERS=2 -DPACKETS=2 -DINTRUSIONS=1 -DKEEPUP"
   "holds restart                -DREADERS=1 -DPACKETS=3 -DRESTART"
   "holds restart_keep_up        -DREADERS=1 -DPACKETS=3 -DRESTART -DKEEPUP"
+  "holds two_readers_restart    -DREADERS=2 -DPACKETS=2 -DRESTART -DKEEPUP"
   "holds numbers_begin_again    -DREADERS=1 -DPACKETS=3 -DINPLACE"
   "holds load_by_load           -DREADERS=1 -DPACKETS=3 -DFINE"
   "holds load_by_load_keep_up   -DREADERS=1 -DPACKETS=3 -DFINE -DKEEPUP"
+  "holds load_by_load_repair    -DREADERS=1 -DPACKETS=3 -DFINE -DINTRUSIONS=1"
 )
 mutants=(
   "breaks NO_MARK               -DREADERS=1 -DPACKETS=3"
@@ -89,14 +97,11 @@ mutants=(
   "breaks BOOT_BEFORE_NUMBER    -DREADERS=1 -DPACKETS=3 -DINPLACE"
 )
 larger=(
-  "holds two_readers_on         -DREADERS=2 -DPACKETS=4"
   "holds two_keep_up_on         -DREADERS=2 -DPACKETS=4 -DKEEPUP"
-  "holds two_readers_restart    -DREADERS=2 -DPACKETS=2 -DRESTART -DKEEPUP"
-  "holds two_readers_repair     -DREADERS=2 -DPACKETS=3 -DINTRUSIONS=1 -DKEEPUP"
+  "holds two_readers_on         -DREADERS=2 -DPACKETS=4"
   "holds two_intrusions         -DREADERS=1 -DPACKETS=4 -DINTRUSIONS=2"
   "holds repair_and_restart     -DREADERS=1 -DPACKETS=3 -DINTRUSIONS=1 -DRESTART"
   "holds numbers_begin_again_on -DREADERS=1 -DPACKETS=4 -DINPLACE"
-  "holds load_by_load_repair    -DREADERS=1 -DPACKETS=3 -DFINE -DINTRUSIONS=1"
 )
 lines=("${scenarios[@]}")
 for mutant in "${mutants[@]}"; do
