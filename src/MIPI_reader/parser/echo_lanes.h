@@ -116,15 +116,16 @@ struct EchoKernel {
     echo.highRefl = adapts & (add > shot_ratio * 7.0F);
   }
 
-  // The first largest sample of each lane as a bit at its place. Value and place in one number,
-  // exact in single precision: 4095 * 32 + 16 has 17 bits.
+  // The first largest sample of each lane as a bit at its place. Value and place in one number: the
+  // floats of whole numbers of 12 bits have zeros in their low bits, and floats that are not
+  // negative compare as the integers of the same bits do.
   static Int BitOfFirstMaximum(const Float* w) noexcept {
-    Float key = w[0] * 32.0F + 16.0F;
+    Int key = __builtin_bit_cast(Int, w[0]) | 16;
     for (int i = 1; i < kWindowSamples; ++i) {
-      const Float other = w[i] * 32.0F + static_cast<float>(16 - i);
+      const Int other = __builtin_bit_cast(Int, w[i]) | (16 - i);
       key = V::Select(other > key, other, key);
     }
-    const Int place = 16 - (V::Truncate(key) & 31);
+    const Int place = 16 - (key & 31);
     // 2^place, made as a float, for want of shifts by lane on plain processors.
     return V::Truncate(reinterpret_cast<Float>((place + 127) << 23));
   }

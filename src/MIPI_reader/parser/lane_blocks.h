@@ -222,8 +222,8 @@ void TransposeBlocks(typename Lanes<W>::Int* v) noexcept {
 
 // Words 0..3 of 16 bytes at base + offsets[lane].
 template <int W>
-void LoadWords(const std::uint8_t* base, const std::int32_t* offsets,
-               typename Lanes<W>::Int* words) noexcept {
+[[gnu::always_inline]] inline void LoadWords(const std::uint8_t* base, const std::int32_t* offsets,
+                                             typename Lanes<W>::Int* words) noexcept {
   for (int i = 0; i < 4; ++i) words[i] = LaneBlocks<W>::Load(base, offsets + i);
   TransposeBlocks<W>(words);
 }

@@ -2,13 +2,18 @@
 // for bit, over random settings, windows and earlier contents of the records.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "MIPI_reader/parser/instruction_set.h"
 #include "MIPI_reader/parser/lidar_parser.h"
+#include "MIPI_reader/parser/packet_decoding.h"
 #include "raw_packet_builder.h"
 #include "reference/parser.h"
 #include "support/random_raw_packets.h"
@@ -269,6 +274,30 @@ TEST_P(PacketLanesTest, CurveEntriesAreRoundedHalfAwayFromZero) {
     }
   }
   EXPECT_EQ(compared, 6 * 1399);
+}
+
+// For the address sanitizer: the blocks fill their allocation.
+TEST_P(PacketLanesTest, NothingOutsideTheBlocksIsRead) {
+  const UdpPacket packet = TestPacket(random);
+  const std::vector<std::uint8_t> blocks(packet.buffer + 20, packet.buffer + 20 + 648);
+  const std::vector<std::uint16_t> bins(static_cast<std::size_t>(random.Int(1, 3)), 50);
+  const PacketContext context{.settings = {.keep_bins = true},
+                              .threshold_bins = bins.data(),
+                              .threshold_count = static_cast<int>(bins.size()),
+                              .shot_times = 160.0F,
+                              .shot_ratio = 1.0F,
+                              .first_row = 0,
+                              .first_col = 0,
+                              .echo_count = LidarPoint::echo_num};
+  std::vector<LidarPoint> points(9);
+  std::vector<LidarPoint> expected(9);
+  const int pixel_id = DecodeBlocks(context, blocks.data(), expected.data());
+  const InstructionSet set = std::get<0>(GetParam());
+  const auto decode = set == InstructionSet::kPlain  ? DecodeBlocksPlain
+                      : set == InstructionSet::kAvx2 ? DecodeBlocksAvx2
+                                                     : DecodeBlocksAvx512;
+  EXPECT_EQ(decode(context, blocks.data(), points.data()), pixel_id);
+  for (std::size_t k = 0; k < 9; ++k) EXPECT_TRUE(SameRecord(points[k], expected[k]));
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, PacketLanesTest,
