@@ -107,11 +107,15 @@ void OrderEchoes(FrameRows& rows, int first_row, int row_count,
   for (std::size_t row = range.begin; row < range.end; ++row) {
     for (LidarPoint& pixel : rows[row]) {
       const Ranking ranking = RankEchoes(pixel);
+      const int first_slot = SelectSlot(plan.first, ranking);
+      const int second_slot = plan.count == 2 ? SelectSlot(plan.second, ranking) : 1;
+      // Most pixels: each echo is where it belongs.
+      if (first_slot == 0 && second_slot == 1) continue;
       // Both are read before either slot is written, so that a plan can swap the slots.
-      const OutputFields first = ReadFields(pixel.echoes[SelectSlot(plan.first, ranking)]);
-      const OutputFields second = ReadFields(pixel.echoes[SelectSlot(plan.second, ranking)]);
+      const OutputFields first = ReadFields(pixel.echoes[first_slot]);
+      const OutputFields second = ReadFields(pixel.echoes[second_slot]);
       WriteFields(pixel.echoes[0], first);
-      if (plan.count == 2) WriteFields(pixel.echoes[1], second);
+      WriteFields(pixel.echoes[1], second);
     }
   }
 }
