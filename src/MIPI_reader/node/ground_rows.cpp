@@ -2,22 +2,27 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
+#include "MIPI_reader/node/ground_rules.h"
 #include "MIPI_reader/node/row_range.h"
+#include "MIPI_reader/parser/instruction_set.h"
 
 namespace kerul::lidar {
 namespace {
 
-constexpr int kReach = 2;  // pixels looked at on every side
-constexpr std::size_t kWindow = 2 * kReach + 1;
+using ground::kMinCentre;
+using ground::kReach;
+using ground::kWindow;
+
 constexpr std::size_t kCentre = kReach;
 // Pixel rows above this one look up into the sky. A constant of the sensor, not of the frame.
 constexpr std::size_t kLastGroundRow = 108;
 constexpr float kDefaultMinDist = 1.0F;  // metres
-constexpr float kMinCentre = 1e-6F;      // metres
 constexpr float kNoCorrection = 0.999F;  // scales from here on leave the reflectivity alone
 constexpr float kSmoothWeights[kWindow] = {0.15F, 0.2F, 0.25F, 0.2F, 0.15F};
 
@@ -65,7 +70,7 @@ bool IsColumnFilled(const Window& column, float min_dist) noexcept {
     if (!(d > 0.0F)) return false;
     if (d < min_dist) ++too_near;
   }
-  return too_near <= 1;
+  return too_near <= ground::kMaxTooNear;
 }
 
 Run FindRisingRun(const Window& column) noexcept {
@@ -159,12 +164,7 @@ void LabelPixel(FrameRows& rows, std::size_t row, std::size_t col,
   if (settings.smooth_enable) SmoothAlongRow(rows[row], col, std::min(gates.mean, gates.max));
 }
 
-}  // namespace
-
-void LabelGroundByRise(FrameRows& rows, int m_row, int mrow_height, const GroundSettings& settings,
-                       const AngleCalibGrid& grid) noexcept {
-  const Context context{settings, grid, MinGroundDist(settings.min_dist, m_row)};
-  const RowRange range = ClipRows(rows, std::int64_t{m_row} * mrow_height, mrow_height);
+void LabelRowsScalar(FrameRows& rows, RowRange range, const Context& context) noexcept {
   for (std::size_t row = range.begin; row < range.end; ++row) {
     const bool row_fits = row >= kReach && row <= kLastGroundRow && row + kReach < rows.size();
     const std::size_t width = rows[row].size();
@@ -173,6 +173,95 @@ void LabelGroundByRise(FrameRows& rows, int m_row, int mrow_height, const Ground
       if (row_fits && col >= kReach && col + kReach < width) LabelPixel(rows, row, col, context);
     }
   }
+}
+
+using VectorForm = void (*)(const ground::RowRun&, const GroundSettings&,
+                            ground::GroundBits&) noexcept;
+
+// Null: the scalar form.
+VectorForm ChosenForm() noexcept {
+  switch (ChosenInstructionSet()) {
+    case InstructionSet::kScalar:
+      return nullptr;
+    case InstructionSet::kPlain:
+      return &ground::FindGroundPlain;
+    case InstructionSet::kAvx2:
+      return &ground::FindGroundAvx2;
+    case InstructionSet::kAvx512:
+      return &ground::FindGroundAvx512;
+  }
+  return nullptr;
+}
+
+// The rows of the range that can hold ground.
+RowRange CutToGroundRows(const FrameRows& rows, RowRange range) noexcept {
+  const std::size_t height = rows.size();
+  const std::size_t end =
+      std::min({range.end, kLastGroundRow + 1, height - std::min<std::size_t>(height, kReach)});
+  const std::size_t begin = std::max<std::size_t>(range.begin, kReach);
+  return begin < end ? RowRange{begin, end} : RowRange{};
+}
+
+// Whether the rows and the kReach ones on either side are what the vector forms are made for.
+bool FitsVectorForms(const FrameRows& rows, RowRange range) noexcept {
+  if (range.begin == range.end || range.end - range.begin > ground::kMaxRows) return false;
+  const std::size_t columns = rows[range.begin].size();
+  if (columns < 1 || columns > ground::kMaxColumns) return false;
+  return std::all_of(rows.begin() + static_cast<std::ptrdiff_t>(range.begin - kReach),
+                     rows.begin() + static_cast<std::ptrdiff_t>(range.end + kReach),
+                     [&](const std::vector<LidarPoint>& line) { return line.size() == columns; });
+}
+
+// A pixel that is known to pass all tests.
+void LabelFound(FrameRows& rows, std::size_t row, std::size_t col,
+                const Context& context) noexcept {
+  if (context.settings.vert_seed_enable || context.settings.smooth_enable) {
+    LabelPixel(rows, row, col, context);
+    return;
+  }
+  LidarEcho& echo = rows[row][col].echoes[0];
+  CorrectReflectivity(echo);
+  echo.ground = true;
+}
+
+void LabelRowsByLanes(FrameRows& rows, RowRange range, const Context& context,
+                      VectorForm find_ground) noexcept {
+  ground::RowRun run;
+  run.row_count = static_cast<int>(range.end - range.begin);
+  run.columns = static_cast<int>(rows[range.begin].size());
+  run.min_dist = context.min_dist;
+  for (std::size_t i = 0; i < range.end - range.begin + 2 * kReach; ++i) {
+    run.lines[i] = rows[range.begin - kReach + i].data();
+  }
+  ground::GroundBits bits;
+  find_ground(run, context.settings, bits);
+  for (std::size_t row = range.begin; row < range.end; ++row) {
+    const auto& row_bits = bits.rows[row - range.begin];
+    for (std::size_t word = 0; word < std::size(row_bits); ++word) {
+      for (std::uint64_t left = row_bits[word]; left != 0; left &= left - 1) {
+        const auto bit = static_cast<std::size_t>(std::countr_zero(left));
+        LabelFound(rows, row, 64 * word + bit, context);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void LabelGroundByRise(FrameRows& rows, int m_row, int mrow_height, const GroundSettings& settings,
+                       const AngleCalibGrid& grid) noexcept {
+  const Context context{settings, grid, MinGroundDist(settings.min_dist, m_row)};
+  const RowRange range = ClipRows(rows, std::int64_t{m_row} * mrow_height, mrow_height);
+  const RowRange ground_rows = CutToGroundRows(rows, range);
+  const VectorForm form = ChosenForm();
+  if (form == nullptr || !FitsVectorForms(rows, ground_rows)) {
+    LabelRowsScalar(rows, range, context);
+    return;
+  }
+  for (std::size_t row = range.begin; row < range.end; ++row) {
+    for (LidarPoint& pixel : rows[row]) pixel.echoes[0].ground = false;
+  }
+  LabelRowsByLanes(rows, ground_rows, context, form);
 }
 
 }  // namespace kerul::lidar

@@ -12,6 +12,7 @@
 #include "MIPI_reader/node/neighbour_rules.h"
 #include "MIPI_reader/node/neighbour_validation.h"
 #include "MIPI_reader/parser/instruction_set.h"
+#include "forced_instruction_set.h"
 
 namespace kerul::lidar {
 namespace {
@@ -23,21 +24,8 @@ using frame_builder::SameBytes;
 using frame_builder::SetEcho;
 using frame_builder::WildContent;
 
-class ForcedSet {
- public:
-  explicit ForcedSet(InstructionSet set) : before_(ChosenInstructionSet()) {
-    ForceInstructionSet(set);
-  }
-  ~ForcedSet() { ForceInstructionSet(before_); }
-  ForcedSet(const ForcedSet&) = delete;
-  ForcedSet& operator=(const ForcedSet&) = delete;
-
- private:
-  InstructionSet before_;
-};
-
 void Validate(InstructionSet set, FrameRows& rows, int first_row, int row_count) {
-  const ForcedSet forced(set);
+  const ForcedInstructionSet forced(set);
   ValidateNeighbours(rows, first_row, row_count);
 }
 

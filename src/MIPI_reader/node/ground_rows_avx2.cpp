@@ -1,0 +1,9 @@
+#include "MIPI_reader/node/ground_rows_lanes.h"
+
+namespace kerul::lidar::ground {
+
+void FindGroundAvx2(const RowRun& run, const GroundSettings& settings, GroundBits& bits) noexcept {
+  FindGround<8>(run, settings, bits);
+}
+
+}  // namespace kerul::lidar::ground
