@@ -4,6 +4,7 @@ namespace kerul::lidar::ground {
 
 void FindGroundAvx2(const RowRun& run, const GroundSettings& settings, GroundBits& bits) noexcept {
   FindGround<8>(run, settings, bits);
+  LeaveWideVectors();
 }
 
 }  // namespace kerul::lidar::ground
