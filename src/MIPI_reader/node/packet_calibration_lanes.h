@@ -149,7 +149,7 @@ struct CalibrationKernel {
     }
     V::Store(group.range + first, range);
 
-    const Int mapped = high_width & (range > 0.0F) & (height == height);
+    const Int mapped = high_width & (range > 0.0F) & IsNumber(height);
     if (t.high_threshold_map != nullptr && V::Any(mapped)) {
       height = MapHeights(*t.high_threshold_map, mapped, height);
     }
@@ -169,7 +169,7 @@ struct CalibrationKernel {
   static void Compensate(const CalibrationTables& t, Int high_width, Float noise, Float& range,
                          Float& height) noexcept {
     const Int found = ~(range <= 0.0F);  // a NaN too
-    const Int measured = found & (height == height) & (noise == noise);
+    const Int measured = found & IsNumber(height) & IsNumber(noise);
     const Int last = V::Select(high_width, V::SplatInt(t.high_gains), V::SplatInt(t.low_gains)) - 1;
     const Int begin = high_width & t.low_gains;
     const Float gain = Gather::At(t.gains, begin + Clamp(V::Truncate(noise), Int{}, last));
@@ -184,7 +184,7 @@ struct CalibrationKernel {
   static Float CalibrateRange(const CalibrationTables& t, Int high_width, Float pulse, Float offset,
                               Float range) noexcept {
     // An offset of exactly 0 is an uncalibrated pixel.
-    const Int calibrated = (range > 0.0F) & (pulse == pulse) & (offset != 0.0F);
+    const Int calibrated = (range > 0.0F) & IsNumber(pulse) & (offset != 0.0F);
     const Float correction = CurveAt(t.range_curves, high_width & t.high_curve, pulse);
     const Float settled = range - (correction + offset) * t.range_scale * 0.015625F;
     const Float kept = V::Select(settled < 0.0F, V::Splat(0.004F), settled);
@@ -308,6 +308,11 @@ struct CalibrationKernel {
     const Int entry = (begin + Clamp(index, V::SplatInt(-1), V::SplatInt(kCurveSteps - 2)) + 1) * 2;
     const Float value = Gather::At(&curve->value, entry);
     return Gather::At(&curve->step, entry) * fraction + value;
+  }
+
+  // Not a NaN.
+  static Int IsNumber(Float value) noexcept {
+    return value == value;  // NOLINT(misc-redundant-expression)
   }
 
   static Int Clamp(Int value, Int low, Int high) noexcept {

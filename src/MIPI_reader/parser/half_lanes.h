@@ -11,8 +11,8 @@ namespace kerul::lidar {
 template <int W>
 struct HalfLanes {
   using Float = typename Lanes<W>::Float;
-  typedef double Double __attribute__((vector_size(4 * W)));
-  typedef std::int64_t Long __attribute__((vector_size(4 * W)));
+  using Double __attribute__((vector_size(4 * W))) = double;
+  using Long __attribute__((vector_size(4 * W))) = std::int64_t;
 
   // Lanes 0..W/2-1 and W/2..W-1, widened exactly.
   static Double Low(Float value) noexcept;

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <cmath>
 #include <iterator>
 #include <limits>
 #include <random>
@@ -22,10 +21,11 @@ constexpr std::uint8_t kUntouched = 0xA5;
 
 float RandomFloat(std::mt19937& random, float from, float to) {
   constexpr float kInf = std::numeric_limits<float>::infinity();
-  constexpr float kOdd[] = {0.0F,   -0.0F, -1.0F,         kInf,   -kInf,     std::nanf(""),
-                            0.05F,  40.0F, 0.06F,         1.0F,   255.0F,    255.5F,
-                            256.0F, -3.0F, -5.5F,         511.0F, 512.0F,    1e10F,
-                            -1e10F, 3e38F, 2147483648.0F, 1e-42F, 39.999996F};
+  constexpr float kOdd[] = {
+      0.0F,   -0.0F, -1.0F,         kInf,   -kInf,     std::numeric_limits<float>::quiet_NaN(),
+      0.05F,  40.0F, 0.06F,         1.0F,   255.0F,    255.5F,
+      256.0F, -3.0F, -5.5F,         511.0F, 512.0F,    1e10F,
+      -1e10F, 3e38F, 2147483648.0F, 1e-42F, 39.999996F};
   if (std::bernoulli_distribution(0.2)(random)) {
     return kOdd[std::uniform_int_distribution<std::size_t>(0, std::size(kOdd) - 1)(random)];
   }
