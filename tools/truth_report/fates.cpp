@@ -13,6 +13,8 @@ using simulator::EchoTruth;
 using simulator::PixelTruth;
 using simulator::ReturnKind;
 
+constexpr std::uint8_t kNarrowPulse = 1;  // bit of the published width flags
+
 PointPayload PayloadOf(const CollectedFrame& frame, const FramePoint& point) noexcept {
   return DecodePointPayload(frame.key.output_mode, point.payload.data());
 }
@@ -127,6 +129,10 @@ void CountEcho(const PixelTruth& pixel, const Place& at, const CollectedFrame& b
   counts.by_kind[static_cast<std::size_t>(truth.kind)] += fate;
   if (truth.kind == ReturnKind::kNoise && IsIsolated(before, at.echo, at.row, at.col)) {
     counts.isolated_noise += fate;
+  }
+  if (truth.kind == ReturnKind::kCrosstalk && at.echo == 0) {
+    counts.first_crosstalk += fate;
+    if ((was.cogw_flag & kNarrowPulse) != 0) counts.first_narrow_crosstalk += fate;
   }
   if (truth.kind == ReturnKind::kBloom && !is.bloom && !HasSourceNear(before, at.row, at.col)) {
     ++counts.bloom_without_source;

@@ -29,8 +29,10 @@ struct FillCounts {
 
 struct FateCounts {
   std::array<Fate, kKinds> by_kind{};
-  Fate isolated_noise;  // of the noise, returns that no neighbour agreed with before
-  Fate weak;            // of the surfaces, returns whose peak missed the detection level
+  Fate isolated_noise;          // of the noise, returns that no neighbour agreed with before
+  Fate weak;                    // of the surfaces, returns whose peak missed the detection level
+  Fate first_crosstalk;         // of the crosstalk, returns in the first slot
+  Fate first_narrow_crosstalk;  // of these, pulses below the low width curve
   // Of the bloom, returns without the mark that have no recognised retro-reflector within the 3 x 3
   // blocks around them, where the pass looks for one.
   std::size_t bloom_without_source = 0;

@@ -171,7 +171,7 @@ void WriteFilterPictures(const std::string& directory) {
                            by_kind});
   WritePicture(directory, {"filter_bloom.png",
                            "retro",
-                           {},
+                           {.first_row = 82, .rows = 72, .first_col = 60, .cols = 200, .zoom = 3},
                            {{"without bloom suppression", DefaultWithoutBloom()},
                             {"with all passes", kDefaultPasses}},
                            ByBloom,

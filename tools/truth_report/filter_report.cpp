@@ -23,6 +23,8 @@ std::string FateTable(const FateCounts& counts) {
          Row("noise", counts.Of(ReturnKind::kNoise)) +
          Row("noise, isolated", counts.isolated_noise) +
          Row("crosstalk", counts.Of(ReturnKind::kCrosstalk)) +
+         Row("crosstalk, first slot", counts.first_crosstalk) +
+         Row("crosstalk, first slot, narrow", counts.first_narrow_crosstalk) +
          Row("after-pulses", counts.Of(ReturnKind::kAfterPulse)) +
          Row("bloom", counts.Of(ReturnKind::kBloom)) + Row("surfaces", counts.Surfaces()) +
          Row("ground", counts.Of(ReturnKind::kGround)) +
