@@ -178,6 +178,7 @@ void WriteFilterPictures(const std::string& directory) {
                            {{kSurface, "surface"},
                             {kRetro, "retro-reflector"},
                             {kBloom, "bloom, as bright as its reflectivity"},
+                            {kFilled, "filled"},
                             {kFalse, "other false return"}}});
   Passes no_labels = kDefaultPasses;
   no_labels.ground = false;

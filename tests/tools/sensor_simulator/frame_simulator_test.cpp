@@ -223,5 +223,26 @@ TEST(FrameSimulator, OverlappingWindowsHoldTheSameCounts) {
   EXPECT_GT(compared, 1000);
 }
 
+TEST(FrameSimulator, CrosstalkStandsAtOneRangeAllThroughAnExposure) {
+  std::map<int, std::map<float, int>> ranges;  // by exposure: row group and column slot
+  const SimulatedFrame frame = FrameOf("crosstalk");
+  for (int index = 0; index < kPixels; ++index) {
+    for (const EchoTruth& echo : frame.truth[static_cast<std::size_t>(index)]) {
+      if (echo.kind != ReturnKind::kCrosstalk) continue;
+      ++ranges[index / kCols / 6 * kSlots + index % kCols / 6 % kSlots][echo.range_m];
+    }
+  }
+  // Six of ten of 144 exposures; three standard deviations to either side.
+  EXPECT_GT(ranges.size(), 68U);
+  EXPECT_LT(ranges.size(), 105U);
+  std::map<float, int> exposures_at;
+  for (const auto& [exposure, found] : ranges) {
+    EXPECT_EQ(found.size(), 1U) << exposure;
+    ++exposures_at[found.begin()->first];
+  }
+  EXPECT_EQ(exposures_at.size(), ranges.size());
+  EXPECT_EQ(Kinds(FrameOf("street"), 0).count(ReturnKind::kCrosstalk), 0U);
+}
+
 }  // namespace
 }  // namespace kerul::lidar::simulator

@@ -158,5 +158,21 @@ TEST(Scenes, EveryNameMakesItsScene) {
   EXPECT_THROW(MakeScene("garden"), std::invalid_argument);
 }
 
+TEST(Scenes, TargetsFaceTheSensorAndHideNothing) {
+  const Scene scene = MakeScene("targets");
+  const PlacedScene placed(scene, 0.0);
+  ASSERT_EQ(scene.bodies.size(), 27U);
+  for (std::size_t i = 0; i < scene.bodies.size(); ++i) {
+    const Vec3& centre = scene.bodies[i].position;
+    const double range = std::sqrt(Dot(centre, centre));
+    const RayHits hits = placed.Cast(centre * (1.0 / range));
+    ASSERT_EQ(hits.count, 1) << i;
+    EXPECT_EQ(hits.hits[0].body, i);
+    EXPECT_NEAR(hits.hits[0].range_m, range, 1e-9);
+    // Upright boards at 18 degrees above or below are not quite face on.
+    EXPECT_GT(hits.hits[0].cos_incidence, 0.95);
+  }
+}
+
 }  // namespace
 }  // namespace kerul::lidar::simulator
