@@ -11,9 +11,9 @@
 
 namespace kerul::lidar::simulator {
 
-// The 6912 raw packets of one frame of a scene (street, retro, noise, crosstalk, targets, empty). The same arguments
-// give the same bytes. Some 0.1 seconds; for many frames keep a FrameSimulator. Throws
-// std::invalid_argument for a scene that is not known.
+// The 6912 raw packets of one frame of a scene (street, retro, noise, crosstalk, targets, empty).
+// The same arguments give the same bytes. Some 0.1 seconds; for many frames keep a FrameSimulator.
+// Throws std::invalid_argument for a scene that is not known.
 std::vector<RawPacket> SimulateFrame(const std::string& scene, std::uint32_t frame_number,
                                      const SimulatorOptions& options = {});
 

@@ -81,14 +81,6 @@ Fate FateCounts::Surfaces() const noexcept {
   return sum;
 }
 
-Fate FateCounts::FalseReturns() const noexcept {
-  Fate sum;
-  for (std::size_t kind = 1; kind < kKinds; ++kind) {
-    if (!IsSurface(static_cast<ReturnKind>(kind))) sum += by_kind[kind];
-  }
-  return sum;
-}
-
 bool IsIsolated(const CollectedFrame& frame, int echo, int row, int col) noexcept {
   const float range = frame.RangeM(frame.At(echo, row, col));
   const float gate = std::max(0.04F * range, 0.4F);

@@ -41,9 +41,8 @@ struct FateCounts {
   std::vector<double> marked_error_before;
   std::vector<double> marked_error_after;
 
-  // Surfaces but retro-reflectors; false returns.
+  // All surfaces but retro-reflectors.
   Fate Surfaces() const noexcept;
-  Fate FalseReturns() const noexcept;
   const Fate& Of(simulator::ReturnKind kind) const noexcept {
     return by_kind[static_cast<std::size_t>(kind)];
   }

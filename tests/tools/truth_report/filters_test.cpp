@@ -65,7 +65,6 @@ TEST(CountFates, TellsKeptRemovedAndDimmedReturnsApart) {
   EXPECT_EQ(bloom.removed, 1U);
   EXPECT_EQ(bloom.dimmed, 1U);
   EXPECT_EQ(bloom.marked, 1U);
-  EXPECT_EQ(runs.Count().FalseReturns().before, 3U);
   EXPECT_EQ(runs.Count().Surfaces().before, 0U);
 }
 
