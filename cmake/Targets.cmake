@@ -50,7 +50,12 @@ function(kerul_add_test_folders)
         endif()
       endforeach()
     endif()
+    # Live runs of whole programs have the machine to themselves.
+    set(properties TIMEOUT 600)
+    if(folder STREQUAL "process")
+      list(APPEND properties RUN_SERIAL TRUE LABELS live)
+    endif()
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_FILTER "-*AMillionPackets*"
-                         PROPERTIES TIMEOUT 300)
+                         PROPERTIES ${properties})
   endforeach()
 endfunction()
