@@ -21,11 +21,7 @@ std::string_view StageName(int stage) {
   constexpr std::string_view kNames[kStages] = {
       "take from memory",
       "parse and echo computation",
-      "calibration: environment",
-      "calibration: range",
-      "calibration: height map",
-      "calibration: high reflectivity",
-      "calibration: reflectivity",
+      "calibration, all five steps",
       "copy into the frame",
       "reset of pixels not overwritten",
       "priming",
@@ -88,18 +84,7 @@ void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
       node_.parser().ParsePacket(datagrams_[i], points_[i], frame_id_, node_.config().echo_num);
     }
   });
-  Measure(Stage::kEnvironment,
-          for_each_packet([&](auto& points) { CompensateEnvironment(node_.env_calib(), points); }));
-  Measure(Stage::kRange,
-          for_each_packet([&](auto& points) { CalibrateRange(node_.dist_calib(), points); }));
-  Measure(Stage::kHeightMap, for_each_packet([&](auto& points) {
-            MapHighThresholdHeights(node_.high_threshold_map(), points);
-          }));
-  Measure(Stage::kHighRefl, for_each_packet([&](auto& points) {
-            CheckHighReflectivity(node_.high_refl_check(), points);
-          }));
-  Measure(Stage::kReflectivity,
-          for_each_packet([&](auto& points) { node_.retro_calib().calib_points(points); }));
+  Measure(Stage::kCalibrate, for_each_packet([&](auto& points) { node_.CalibratePoints(points); }));
   Measure(Stage::kCopy, for_each_packet([&](auto& points) { node_.CopyIntoFrame(points); }));
 }
 

@@ -12,11 +12,7 @@ namespace kerul::lidar::bench {
 enum class Stage {
   kReceive,
   kParse,
-  kEnvironment,
-  kRange,
-  kHeightMap,
-  kHighRefl,
-  kReflectivity,
+  kCalibrate,
   kCopy,
   kStale,
   kPrime,

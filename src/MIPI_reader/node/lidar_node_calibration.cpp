@@ -257,11 +257,10 @@ void LidarNode::BuildBloomCalib() {
     std::copy(tables.psf_diagonal_block.begin(), tables.psf_diagonal_block.end(),
               calib.psf_diagonal_block);
   }
-  constexpr int kSide = kerul::lidar::kTemplateSide;
-  if (tables.power_template.size() == static_cast<std::size_t>(kSide * kSide)) {
-    for (int i = 0; i < kSide * kSide; ++i) {
-      calib.power_template[i / kSide][i % kSide] =
-          tables.power_template[static_cast<std::size_t>(i)];
+  constexpr std::size_t kSide = kerul::lidar::kTemplateSide;
+  if (tables.power_template.size() == kSide * kSide) {
+    for (std::size_t i = 0; i < kSide * kSide; ++i) {
+      calib.power_template[i / kSide][i % kSide] = tables.power_template[i];
     }
   }
   bloom_calib_ = calib;

@@ -17,7 +17,7 @@ template <>
 struct LaneBlocks<4> {
   using Float = Lanes<4>::Float;
   using Int = Lanes<4>::Int;
-  typedef double HalfDouble __attribute__((vector_size(16)));
+  using HalfDouble __attribute__((vector_size(16))) = double;
 
   // 16 bytes from each of base + offsets[0], [4], [8] and so on.
   static Int Load(const std::uint8_t* base, const std::int32_t* offsets) noexcept {
@@ -75,7 +75,7 @@ template <>
 struct LaneBlocks<8> {
   using Float = Lanes<8>::Float;
   using Int = Lanes<8>::Int;
-  typedef double HalfDouble __attribute__((vector_size(32)));
+  using HalfDouble __attribute__((vector_size(32))) = double;
 
   static __m128i LoadBlock(const std::uint8_t* from) noexcept {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
@@ -140,7 +140,7 @@ template <>
 struct LaneBlocks<16> {
   using Float = Lanes<16>::Float;
   using Int = Lanes<16>::Int;
-  typedef double HalfDouble __attribute__((vector_size(64)));
+  using HalfDouble __attribute__((vector_size(64))) = double;
 
   static __m128i LoadBlock(const std::uint8_t* from) noexcept {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));

@@ -21,10 +21,10 @@ namespace kerul::lidar {
 
 template <int W>
 struct Lanes {
-  typedef float Float __attribute__((vector_size(4 * W)));
+  using Float __attribute__((vector_size(4 * W))) = float;
   // Also the type of masks: every lane all ones or all zeros. a < b gives one; NaN compares false.
-  typedef std::int32_t Int __attribute__((vector_size(4 * W)));
-  typedef double Double __attribute__((vector_size(8 * W)));
+  using Int __attribute__((vector_size(4 * W))) = std::int32_t;
+  using Double __attribute__((vector_size(8 * W))) = double;
 
   // Any address: the records are not aligned to vectors.
   static Float Load(const float* from) noexcept {

@@ -16,9 +16,10 @@ namespace kerul::lidar {
 template <typename Record>
 inline void CopyRecord(Record& to, const Record& from) noexcept {
   static_assert(std::is_trivially_copyable_v<Record>);
-  typedef std::uint64_t Block __attribute__((vector_size(16)));
-  constexpr std::size_t kBlocks = sizeof(Record) / sizeof(Block);
-  constexpr std::size_t kRest = sizeof(Record) % sizeof(Block);
+  using Block __attribute__((vector_size(16))) = std::uint64_t;
+  constexpr std::size_t kBlockBytes = sizeof(Block);
+  constexpr std::size_t kBlocks = sizeof(Record) / kBlockBytes;
+  constexpr std::size_t kRest = sizeof(Record) % kBlockBytes;
   auto* target = reinterpret_cast<unsigned char*>(&to);
   const auto* source = reinterpret_cast<const unsigned char*>(&from);
   const auto copy_block = [=](std::size_t offset) {
@@ -28,10 +29,10 @@ inline void CopyRecord(Record& to, const Record& from) noexcept {
   };
   // Unrolled, because a loop would be turned back into a string instruction.
   [&]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
-    (copy_block(kIndex * sizeof(Block)), ...);
+    (copy_block(kIndex * kBlockBytes), ...);
   }
   (std::make_index_sequence<kBlocks>());
-  std::memcpy(target + kBlocks * sizeof(Block), source + kBlocks * sizeof(Block), kRest);
+  std::memcpy(target + kBlocks * kBlockBytes, source + kBlocks * kBlockBytes, kRest);
 }
 
 // Asks for the record's cache lines, which are about to be written.
