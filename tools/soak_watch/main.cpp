@@ -1,0 +1,56 @@
+// Follows the node's ring until it is interrupted and prints what it counted, as key=value lines.
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+
+#include "received_packet.h"
+#include "shm_ring_reader.h"
+#include "soak_watch/stream_order.h"
+
+namespace {
+
+using namespace kerul::lidar;
+
+std::atomic<bool> stop{false};
+
+void Stop(int /*signal*/) { stop = true; }
+
+void Print(const char* key, std::uint64_t value) {
+  std::printf("%s=%llu\n", key, static_cast<unsigned long long>(value));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc > 2) {
+    std::fprintf(stderr, "usage: soak_watch [NAME OF THE RING]\n");
+    return 2;
+  }
+  std::signal(SIGINT, Stop);
+  std::signal(SIGTERM, Stop);
+  ShmRingReader reader(argc > 1 ? argv[1] : nullptr, RingStart::kOldest);
+  StreamOrder order;
+  ReceivedPacket packet{};
+  std::uint64_t refused = 0;
+  // What stands in the ring is still read after an interrupt.
+  while (reader.Next(packet, std::chrono::milliseconds(50)) || !stop) {
+    if (packet.number == 0) continue;
+    PointPacketView view;
+    if (view.Parse(packet.bytes, packet.length) == PointPacketError::kNone) {
+      order.Take(view);
+    } else {
+      ++refused;
+    }
+    packet.number = 0;
+  }
+  const RingStatistics& ring = reader.Statistics();
+  Print("accepted", ring.accepted);
+  Print("lost", ring.lost);
+  Print("torn", ring.torn);
+  Print("refused", refused);
+  Print("frames", order.Counts().frames);
+  Print("frames_backwards", order.Counts().frames_backwards);
+  Print("packets_backwards", order.Counts().packets_backwards);
+  return 0;
+}
