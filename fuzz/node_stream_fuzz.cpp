@@ -32,8 +32,9 @@ DefaultConfig NodeConfig() {
   config.echo_output_code = 12;
   config.output_mode = 12;
   config.shm_name = testing::UniqueShmName("fuzz");
-  // More than one datagram can set free: two echoes of a frame.
-  config.shm_size = shm_ring::kHeaderBytes + 4096U * shm_ring::kStride;
+  // More than one datagram can set free: both echoes of the frame that it closes, and of the rows
+  // before its own in the frame that it opens.
+  config.shm_size = shm_ring::kHeaderBytes + 8192U * shm_ring::kStride;
   return config;
 }
 
