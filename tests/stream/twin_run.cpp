@@ -70,8 +70,9 @@ DefaultConfig StreamConfig() {
   DefaultConfig config = default_config::kConfig;
   config.recv_port = 0;
   config.shm_name = UniqueShmName("stream");
-  // More than a frame's packets, which one datagram can set free.
-  config.shm_size = shm_ring::kHeaderBytes + 4096U * shm_ring::kStride;
+  // More than one datagram can set free: both echoes of the frame that it closes, and of the rows
+  // before its own in the frame that it opens.
+  config.shm_size = shm_ring::kHeaderBytes + 8192U * shm_ring::kStride;
   return config;
 }
 
