@@ -87,13 +87,15 @@ QndrAngleDatRecord RandomCamera(RandomRecords& random) {
   record.f = random.Chance(0.9) ? random.Uniform(100.0F, 600.0F) : random.Uniform(-5.0F, 1e6F);
   record.cx = random.Uniform(100.0F, 200.0F) * static_cast<float>(bins);
   record.cy = random.Uniform(100.0F, 320.0F) * static_cast<float>(bins);
-  for (float& coefficient : record.k) coefficient = random.Uniform(-0.2F, 0.2F);
+  // The record is packed: its floats are assigned, never referred to.
+  for (std::size_t i = 0; i < 4; ++i) record.k[i] = random.Uniform(-0.2F, 0.2F);
   record.tilt_tan = random.Chance(0.3) ? 0.0F : random.Uniform(-0.1F, 0.1F);
   record.tilt_azimuth = random.Uniform(-10.0F, 10.0F);
   if (random.Chance(0.8)) return record;
-  for (float* field : {&record.cx, &record.cy, &record.tilt_tan, &record.tilt_azimuth}) {
-    if (random.Chance(0.3)) *field = random.EdgeValue();
-  }
+  if (random.Chance(0.3)) record.cx = random.EdgeValue();
+  if (random.Chance(0.3)) record.cy = random.EdgeValue();
+  if (random.Chance(0.3)) record.tilt_tan = random.EdgeValue();
+  if (random.Chance(0.3)) record.tilt_azimuth = random.EdgeValue();
   return record;
 }
 
