@@ -16,6 +16,7 @@
 #include "random_records.h"
 #include "reference/encoder.h"
 #include "reference/merge.h"
+#include "support/instruction_sets.h"
 #include "support/point_compare.h"
 #include "support/temp_dir.h"
 
@@ -37,6 +38,7 @@ class PointPackets : public ::testing::TestWithParam<int> {};
 
 TEST_P(PointPackets, AreTheReferencesForEveryBlockOfARandomFrame) {
   RandomRecords random(static_cast<std::uint64_t>(61 + GetParam()));
+  InstructionSetGuard forms;
   const LidarFrame frame =
       random.Frame(216, 288, 2, GetParam() % 2 == 0 ? FrameStyle::kWild : FrameStyle::kSalted);
   LidarParserQDV11 node;
@@ -50,6 +52,7 @@ TEST_P(PointPackets, AreTheReferencesForEveryBlockOfARandomFrame) {
   UdpPacket expected{};
   int compared = 0;
   for (int index = 0; index < 1728; ++index) {
+    forms.Next();
     LidarPoint::echo_num = random.Chance(0.95) ? 2 : 1;
     const reference::PacketRequest request{.echo = random.Below(2),
                                            .packet_index = index,

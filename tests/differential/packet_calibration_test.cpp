@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "MIPI_reader/node/packet_calibrator.h"
 #include "config/default_config.h"
 #include "random_records.h"
 #include "reference/packet_calibration.h"
+#include "support/instruction_sets.h"
 #include "support/point_compare.h"
 
 namespace kerul::lidar::testing {
@@ -48,21 +50,26 @@ int Compare(const std::vector<LidarPoint>& before, NodeStep node_step,
   return changed;
 }
 
+reference::EnvironmentTables RandomEnvironment(RandomRecords& random) {
+  const DefaultTables& defaults = default_config::kConfig.tables;
+  reference::EnvironmentTables tables{defaults.env_cogh, defaults.env_cogh_high, {}, 15.0F};
+  if (random.Chance(0.5)) {
+    const double salt = random.Chance(0.5) ? 0.05 : 0.0;
+    const auto entries = static_cast<std::size_t>(random.Chance(0.7) ? 1024 : 1);
+    tables.env_cogh = random.Table(entries, 0.0F, 2.0F, salt);
+    tables.env_cogh_high = random.Table(entries, 0.0F, 2.0F, salt);
+    tables.bias = random.Salted(-20.0F, 20.0F);
+  }
+  if (random.Chance(0.5)) tables.env_cogt = random.Table(4, -3.0F, 3.0F, 0.05);
+  return tables;
+}
+
 TEST(PacketCalibration, CompensationForTheEnvironmentIsTheReferences) {
   RandomRecords random(21);
-  const DefaultTables& tables = default_config::kConfig.tables;
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
     random.StartRound();
-    reference::EnvironmentTables environment{tables.env_cogh, tables.env_cogh_high, {}, 15.0F};
-    if (random.Chance(0.5)) {
-      const double salt = random.Chance(0.5) ? 0.05 : 0.0;
-      const auto entries = static_cast<std::size_t>(random.Chance(0.7) ? 1024 : 1);
-      environment.env_cogh = random.Table(entries, 0.0F, 2.0F, salt);
-      environment.env_cogh_high = random.Table(entries, 0.0F, 2.0F, salt);
-      environment.bias = random.Salted(-20.0F, 20.0F);
-    }
-    if (random.Chance(0.5)) environment.env_cogt = random.Table(4, -3.0F, 3.0F, 0.05);
+    const reference::EnvironmentTables environment = RandomEnvironment(random);
     const EnvCalib calib(environment.env_cogh, environment.env_cogh_high, environment.env_cogt,
                          environment.bias);
     changed += Compare(
@@ -72,15 +79,20 @@ TEST(PacketCalibration, CompensationForTheEnvironmentIsTheReferences) {
   EXPECT_GT(changed, kRounds * kPointsPerRound / 2);
 }
 
+reference::RangeTables RandomRange(RandomRecords& random) {
+  const double salt = random.Chance(0.5) ? 0.05 : 0.0;
+  reference::RangeTables tables{
+      random.Table(512, -20.0F, 100.0F, salt), random.Table(82944, 1.0F, 255.0F, 0.05), {}};
+  if (random.Chance(0.7)) tables.curve_high = random.Table(512, -20.0F, 100.0F, salt);
+  return tables;
+}
+
 TEST(PacketCalibration, RangeCorrectionIsTheReferences) {
   RandomRecords random(22);
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
     random.StartRound();
-    const double salt = random.Chance(0.5) ? 0.05 : 0.0;
-    reference::RangeTables tables{
-        random.Table(512, -20.0F, 100.0F, salt), random.Table(82944, 1.0F, 255.0F, 0.05), {}};
-    if (random.Chance(0.7)) tables.curve_high = random.Table(512, -20.0F, 100.0F, salt);
+    const reference::RangeTables tables = RandomRange(random);
     const DistCalib calib(tables.curve, tables.offset, tables.curve_high);
     changed += Compare(
         RandomPoints(random), [&](auto& points) { CalibrateRange(calib, points); },
@@ -89,24 +101,28 @@ TEST(PacketCalibration, RangeCorrectionIsTheReferences) {
   EXPECT_GT(changed, kRounds * kPointsPerRound / 2);
 }
 
+reference::HeightMapTables RandomHeightMap(RandomRecords& random) {
+  const DefaultTables& defaults = default_config::kConfig.tables;
+  reference::HeightMapTables tables{defaults.high_threshold_cogh_in,
+                                    defaults.high_threshold_cogh_out};
+  if (random.Chance(0.4)) return tables;
+  const auto entries = static_cast<std::size_t>(random.Between(2, 40));
+  float height = random.Uniform(-10.0F, 100.0F);
+  tables.cogh_in.resize(entries);
+  for (float& entry : tables.cogh_in) {
+    entry = height;
+    height += random.Chance(0.1) ? 0.0F : random.Uniform(0.0F, 30.0F);
+  }
+  tables.cogh_out = random.Table(entries, 0.0F, 500.0F, 0.05);
+  return tables;
+}
+
 TEST(PacketCalibration, HeightMapIsTheReferences) {
   RandomRecords random(23);
-  const DefaultTables& defaults = default_config::kConfig.tables;
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
     random.StartRound();
-    reference::HeightMapTables tables{defaults.high_threshold_cogh_in,
-                                      defaults.high_threshold_cogh_out};
-    if (random.Chance(0.6)) {
-      const auto entries = static_cast<std::size_t>(random.Between(2, 40));
-      float height = random.Uniform(-10.0F, 100.0F);
-      tables.cogh_in.resize(entries);
-      for (float& entry : tables.cogh_in) {
-        entry = height;
-        height += random.Chance(0.1) ? 0.0F : random.Uniform(0.0F, 30.0F);
-      }
-      tables.cogh_out = random.Table(entries, 0.0F, 500.0F, 0.05);
-    }
+    const reference::HeightMapTables tables = RandomHeightMap(random);
     const HighThresholdMap map(tables.cogh_in, tables.cogh_out);
     changed += Compare(
         RandomPoints(random), [&](auto& points) { MapHighThresholdHeights(map, points); },
@@ -179,30 +195,84 @@ TEST(PacketCalibration, HighReflectivityRulesAreTheReferences) {
   EXPECT_GT(changed, kRounds * kPointsPerRound / 10);
 }
 
+reference::ReflectivityTables RandomReflectivity(RandomRecords& random) {
+  const double salt = random.Chance(0.5) ? 0.05 : 0.0;
+  reference::ReflectivityTables tables;
+  tables.retro_curve = random.Table(512, -2.0F, 12.0F, salt);
+  tables.retro_scale = random.Table(82944, 1.0F, 10.0F, 0.05);
+  tables.high_refl_check = RandomCheck(random);
+  if (random.Chance(0.7)) tables.cogh_efficiant = default_config::kConfig.tables.cogh_efficiant;
+  if (random.Chance(0.2)) tables.cogh_efficiant = random.Table(600, 0.0F, 4.0F, 0.05);
+  if (random.Chance(0.5)) tables.retro_filter = random.Table(31, 0.0F, 30.0F, salt);
+  return tables;
+}
+
+// Some are near, where further tables have their say.
+std::vector<LidarPoint> RandomNearPoints(RandomRecords& random) {
+  std::vector<LidarPoint> points = RandomPoints(random);
+  for (LidarPoint& point : points) {
+    if (random.Chance(0.4)) point.echoes[0].dist_raw = random.Uniform(0.0F, 12.0F);
+  }
+  return points;
+}
+
+RetroCalib MakeRetroCalib(const reference::ReflectivityTables& tables) {
+  return {tables.retro_curve, tables.retro_scale, tables.high_refl_check, tables.cogh_efficiant,
+          tables.retro_filter};
+}
+
 TEST(PacketCalibration, ReflectivityIsTheReferences) {
   RandomRecords random(25);
-  const DefaultTables& defaults = default_config::kConfig.tables;
   int changed = 0;
   for (int round = 0; round < kRounds && !::testing::Test::HasFailure(); ++round) {
     random.StartRound();
-    const double salt = random.Chance(0.5) ? 0.05 : 0.0;
-    reference::ReflectivityTables tables;
-    tables.retro_curve = random.Table(512, -2.0F, 12.0F, salt);
-    tables.retro_scale = random.Table(82944, 1.0F, 10.0F, 0.05);
-    tables.high_refl_check = RandomCheck(random);
-    if (random.Chance(0.7)) tables.cogh_efficiant = defaults.cogh_efficiant;
-    if (random.Chance(0.2)) tables.cogh_efficiant = random.Table(600, 0.0F, 4.0F, 0.05);
-    if (random.Chance(0.5)) tables.retro_filter = random.Table(31, 0.0F, 30.0F, salt);
-    const RetroCalib calib(tables.retro_curve, tables.retro_scale, tables.high_refl_check,
-                           tables.cogh_efficiant, tables.retro_filter);
-    std::vector<LidarPoint> points = RandomPoints(random);
-    for (LidarPoint& point : points) {
-      // Near ones, where further tables have their say.
-      if (random.Chance(0.4)) point.echoes[0].dist_raw = random.Uniform(0.0F, 12.0F);
-    }
+    const reference::ReflectivityTables tables = RandomReflectivity(random);
+    const RetroCalib calib = MakeRetroCalib(tables);
     changed += Compare(
-        points, [&](auto& some) { calib.calib_points(some); },
-        [&](auto& some) { reference::CalibrateReflectivity(tables, some); });
+        RandomNearPoints(random), [&](auto& points) { calib.calib_points(points); },
+        [&](auto& points) { reference::CalibrateReflectivity(tables, points); });
+  }
+  EXPECT_GT(changed, kRounds * kPointsPerRound / 2);
+}
+
+// All steps of a packet in one call, in every form, steps left out at random.
+TEST(PacketCalibration, AllStepsTogetherAreTheReferencesStepsInTheirOrder) {
+  RandomRecords random(26);
+  InstructionSetGuard forms;
+  int changed = 0;
+  for (int round = 0; round < 2 * kRounds && !::testing::Test::HasFailure(); ++round) {
+    random.StartRound();
+    const reference::EnvironmentTables environment = RandomEnvironment(random);
+    const reference::RangeTables range = RandomRange(random);
+    const reference::HeightMapTables heights = RandomHeightMap(random);
+    const reference::ReflectivityTables reflectivity = RandomReflectivity(random);
+    const HighReflCheck check = RandomCheck(random);
+    const EnvCalib env(environment.env_cogh, environment.env_cogh_high, environment.env_cogt,
+                       environment.bias);
+    const DistCalib dist(range.curve, range.offset, range.curve_high);
+    const HighThresholdMap map(heights.cogh_in, heights.cogh_out);
+    const RetroCalib retro = MakeRetroCalib(reflectivity);
+    const auto chosen = [&](const auto& step) { return random.Chance(0.9) ? &step : nullptr; };
+    const CalibrationSteps steps{.env = chosen(env),
+                                 .dist = chosen(dist),
+                                 .high_threshold_map = chosen(map),
+                                 .high_refl_check = chosen(check),
+                                 .retro = chosen(retro)};
+    const PacketCalibrator calibrator(steps);
+    for (int packet = 0; packet < 4; ++packet) {
+      forms.Next();
+      std::vector<LidarPoint> points = RandomNearPoints(random);
+      if (random.Chance(0.8)) points.resize(9);
+      changed += Compare(
+          points, [&](auto& some) { calibrator.Calibrate(some); },
+          [&](auto& some) {
+            if (steps.env != nullptr) reference::CompensateForEnvironment(environment, some);
+            if (steps.dist != nullptr) reference::CorrectRange(range, some);
+            if (steps.high_threshold_map != nullptr) reference::MapHeights(heights, some);
+            if (steps.high_refl_check != nullptr) reference::CheckHighRefl(check, some);
+            if (steps.retro != nullptr) reference::CalibrateReflectivity(reflectivity, some);
+          });
+    }
   }
   EXPECT_GT(changed, kRounds * kPointsPerRound / 2);
 }
