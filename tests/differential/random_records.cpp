@@ -257,39 +257,51 @@ void PackBlock(const std::uint16_t* samples, std::uint8_t* block) {
 
 }  // namespace
 
-UdpPacket RandomRecords::RawPacket() {
+UdpPacket RandomRecords::RawPacketBytes() {
   UdpPacket packet;
   for (std::uint8_t& byte : packet.buffer) byte = Byte();
   packet.length = 692;
   packet.timed_out = 0;
-  std::uint8_t* b = packet.buffer;
-  b[0] = 0xEE;
-  b[1] = 0xFF;
-  b[2] = 7;
-  b[3] = 11;
-  b[12] = 9;
-  const bool sound = Chance(0.7);
-  const int run = Below(6);
-  const int subpacket = Below(8);
-  if (sound) {
-    b[671] = static_cast<std::uint8_t>(Below(4));
-    b[673] = static_cast<std::uint8_t>(Below(36));
-    b[674] = static_cast<std::uint8_t>(subpacket);
-  }
+  static constexpr std::uint8_t kStart[] = {0xEE, 0xFF, 7, 11};
+  std::copy(std::begin(kStart), std::end(kStart), packet.buffer);
+  packet.buffer[12] = 9;
+  return packet;
+}
+
+void RandomRecords::PutPixel(int pixel_id, int address, std::uint8_t* block) {
+  std::uint16_t samples[48] = {};
+  for (int i : {0, 9, 27, 28, 46, 47}) samples[i] = static_cast<std::uint16_t>(Below(4096));
+  samples[1] = static_cast<std::uint16_t>(address + Below(3));
+  if (Chance(0.2)) samples[1] = static_cast<std::uint16_t>(Chance(0.9) ? Below(1003) : Below(4096));
+  samples[2] = static_cast<std::uint16_t>(Chance(0.6) ? Below(1003) : Below(4096));
+  samples[3] = static_cast<std::uint16_t>(pixel_id);
+  const int noise = Chance(0.1) ? Below(65536) : Below(700);
+  samples[4] = static_cast<std::uint16_t>((noise >> 12) | (Chance(0.1) ? 0x70 : 0));
+  samples[5] = static_cast<std::uint16_t>(noise & 0xFFF);
+  for (int i = 6; i < 9; ++i) samples[i] = static_cast<std::uint16_t>(Below(4096));
+  Window(samples + 10);
+  Window(samples + 29);
+  PackBlock(samples, block);
+}
+
+UdpPacket RandomRecords::RawPacket() {
+  if (Chance(0.7)) return RawPacketAt(Below(6912), Below(256));
+  UdpPacket packet = RawPacketBytes();
   for (int block = 0; block < 9; ++block) {
-    if (Chance(0.02)) continue;  // stays as random as it is
-    std::uint16_t samples[48] = {};
-    for (int i : {0, 9, 27, 28, 46, 47}) samples[i] = static_cast<std::uint16_t>(Below(4096));
-    samples[1] = static_cast<std::uint16_t>(Chance(0.9) ? Below(1003) : Below(4096));
-    samples[2] = static_cast<std::uint16_t>(Chance(0.6) ? Below(1003) : Below(4096));
-    samples[3] = static_cast<std::uint16_t>(sound ? run * 72 + subpacket * 9 + block : Below(4096));
-    const int noise = Chance(0.1) ? Below(65536) : Below(700);
-    samples[4] = static_cast<std::uint16_t>((noise >> 12) | (Chance(0.1) ? 0x70 : 0));
-    samples[5] = static_cast<std::uint16_t>(noise & 0xFFF);
-    for (int i = 6; i < 9; ++i) samples[i] = static_cast<std::uint16_t>(Below(4096));
-    Window(samples + 10);
-    Window(samples + 29);
-    PackBlock(samples, b + 20 + 72 * block);
+    if (!Chance(0.02)) PutPixel(Below(4096), Below(1003), packet.buffer + 20 + 72 * block);
+  }
+  return packet;
+}
+
+UdpPacket RandomRecords::RawPacketAt(int index, int frame_id) {
+  UdpPacket packet = RawPacketBytes();
+  packet.buffer[671] = static_cast<std::uint8_t>(index / 48 % 4);
+  packet.buffer[673] = static_cast<std::uint8_t>(index / 192);
+  packet.buffer[674] = static_cast<std::uint8_t>(index % 8);
+  packet.buffer[675] = static_cast<std::uint8_t>(frame_id);
+  for (int block = 0; block < 9; ++block) {
+    PutPixel(index / 8 % 6 * 72 + index % 8 * 9 + block, 30 + index / 192 * 2,
+             packet.buffer + 20 + 72 * block);
   }
   return packet;
 }

@@ -57,8 +57,12 @@ class RandomRecords {
 
   // 17 samples: empty, flat, one pulse, two peaks, saturated, or any.
   void Window(std::uint16_t* samples);
-  // A raw packet of this protocol, mostly with a place of a sound sensor.
+  // A raw packet of this protocol, mostly with a place of a sound sensor. Everything that has no
+  // part in that is random.
   UdpPacket RawPacket();
+  // The packet at place `index`, 0..6911, of a frame. Most first echoes of a miniflash row lie at
+  // about the same range.
+  UdpPacket RawPacketAt(int index, int frame_id);
 
   // A direction for each pixel, looking forward; edge values as often as `share` says.
   AngleCalibGrid AngleGrid(int rows, int cols, double share);
@@ -67,6 +71,8 @@ class RandomRecords {
   void FillSurface(LidarFrame& frame, double share);
   void FillPatches(LidarFrame& frame);
   void FillIsolated(LidarFrame& frame);
+  UdpPacket RawPacketBytes();
+  void PutPixel(int pixel_id, int address, std::uint8_t* block);
   void PutEcho(LidarEcho& echo, float range, float height);
 
   std::mt19937_64 engine_;

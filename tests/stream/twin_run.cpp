@@ -130,7 +130,8 @@ std::string TwinRun::Play(const NextDatagram& next) {
 
 // One turn: judge what the last datagram brought about, then hand the next one to both.
 int TwinRun::GiveNext(UdpPacket& packet) {
-  difference_ = ComparePublished();
+  // The node asks a few times before it looks whether it is to stop.
+  if (difference_.empty()) difference_ = ComparePublished();
   const Datagram* datagram = difference_.empty() ? next_() : nullptr;
   while (datagram != nullptr && EndsTheProcess(*datagram)) {
     ++counts_.withheld;
