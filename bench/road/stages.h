@@ -25,7 +25,7 @@ enum class Stage {
   kForward,
   kReset,
 };
-inline constexpr int kStages = 18;
+inline constexpr int kStages = 14;
 std::string_view StageName(int stage);
 
 using StageTimes = std::array<double, kStages>;  // ms of thread time per frame
