@@ -98,6 +98,9 @@ class LidarNode {
   void ResetMrowProgress();
 
   // Frame assembly.
+  // Asks for the frame's records that a raw packet will be copied into, so that they come while it
+  // is decoded. Any bytes.
+  void PrefetchPixels(const kerul::lidar::UdpPacket& packet) noexcept;
   void UpdateFrames(int packet_index, std::vector<kerul::lidar::LidarPoint>& points);
   void CalibratePoints(std::vector<kerul::lidar::LidarPoint>& points);
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) noexcept;

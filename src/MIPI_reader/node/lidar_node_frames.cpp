@@ -5,7 +5,11 @@
 #include "MIPI_reader/node/lidar_node.h"
 #include "MIPI_reader/parser/record_copy.h"
 
+#include "MIPI_reader/parser/raw_packet.h"
+
 using kerul::lidar::LidarPoint;
+using kerul::lidar::UdpPacket;
+namespace raw_packet = kerul::lidar::raw_packet;
 
 void LidarNode::UpdateFrames(int packet_index, std::vector<LidarPoint>& points) {
   if (config_->calib_enable) CalibratePoints(points);
@@ -31,6 +35,20 @@ void LidarNode::CalibratePoints(std::vector<LidarPoint>& points) {
   packet_calibrator_->Calibrate(points);
 }
 
+void LidarNode::PrefetchPixels(const UdpPacket& packet) noexcept {
+  const int first_row = packet.buffer[raw_packet::kGroupIdOffset] * parser_->mrow_height;
+  const int first_col = packet.buffer[raw_packet::kSlotIdOffset] * parser_->group_width;
+  for (int i = 0; i < raw_packet::kBlocks; ++i) {
+    const std::uint8_t* block = packet.buffer + raw_packet::kBlocksOffset + i * raw_packet::kBlockBytes;
+    const int place = kerul::lidar::kPixelPlaces.offsets[kerul::lidar::PixelIdOf(block)];
+    const int row = (place & 0xFFFF) + first_row;
+    const int col = (place >> 16) + first_col;
+    if (row >= frame_->height || col >= frame_->width) continue;
+    kerul::lidar::PrefetchForWrite(
+        frame_->points[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)]);
+  }
+}
+
 void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
   const auto in_grid = [this](const LidarPoint& point) {
     return point.row >= 0 && point.row < frame_->height && point.col >= 0 &&
@@ -39,10 +57,6 @@ void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
   const auto place_of = [this](const LidarPoint& point) -> LidarPoint& {
     return frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)];
   };
-  // The nine places lie in different pages: asked for together, they come while others are written.
-  for (const LidarPoint& point : points) {
-    if (in_grid(point)) kerul::lidar::PrefetchForWrite(place_of(point));
-  }
   for (const LidarPoint& point : points) {
     if (!in_grid(point)) continue;
     CopyPoint(place_of(point), point);

@@ -66,7 +66,9 @@ void LidarNode::Run() {
     if (GetOnePacket(source_.get(), packet) <= 0) continue;
 
     packet_start_time_ = system_clock::now();
-    points.clear();
+    PrefetchPixels(packet);
+    // Not cleared: decoding writes every field but two that no packet changes, so the records of the
+    // packet before need no construction of their own.
     const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
 

@@ -92,6 +92,9 @@ RawHeader ReadRawHeader(const std::uint8_t* packet) noexcept;
 // is a * 16 + low nibble of c, the odd one b * 16 + high nibble of c.
 void UnpackBlock(const std::uint8_t* block, std::uint16_t* samples) noexcept;
 
+// The pixel id of a block as it stands in the packet.
+inline int PixelIdOf(const std::uint8_t* block) noexcept { return block[4] * 16 + (block[5] >> 4); }
+
 // Picks the words out of the 48 samples of a block.
 RawPixel ReadRawPixel(const std::uint16_t* samples) noexcept;
 
