@@ -26,11 +26,19 @@ void LidarNode::ProcessMiniflashRow(int m_row) {
 
   // The passes look at most one miniflash row up and down.
   stale_pixels_.ResetRows(*frame_, first_row - rows, first_row + 2 * rows);
-  PrimeProcessedFields(frame_->points, first_row, rows);
+  // Every echo that the first ground stage changes has a range, and of those the neighbour
+  // validation writes the processed fields anew. So the two can be primed while it reads them.
+  const bool primed_late =
+      config_->calib_enable && config_->neighbor_check_enable && !config_->ground_plane_enable;
+  if (!primed_late) PrimeProcessedFields(frame_->points, first_row, rows);
 
   if (config_->calib_enable) {
     if (config_->ground_enable || config_->ground_plane_enable) Ground(m_row);
-    if (config_->neighbor_check_enable) NeighborMiniflashRow(m_row);
+    if (primed_late) {
+      PrimeAndValidateNeighbours(frame_->points, first_row, rows);
+    } else if (config_->neighbor_check_enable) {
+      NeighborMiniflashRow(m_row);
+    }
     if (config_->shot_noise_enable) ApplyShotNoiseMiniflashRowV2(m_row);
     if (config_->high_ref_blooming) SuppressHighReflBlooming(m_row);
     if (config_->echo_num > 1 && LidarPoint::echo_num >= 2) {

@@ -103,10 +103,14 @@ int RoundUp(int columns) noexcept {
   return (columns + W - 1) / W * W;
 }
 
+static_assert(offsetof(LidarEcho, refl_raw) == offsetof(LidarEcho, dist_raw) + sizeof(float));
+static_assert(offsetof(LidarEcho, refl_proc) == offsetof(LidarEcho, dist_proc) + sizeof(float));
+
 template <int W>
-void GatherEcho(const LidarEcho& echo, int slot, int col, RangePairs& pairs,
+void GatherEcho(LidarEcho& echo, int slot, int col, bool prime, RangePairs& pairs,
                 RowPlanes& row) noexcept {
   std::memcpy(pairs.values[slot] + 2 * col, &echo.dist_raw, 2 * sizeof(float));
+  if (prime) std::memcpy(&echo.dist_proc, &echo.dist_raw, 2 * sizeof(float));
   row.ratio[slot][kMargin + col] = echo.peak_ratio;
 }
 
@@ -148,19 +152,20 @@ void ClearColumns(const RowRun& run, int slot, int begin, RangePairs& pairs,
   }
 }
 
-// Null, a row outside the frame, gives empty pixels, and so does a slot that is not in use.
+// Null, a row outside the frame, gives empty pixels, and so does a slot that is not in use. `prime`
+// also primes the row, whose records have to be fetched anyway.
 template <int W>
-void GatherRecords(const LidarPoint* line, const RowRun& run, RangePairs& pairs,
+void GatherRecords(LidarPoint* line, const RowRun& run, bool prime, RangePairs& pairs,
                    RowPlanes& row) noexcept {
   const int end = line != nullptr ? run.columns : 0;
   ClearColumns<W>(run, 0, end, pairs, row);
   ClearColumns<W>(run, 1, run.echo_count > 1 ? end : 0, pairs, row);
   for (int col = 0; col < end; ++col) {
-    const LidarPoint& pixel = line[col];
-    GatherEcho<W>(pixel.echoes[0], 0, col, pairs, row);
+    LidarPoint& pixel = line[col];
+    GatherEcho<W>(pixel.echoes[0], 0, col, prime, pairs, row);
     std::int32_t flags = (pixel.echoes[0].ground ? kGround : 0) | FlagsOf<W>(pixel.echoes[0], 0);
     if (run.echo_count > 1) {
-      GatherEcho<W>(pixel.echoes[1], 1, col, pairs, row);
+      GatherEcho<W>(pixel.echoes[1], 1, col, prime, pairs, row);
       flags |= FlagsOf<W>(pixel.echoes[1], 1);
     }
     row.flags[kMargin + col] = flags;
@@ -206,9 +211,14 @@ void MakeView(const RowRun& run, const RangePairs& pairs, RowPlanes& row, RowVie
 
 // The planes of a row, and its view as its records stand.
 template <int W>
-void Gather(const LidarPoint* line, const RowRun& run, RowPlanes& row, RowView& view) noexcept {
+void Gather(LidarPoint* line, const RowRun& run, bool prime, RowPlanes& row,
+            RowView& view) noexcept {
   RangePairs pairs;
-  GatherRecords<W>(line, run, pairs, row);
+  if (prime) {
+    GatherRecords<W>(line, run, true, pairs, row);
+  } else {
+    GatherRecords<W>(line, run, false, pairs, row);
+  }
   MakeView<W>(run, pairs, row, view);
 }
 

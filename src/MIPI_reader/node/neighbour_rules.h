@@ -52,6 +52,7 @@ struct RowRun {
   int row_count = 0;                     // 1..kMaxRows, in lines[1] .. lines[row_count]
   int columns = 0;                       // 1..kMaxColumns
   int echo_count = 0;                    // 1 or 2
+  bool prime = false;                    // prime the rows worked on first
 };
 
 void ValidateRunPlain(const RowRun& run) noexcept;

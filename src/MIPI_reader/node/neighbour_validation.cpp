@@ -8,6 +8,7 @@
 #include <span>
 
 #include "MIPI_reader/node/neighbour_rules.h"
+#include "MIPI_reader/node/echo_ordering.h"
 #include "MIPI_reader/node/row_range.h"
 #include "MIPI_reader/parser/instruction_set.h"
 
@@ -261,13 +262,14 @@ bool FitsVectorForms(const FrameRows& rows, RowRange range, int echo_count) noex
   return true;
 }
 
-void ValidateRowsByLanes(FrameRows& rows, RowRange range, int echo_count,
+void ValidateRowsByLanes(FrameRows& rows, RowRange range, int echo_count, bool prime,
                          VectorForm form) noexcept {
   for (std::size_t begin = range.begin; begin < range.end; begin += kMaxRows) {
     RowRun run;
     run.row_count = static_cast<int>(std::min<std::size_t>(kMaxRows, range.end - begin));
     run.columns = static_cast<int>(rows[begin].size());
     run.echo_count = echo_count;
+    run.prime = prime;
     if (begin > 0) run.lines[0] = rows[begin - 1].data();
     for (std::size_t i = 1; i < std::size(run.lines) && begin + i - 1 < rows.size(); ++i) {
       run.lines[i] = rows[begin + i - 1].data();
@@ -276,17 +278,26 @@ void ValidateRowsByLanes(FrameRows& rows, RowRange range, int echo_count,
   }
 }
 
-}  // namespace
-
-void ValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept {
+void Validate(FrameRows& rows, int first_row, int row_count, bool prime) noexcept {
   const int echo_count = LidarPoint::echo_num;
   const RowRange range = ClipRows(rows, first_row, row_count);
   const VectorForm form = ChosenForm();
   if (form != nullptr && FitsVectorForms(rows, range, echo_count)) {
-    ValidateRowsByLanes(rows, range, echo_count, form);
-  } else {
-    ValidateRowsScalar(rows, range, echo_count);
+    ValidateRowsByLanes(rows, range, echo_count, prime, form);
+    return;
   }
+  if (prime) PrimeProcessedFields(rows, first_row, row_count);
+  ValidateRowsScalar(rows, range, echo_count);
+}
+
+}  // namespace
+
+void ValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept {
+  Validate(rows, first_row, row_count, false);
+}
+
+void PrimeAndValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept {
+  Validate(rows, first_row, row_count, true);
 }
 
 }  // namespace kerul::lidar

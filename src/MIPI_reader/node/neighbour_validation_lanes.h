@@ -391,10 +391,10 @@ void ValidateRun(const RowRun& run) noexcept {
   RowPlanes* here = &planes[1];
   RowPlanes* below = &planes[2];
   // The row above is final as it stands.
-  Gather<W>(run.lines[0], run, *above, above->after);
-  Gather<W>(run.lines[1], run, *here, here->before);
+  Gather<W>(run.lines[0], run, false, *above, above->after);
+  Gather<W>(run.lines[1], run, run.prime, *here, here->before);
   for (int row = 1; row <= run.row_count; ++row) {
-    Gather<W>(run.lines[row + 1], run, *below, below->before);
+    Gather<W>(run.lines[row + 1], run, run.prime && row < run.row_count, *below, below->before);
     ValidateRow<W>({*above, *here, *below}, run, *here, run.lines[row]);
     RowPlanes* const oldest = above;
     above = here;
