@@ -25,8 +25,14 @@ inline constexpr int kEfficiantRows = 100;  // by range, in steps of 0.1 m
 inline constexpr int kEfficiantCols = 6;    // by pixel row within the miniflash row
 inline constexpr int kFilterEntries = 31;   // by range, in steps of 0.1 m
 
-// Where a pixel stands in the tile-ordered tables: the sum of a part by its row and one by its
-// column.
+// What the steps know of one pixel; 0 without the step that reads it.
+struct PixelCalib {
+  float offset;  // of the range
+  float scale;   // of the reflectivity
+};
+
+// The pixels stand in the order in which packets bring them, so that a packet's nine are
+// neighbours: their place is the sum of a part by row and one by column.
 inline constexpr std::uint32_t kPlaceSide = 288;
 struct PixelPlaces {
   struct Row {
@@ -36,13 +42,12 @@ struct PixelPlaces {
   Row of_row[kPlaceSide];
   std::int32_t of_col[kPlaceSide];
 };
-// The nearest entry for a pixel outside, as PixelTableEntry takes it.
+// For a pixel outside, the place of the pixel whose entry PixelTableEntry takes.
 std::int32_t NearestPixelEntry(std::int32_t row, std::int32_t col) noexcept;
 
 struct CalibrationTables {
   const PixelPlaces* places = nullptr;
-  const float* offset = nullptr;  // kPixelTableEntries, zeros without the step that reads them
-  const float* scale = nullptr;
+  const PixelCalib* pixels = nullptr;  // kPixelTableEntries
 
   // Environment: gains by noise, those for echoes without a valid high width in front.
   const float* gains = nullptr;  // null: no such step

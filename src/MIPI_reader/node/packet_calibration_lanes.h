@@ -107,9 +107,10 @@ struct CalibrationKernel {
     return !empty || (echo.highRefl && t.power_curve != nullptr);
   }
 
+  // In two runs: the vectors of the first one's fields are loaded soon behind it, and a load wider
+  // than the stores that it looks for has to wait until they are through.
   static void LoadEchoes(const CalibrationTables& t, Group& group) noexcept {
     for (int i = 0; i < group.count; ++i) {
-      const LidarPoint& point = *group.point[i];
       const LidarEcho& echo = *group.echo[i];
       group.range[i] = echo.dist_raw;
       group.height[i] = echo.cogh;
@@ -117,6 +118,9 @@ struct CalibrationKernel {
       group.append[i] = echo.change_noise_noise_append;
       group.high_width[i] = -((echo.cogw_flag & kHighWidthValid) >> 1);
       group.high_refl[i] = -static_cast<std::int32_t>(echo.highRefl);
+    }
+    for (int i = 0; i < group.count; ++i) {
+      const LidarPoint& point = *group.point[i];
       const PixelPlaces& places = *t.places;
       std::int32_t pixel = 0;
       if (static_cast<std::uint32_t>(point.row) < kPlaceSide &&
@@ -127,8 +131,8 @@ struct CalibrationKernel {
         pixel = NearestPixelEntry(point.row, point.col);
         group.tile_row[i] = point.row < 0 ? 0 : point.row % kEfficiantCols;
       }
-      group.offset[i] = t.offset[pixel];
-      group.scale[i] = t.scale[pixel];
+      group.offset[i] = t.pixels[pixel].offset;
+      group.scale[i] = t.pixels[pixel].scale;
     }
   }
 

@@ -32,13 +32,32 @@ std::vector<ValueStep> EfficiantSteps(std::span<const float> table) {
   return steps;
 }
 
+// Of pixels in the table, 0 <= row, col < kPlaceSide: the inverse of PlacePixel, 1728 pixels for
+// each miniflash row and 432 for each column slot.
+constexpr std::int32_t PacketOrderIndex(std::int32_t row, std::int32_t col) noexcept {
+  const std::int32_t pixel_id =
+      col / 24 + 12 * (row % 3 + 3 * (col % 3)) + 108 * (row % 6 / 3) + 216 * (col % 6 / 3);
+  return row / 6 * 1728 + col % 24 / 6 * 432 + pixel_id;
+}
+
 PixelPlaces MakePixelPlaces() {
   PixelPlaces places{};
   for (int i = 0; i < static_cast<int>(kPlaceSide); ++i) {
-    places.of_row[i] = {TileOrderIndex(i, 0), i % kEfficiantCols};
-    places.of_col[i] = TileOrderIndex(0, i);
+    places.of_row[i] = {PacketOrderIndex(i, 0), i % kEfficiantCols};
+    places.of_col[i] = PacketOrderIndex(0, i);
   }
   return places;
+}
+
+// From a table in tile order to one in packet order.
+void TakePixels(std::span<const float> table, float PixelCalib::*member,
+                std::vector<PixelCalib>& pixels) {
+  for (int row = 0; row < static_cast<int>(kPlaceSide); ++row) {
+    for (int col = 0; col < static_cast<int>(kPlaceSide); ++col) {
+      pixels[static_cast<std::size_t>(PacketOrderIndex(row, col))].*member =
+          table[static_cast<std::size_t>(TileOrderIndex(row, col))];
+    }
+  }
 }
 
 bool HasTracedPixel(const HighReflCheck& check) noexcept {
@@ -48,7 +67,10 @@ bool HasTracedPixel(const HighReflCheck& check) noexcept {
 }  // namespace
 
 std::int32_t NearestPixelEntry(std::int32_t row, std::int32_t col) noexcept {
-  return std::clamp(TileOrderIndex(row, col), 0, kPixelTableEntries - 1);
+  const int entry = std::clamp(TileOrderIndex(row, col), 0, kPixelTableEntries - 1);
+  // Back from the tile order.
+  const int tile = entry / 36;
+  return PacketOrderIndex(tile / 48 * 6 + entry % 6, tile % 48 * 6 + entry % 36 / 6);
 }
 
 void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& points) {
@@ -64,10 +86,9 @@ void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& poi
 }
 
 PacketCalibrator::PacketCalibrator(const CalibrationSteps& steps)
-    : steps_(steps), places_(MakePixelPlaces()) {
+    : steps_(steps), places_(MakePixelPlaces()), pixels_(kPixelTableEntries) {
   tables_.places = &places_;
-  if (steps.dist == nullptr || steps.retro == nullptr) no_pixels_.resize(kPixelTableEntries);
-  tables_.offset = tables_.scale = no_pixels_.data();
+  tables_.pixels = pixels_.data();
   if (steps.env != nullptr) TakeEnv(*steps.env);
   if (steps.dist != nullptr) TakeDist(*steps.dist);
   tables_.high_threshold_map = steps.high_threshold_map;
@@ -98,7 +119,7 @@ void PacketCalibrator::TakeDist(const DistCalib& dist) {
     AppendCurve(dist.curve_high, range_curves_);
   }
   tables_.range_curves = range_curves_.data();
-  tables_.offset = dist.offset.data();
+  TakePixels(dist.offset, &PixelCalib::offset, pixels_);
   tables_.range_scale = dist.scale;
 }
 
@@ -118,7 +139,7 @@ void PacketCalibrator::TakeCheck(const HighReflCheck& check) {
 void PacketCalibrator::TakeRetro(const RetroCalib& retro) {
   AppendCurve(retro.retro_curve, power_curve_);
   tables_.power_curve = power_curve_.data();
-  tables_.scale = retro.retro_scale.data();
+  TakePixels(retro.retro_scale, &PixelCalib::scale, pixels_);
   tables_.ref_distance = retro.ref_distance;
   tables_.ref_offset = retro.ref_offset;
   tables_.nearest_log =

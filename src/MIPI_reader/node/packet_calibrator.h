@@ -42,7 +42,7 @@ class PacketCalibrator {
   CalibrationSteps steps_;
   bool traces_ = false;  // a traced pixel is printed by the scalar form
   PixelPlaces places_;
-  std::vector<float> no_pixels_;  // stands for a pixel table that is not there
+  std::vector<PixelCalib> pixels_;
   std::vector<float> gains_;
   std::vector<ValueStep> range_curves_;
   std::vector<ValueStep> power_curve_;
