@@ -45,11 +45,8 @@ struct Lanes {
   static Int SplatInt(std::int32_t value) noexcept { return value - Int{}; }
 
   // Lane by lane mask ? a : b.
-  static Float Select(Int mask, Float a, Float b) noexcept {
-    return reinterpret_cast<Float>((mask & reinterpret_cast<Int>(a)) |
-                                   (~mask & reinterpret_cast<Int>(b)));
-  }
-  static Int Select(Int mask, Int a, Int b) noexcept { return (mask & a) | (~mask & b); }
+  static Float Select(Int mask, Float a, Float b) noexcept { return mask ? a : b; }
+  static Int Select(Int mask, Int a, Int b) noexcept { return mask ? a : b; }
 
   // Truncation toward zero; NaN and what does not fit 32 bits give 0x80000000, as the processor's
   // conversion does and TruncateToInt32 in the scalar forms.
