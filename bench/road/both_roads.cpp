@@ -1,8 +1,8 @@
 #include "road/both_roads.h"
 
+#include <algorithm>
 #include <stdexcept>
 
-#include "support/copy_floors.h"
 #include "support/measuring.h"
 
 namespace kerul::lidar::bench {
@@ -32,34 +32,38 @@ void BothRoads::RequireSameBytes() {
   reference_->published.clear();
 }
 
-RoadTimes BothRoads::Measure(std::vector<FramePackets>& frames, int rounds, bool cold) {
+std::vector<RoadTimes> BothRoads::Measure(std::vector<FramePackets>& frames,
+                                          const std::vector<InstructionSet>& sets, int rounds,
+                                          bool cold) {
   CopyFloors floors;
-  RoadTimes times;
+  std::vector<RoadTimes> times(sets.size());
   // In the first rounds memory is touched for the first time.
   constexpr int kSettlingRounds = 2;
-  for (int round = -kSettlingRounds; round < rounds; ++round) {
-    FramePackets& frame = frames[next_frame_ % frames.size()];
-    const FramePackets before = cold ? FramePackets{} : Stamp(frame);
-    const FramePackets measured = Stamp(frame);
-    // What runs before a measurement decides what the caches hold.
-    const auto measure = [&](auto&& work) {
-      if (!cold) work(before);
-      if (cold) OtherTraffic();
-      return TimeMs([&] { work(measured); });
-    };
-    const double reference_ms = measure([&](const FramePackets& packets) { Feed(packets); });
-    const double node_ms = measure([&](const FramePackets& packets) { node_.Run(packets); });
-    const double packets_ms =
-        measure([&](const FramePackets& packets) { floors.CopyPackets(packets); });
-    const double records_ms = measure([&](const FramePackets&) { floors.CopyRecords(); });
-    RequireSameBytes();
-    if (round < 0) continue;
-    times.reference.push_back(reference_ms);
-    times.node.push_back(node_ms);
-    times.copy_packets.push_back(packets_ms);
-    times.copy_records.push_back(records_ms);
+  for (int round = 0; round < kSettlingRounds + rounds; ++round) {
+    if (round == kSettlingRounds) std::fill(times.begin(), times.end(), RoadTimes{});
+    for (std::size_t i = 0; i < sets.size(); ++i) {
+      ForceInstructionSet(sets[i]);
+      MeasureOnce(frames[static_cast<std::size_t>(round) % frames.size()], cold, floors, times[i]);
+    }
   }
   return times;
+}
+
+void BothRoads::MeasureOnce(FramePackets& frame, bool cold, CopyFloors& floors, RoadTimes& times) {
+  const FramePackets before = cold ? FramePackets{} : Stamp(frame);
+  const FramePackets measured = Stamp(frame);
+  // What runs before a measurement decides what the caches hold.
+  const auto measure = [&](auto&& work) {
+    if (!cold) work(before);
+    if (cold) OtherTraffic();
+    return TimeMs([&] { work(measured); });
+  };
+  times.reference.push_back(measure([&](const FramePackets& packets) { Feed(packets); }));
+  times.node.push_back(measure([&](const FramePackets& packets) { node_.Run(packets); }));
+  times.copy_packets.push_back(
+      measure([&](const FramePackets& packets) { floors.CopyPackets(packets); }));
+  times.copy_records.push_back(measure([&](const FramePackets&) { floors.CopyRecords(); }));
+  RequireSameBytes();
 }
 
 std::vector<double> BothRoads::MeasureNode(std::vector<FramePackets>& frames, int rounds) {

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "MIPI_reader/parser/instruction_set.h"
 #include "reference/node.h"
 #include "support/bench_input.h"
 #include "support/bench_node.h"
+#include "support/copy_floors.h"
 
 namespace kerul::lidar::bench {
 
@@ -26,7 +28,10 @@ class BothRoads {
 
   // Each frame is run by both, in turn, and the bytes are compared (std::runtime_error when they
   // differ). cold: 100 MB of other traffic before each measurement; otherwise the same work.
-  RoadTimes Measure(std::vector<FramePackets>& frames, int rounds, bool cold);
+  // Each round takes the instruction sets in turn, each with a reference and floors of its own;
+  // entry i of the result belongs to sets[i].
+  std::vector<RoadTimes> Measure(std::vector<FramePackets>& frames,
+                                 const std::vector<InstructionSet>& sets, int rounds, bool cold);
   // The node alone, cold: ms per frame.
   std::vector<double> MeasureNode(std::vector<FramePackets>& frames, int rounds);
 
@@ -40,6 +45,8 @@ class BothRoads {
   std::uint64_t compared_packets() const { return compared_packets_; }
 
  private:
+  void MeasureOnce(FramePackets& frame, bool cold, CopyFloors& floors, RoadTimes& times);
+
   simulator::CalibrationBlobs calibration_ = MakeCalibration();
   BenchNode node_;
   std::unique_ptr<reference::Node> reference_;

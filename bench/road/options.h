@@ -1,0 +1,26 @@
+// The command line of kerul_road.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "MIPI_reader/parser/instruction_set.h"
+
+namespace kerul::lidar::bench {
+
+struct Options {
+  int rounds = 31;       // of the cold road and its stages
+  int side_rounds = 11;  // of everything else
+  double live_seconds = 5.0;
+  bool road_only = false;
+  int profile_frames = 0;  // above 0: only run the node over so many frames
+  // Those that are measured, the narrowest first; what is not measured for each set takes the last.
+  // All that the processor has, or the one that was asked for.
+  std::vector<InstructionSet> instruction_sets;
+};
+
+// Throws std::invalid_argument with a line for the user: an unknown argument or value, or an
+// instruction set that this processor lacks.
+Options ParseOptions(const std::vector<std::string>& arguments);
+
+}  // namespace kerul::lidar::bench
