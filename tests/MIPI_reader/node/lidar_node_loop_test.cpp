@@ -250,7 +250,7 @@ TEST_F(PacketLoop, PixelsThatTheNewFrameDoesNotBringAreEmptyInItsRows) {
   Play(packets);
   lit_points = 0;
   for (const auto& packet : TakePublished()) {
-    for (int i = 0; i < 36; ++i) lit_points += packet[20 + 5 * i] + packet[21 + 5 * i] > 0;
+    for (std::size_t i = 20; i < 200; i += 5) lit_points += packet[i] + packet[i + 1] > 0;
   }
   EXPECT_EQ(lit_points, 9);
 }
