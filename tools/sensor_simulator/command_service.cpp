@@ -237,8 +237,9 @@ std::uint16_t PortOf(int listener) {
 }  // namespace
 
 CommandService::CommandService(ServiceContent content, const std::string& address,
-                               std::uint16_t port)
+                               std::uint16_t port, const ServiceFaults& faults)
     : content_(std::move(content)),
+      faults_(faults),
       listener_(Listen(address, port)),
       stop_event_(eventfd(0, 0)),
       port_(PortOf(listener_)),

@@ -71,7 +71,7 @@ class CommandService {
  public:
   // `port` 0 takes a free one. Throws std::runtime_error when it cannot listen.
   CommandService(ServiceContent content, const std::string& address = "127.0.0.1",
-                 std::uint16_t port = 0);
+                 std::uint16_t port = 0, const ServiceFaults& faults = {});
   ~CommandService();
   CommandService(const CommandService&) = delete;
   CommandService& operator=(const CommandService&) = delete;

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -172,8 +173,9 @@ TEST_F(CommandServiceTest, HeaderFaultsChangeTheHeaderAlone) {
   faults.command = 3;
   faults.return_code = 4;
   faults.announced_length = 0xFFFFFFFF;
-  Bytes want{1, 2, 3, 4, 0xFF, 0xFF, 0xFF, 0xFF};
-  want.insert(want.end(), 256, 0xAA);
+  const Bytes header{1, 2, 3, 4, 0xFF, 0xFF, 0xFF, 0xFF};
+  Bytes want(264, 0xAA);
+  std::copy(header.begin(), header.end(), want.begin());
   EXPECT_EQ(HeadAnswer(faults, 264), want);
 }
 
