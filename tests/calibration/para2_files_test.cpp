@@ -13,6 +13,7 @@
 #include "calibration/thrown_text.h"
 #include "calibration/wire_peer.h"
 #include "sensor_simulator/command_service.h"
+#include "support/temporary_working_directory.h"
 
 namespace kerul::lidar {
 namespace {

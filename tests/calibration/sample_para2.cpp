@@ -1,6 +1,5 @@
 #include "calibration/sample_para2.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -69,18 +68,6 @@ void WriteFile(const std::filesystem::path& path, const std::vector<std::uint8_t
   file.write(reinterpret_cast<const char*>(bytes.data()),
              static_cast<std::streamsize>(bytes.size()));
   if (!file.flush()) throw std::runtime_error("test file not written: " + path.string());
-}
-
-TemporaryWorkingDirectory::TemporaryWorkingDirectory() : before_(std::filesystem::current_path()) {
-  std::string name = (std::filesystem::temp_directory_path() / "calibration-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-  path_ = name;
-  std::filesystem::current_path(path_);
-}
-
-TemporaryWorkingDirectory::~TemporaryWorkingDirectory() {
-  std::filesystem::current_path(before_);
-  std::filesystem::remove_all(path_);
 }
 
 }  // namespace kerul::lidar

@@ -1,4 +1,4 @@
-// Calibration blobs for the tests, and a directory of their own.
+// Calibration blobs for the tests.
 #pragma once
 
 #include <cstddef>
@@ -26,20 +26,5 @@ SamplePara2 MakeSample(const std::string& id, std::size_t main_bytes = 168960);
 
 std::vector<std::uint8_t> FileBytes(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes);
-
-// A new empty directory that is the working directory while it lives, and is gone afterwards.
-class TemporaryWorkingDirectory {
- public:
-  TemporaryWorkingDirectory();
-  ~TemporaryWorkingDirectory();
-  TemporaryWorkingDirectory(const TemporaryWorkingDirectory&) = delete;
-  TemporaryWorkingDirectory& operator=(const TemporaryWorkingDirectory&) = delete;
-
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path before_;
-  std::filesystem::path path_;
-};
 
 }  // namespace kerul::lidar

@@ -1,21 +1,13 @@
-#include <stdexcept>
+#include <fstream>
 
 #include "node_fixture.h"
+#include "start_lines.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
 
-class NodeBringUp : public NodeFixture {
- protected:
-  std::string StartFailure(const DefaultConfig& config) {
-    try {
-      StartNode(config);
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "";
-  }
-};
+using NodeBringUp = NodeFixture;
 
 TEST_F(NodeBringUp, AnUnknownModuleTypeThrowsBeforeAnythingIsOpened) {
   DefaultConfig config = TestConfig();
@@ -42,6 +34,7 @@ TEST_F(NodeBringUp, ACaptureSourceNeedsAPath) {
   DefaultConfig config = TestConfig();
   config.data_source = 2;
   EXPECT_EQ(StartFailure(config), "DATA_FROM_PCAP requires non-empty pcap_path in embedded config");
+  EXPECT_EQ(start_log_, "");
 }
 
 TEST_F(NodeBringUp, AMissingCaptureEndsTheStart) {
@@ -49,12 +42,43 @@ TEST_F(NodeBringUp, AMissingCaptureEndsTheStart) {
   config.data_source = 2;
   config.pcap_path = "/nonexistent/a.pcap";
   EXPECT_EQ(StartFailure(config), "Fail to open .pcap file: \"/nonexistent/a.pcap\"");
+  EXPECT_EQ(start_log_,
+            "[INFO] Trying to open pcap file: \"/nonexistent/a.pcap\"\nSource::Close()\n");
+}
+
+TEST_F(NodeBringUp, AFileThatIsNoCaptureEndsTheStart) {
+  const TempDir directory;
+  DefaultConfig config = TestConfig();
+  config.data_source = 2;
+  config.pcap_path = (directory.path() / "a.pcap").string();
+  std::ofstream(config.pcap_path) << "not a capture, though as long as its header";
+  EXPECT_EQ(StartFailure(config), "Not a valid .pcap file: \"" + config.pcap_path + "\"");
+  EXPECT_EQ(start_log_,
+            "[INFO] Trying to open pcap file: \"" + config.pcap_path + "\"\nSource::Close()\n");
+}
+
+TEST_F(NodeBringUp, ACaptureIsReportedInPlaceOfThePort) {
+  const TempDir directory;
+  DefaultConfig config = TestConfig();
+  config.data_source = 2;
+  config.pcap_path = (directory.path() / "a.pcap").string();
+  std::ofstream(config.pcap_path, std::ios::binary)
+      << "\xD4\xC3\xB2\xA1" << std::string(20, '\0');  // a header and nothing behind
+  StartNode(config);
+  const std::string lines = NodeLines(start_log_);
+  const std::string opening =
+      "[INFO] Trying to open pcap file: \"" + config.pcap_path + "\"\n" +
+      Plain("pcap=" + config.pcap_path) +
+      Plain("output=SHM name=" + config.shm_name + " size=" + std::to_string(config.shm_size)) +
+      Green("cogh_efficiant load succssed (default_tables)");
+  EXPECT_EQ(lines.substr(0, opening.size()), opening);
 }
 
 TEST_F(NodeBringUp, ARegionTooSmallForTheRingEndsTheStart) {
   DefaultConfig config = TestConfig();
   config.shm_size = 3035;
   EXPECT_EQ(StartFailure(config), "ShmUdpWriter::Open failed: " + config.shm_name);
+  EXPECT_EQ(NodeLines(start_log_), Plain("recv=:0"));
 }
 
 TEST_F(NodeBringUp, AFailingCalibrationLeavesNoThreadBehind) {

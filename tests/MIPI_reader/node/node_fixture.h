@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,16 @@ class NodeFixture : public ::testing::Test {
     source_->at_end = [this] { Access().running() = false; };
     Access().source() = std::move(source);
     start_log_ = ::testing::internal::GetCapturedStdout();
+  }
+
+  // The text with which a start fails; empty when it does not.
+  std::string StartFailure(const DefaultConfig& config, const std::string& cali_path = {}) {
+    try {
+      StartNode(config, cali_path);
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "";
   }
 
   LidarNodeTestAccess Access() { return LidarNodeTestAccess{*node_}; }
