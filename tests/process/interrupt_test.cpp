@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "process_fixture.h"
+#include "start_log.h"
 
 namespace kerul::lidar::testing {
 namespace {
 
 const std::string kInterruptLine = "Interrupt signal (2) received.\n";
-const std::string kClosingLines = "SocketSource::Close()\nSource::Close()\n";
 
 class Interrupt : public IsolatedProcessTest {};
 

@@ -43,6 +43,13 @@ struct Ending {
   bool cached = false;
 };
 
+// The log of a start that was interrupted so many times and fails.
+std::string InterruptedStartLog(int interrupts) {
+  std::string lines;
+  for (int i = 0; i < interrupts; ++i) lines += "Interrupt signal (2) received.\n";
+  return FailedStartLog("", lines);
+}
+
 class ServiceFaultsTest : public IsolatedProcessTest {
  protected:
   void SetUp() override {
@@ -73,9 +80,7 @@ class ServiceFaultsTest : public IsolatedProcessTest {
     const Ending ending = Start();
     EXPECT_EQ(ending.status, 1);
     EXPECT_EQ(ending.err, error);
-    const std::string log = OpeningLines("") + LoadingLine("");
-    EXPECT_EQ(ending.out.substr(0, log.size()), log);
-    EXPECT_EQ(ending.out.find("[LidarNode]", log.size()), std::string::npos);
+    EXPECT_EQ(ending.out, FailedStartLog(""));
     EXPECT_FALSE(ending.cached);
   }
   // The same fault in the answer to the head read and to a page of the main read.
@@ -125,6 +130,7 @@ TEST_F(ServiceFaultsTest, AServiceThatIsNotThere) {
   service_.reset();
   const Ending ending = Start();
   EXPECT_EQ(ending.status, 1);
+  EXPECT_EQ(ending.out, FailedStartLog(""));
   EXPECT_EQ(ending.err, kHeadFailed + "RCX: connect to " + SensorIp() + ":9347 failed\n");
 }
 
@@ -155,6 +161,7 @@ TEST_F(ServiceFaultsTest, AFlippedBitOnTheWire) {
   service_->SetFaults(faults);
   const Ending ending = Start();
   EXPECT_EQ(ending.status, 1);
+  EXPECT_EQ(ending.out, FailedStartLog(""));
   EXPECT_EQ(ending.err.rfind(kFailed + "para2 head checksum verify failed (para2_crc stored=", 0),
             0U)
       << ending.err;
@@ -185,6 +192,7 @@ TEST_F(ServiceFaultsTest, AnInterruptInAStalledStartPrintsItsLineAndTheStartFail
   node->Signal(SIGINT);
   ASSERT_TRUE(node->WaitFor(Stream::kOut, "Interrupt signal (2) received.\n"));
   EXPECT_EQ(node->WaitForExit(), 1);
+  EXPECT_EQ(node->Out(), InterruptedStartLog(2));
   EXPECT_EQ(node->Err(), kHeadFailed + "RCX read header failed\n");
 }
 
@@ -288,6 +296,7 @@ TEST_F(ServiceFaultsTest, AStallInAnyPhaseEndsTheStartAfterFiveWaitsAtMost) {
   for (std::size_t i = 0; i < stalls.size(); ++i) {
     SCOPED_TRACE(stalls[i].name);
     EXPECT_EQ(endings[i].status, 1);
+    EXPECT_EQ(endings[i].out, FailedStartLog(""));
     EXPECT_EQ(endings[i].err, stalls[i].error);
     EXPECT_FALSE(endings[i].cached);
     const double seconds = std::chrono::duration<double>(endings[i].time).count();
@@ -333,6 +342,7 @@ TEST_F(ServiceFaultsTest, AStalledConnectionEndsTheStartAfterOneWait) {
   ASSERT_TRUE(deaf.IsReady());
   const Ending ending = Start();
   EXPECT_EQ(ending.status, 1);
+  EXPECT_EQ(ending.out, FailedStartLog(""));
   EXPECT_EQ(ending.err, kHeadFailed + "RCX: connect to " + SensorIp() + ":9347 failed\n");
   const double seconds = std::chrono::duration<double>(ending.time).count();
   EXPECT_GE(seconds, 0.95);
@@ -347,7 +357,7 @@ TEST_F(ServiceFaultsTest, AnInterruptWhileConnectingFailsTheConnection) {
   ASSERT_TRUE(node->WaitFor(Stream::kOut, LoadingLine("")));
   node->Signal(SIGINT);
   EXPECT_EQ(node->WaitForExit(), 1);
-  EXPECT_TRUE(node->WaitFor(Stream::kOut, "Interrupt signal (2) received.\n"));
+  EXPECT_EQ(node->Out(), InterruptedStartLog(1));
   EXPECT_EQ(node->Err(), kHeadFailed + "RCX: connect to " + SensorIp() + ":9347 failed\n");
 }
 

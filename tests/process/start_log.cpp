@@ -58,6 +58,9 @@ std::string LoadedLines(const std::string& label, const std::string& lidar_id) {
   if (label == "local_cache") {
     log += Yellow("para2 loaded from para_read cache (lidar_id=" + lidar_id + ", skip main RCX)");
   }
+  if (label == "bin") {
+    log += Yellow("para2 online read failed; fallback to para_read (lidar_id=" + lidar_id + ")");
+  }
   log += Green("para2 load succeeded (source=" + label + ", lidar_id=" + lidar_id + ", CRC PASS)");
   if (label == "online") log += Green("para_read cache saved (data/" + lidar_id + "/para_read/)");
   log += Green("angle calib load succssed (" + label + ", shape=3x216x288)");

@@ -18,13 +18,21 @@ std::string OpeningLines(const std::string& cali_path);
 // The warning that tells where the calibration comes from; `cali_path` as above.
 std::string LoadingLine(const std::string& cali_path);
 
-// What follows a calibration that was loaded: label is "online" or "local_cache".
+// What follows a calibration that was loaded: label is "online", "local_cache" or "bin".
 std::string LoadedLines(const std::string& label, const std::string& lidar_id);
 
 // The whole log of a start.
 inline std::string StartLog(const std::string& cali_path, const std::string& label,
                             const std::string& lidar_id) {
   return OpeningLines(cali_path) + LoadingLine(cali_path) + LoadedLines(label, lidar_id);
+}
+
+// What a node prints when it goes, whether its start failed or it was interrupted.
+inline const std::string kClosingLines = "SocketSource::Close()\nSource::Close()\n";
+
+// The whole log of a start that fails where the calibration is loaded; `more` follows the warning.
+inline std::string FailedStartLog(const std::string& cali_path, const std::string& more = "") {
+  return OpeningLines(cali_path) + LoadingLine(cali_path) + more + kClosingLines;
 }
 
 // The last line of a start: waiting for it is waiting for the whole log.
