@@ -1,7 +1,7 @@
 # What `cmake --install` and the Debian package put where. Targets that are not built are left out.
 include(GNUInstallDirs)
 
-foreach(program lidar_node sensor_simulator lidar_view frame_export_info)
+foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
     list(APPEND kerul_programs ${program})
@@ -58,8 +58,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "processing node for a solid-state flash L
 set(CPACK_PACKAGE_DESCRIPTION
     "Turns the raw histogram windows of the sensor into calibrated, filtered
 points and publishes them through shared memory or UDP. Comes with a
-simulated sensor, a viewer, a reader for frame export files and a client
-library.")
+simulated sensor, a viewer, a reader for frame export files, reports that
+hold the output against the simulated sensor's truth, and a client library.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

@@ -67,7 +67,7 @@ listing >"$work/before"
 step "Install and run"
 cp "$package" "$root/tmp/package.deb"
 inside dpkg -i /tmp/package.deb >"$work/dpkg.log" 2>&1 || fail "install: $(cat "$work/dpkg.log")"
-for program in lidar_node sensor_simulator lidar_view frame_export_info; do
+for program in lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch; do
   inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
   grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
 done

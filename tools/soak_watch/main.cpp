@@ -1,8 +1,10 @@
 // Follows the node's ring until it is interrupted and prints what it counted, as key=value lines.
+#include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <string>
 
 #include "received_packet.h"
 #include "shm_ring_reader.h"
@@ -23,13 +25,13 @@ void Print(const char* key, std::uint64_t value) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc > 2) {
-    std::fprintf(stderr, "usage: soak_watch [NAME OF THE RING]\n");
-    return 2;
-  }
+  CLI::App app{"Follows the node's ring until it is interrupted and prints what it counted"};
+  std::string ring_name = "kerul_lidar_udp_shm";
+  app.add_option("ring", ring_name, "Name of the ring")->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
   std::signal(SIGINT, Stop);
   std::signal(SIGTERM, Stop);
-  ShmRingReader reader(argc > 1 ? argv[1] : nullptr, RingStart::kOldest);
+  ShmRingReader reader(ring_name.c_str(), RingStart::kOldest);
   StreamOrder order;
   ReceivedPacket packet{};
   std::uint64_t refused = 0;

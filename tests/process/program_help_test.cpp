@@ -1,0 +1,58 @@
+// Every program that is installed explains itself, and has its manual page.
+#include <filesystem>
+#include <string>
+
+#include "process_fixture.h"
+
+namespace kerul::lidar::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+class ProgramHelp : public ProcessTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+  ChildProcess Run(const std::string& argument) const {
+    return ChildProcess({std::string(KERUL_BINARY_DIR "/tools/") + GetParam(), argument},
+                        Directory());
+  }
+};
+
+TEST_P(ProgramHelp, IsPrintedByBothSpellings) {
+  for (const char* spelling : {"--help", "-h"}) {
+    ChildProcess program = Run(spelling);
+    EXPECT_EQ(program.WaitForExit(), 0);
+    EXPECT_NE(program.Out().find(std::string(GetParam()) + " [OPTIONS]"), std::string::npos);
+    EXPECT_NE(program.Out().find("-h,--help"), std::string::npos);
+    EXPECT_EQ(program.Err(), "");
+  }
+}
+
+TEST_P(ProgramHelp, IsPointedAtByAWrongOption) {
+  ChildProcess program = Run("--no-such-option");
+  EXPECT_GT(program.WaitForExit().value_or(0), 0);
+  EXPECT_NE(program.Err().find("--help"), std::string::npos);
+  EXPECT_EQ(program.Out(), "");
+}
+
+TEST_P(ProgramHelp, HasAManualPage) {
+  EXPECT_TRUE(
+      fs::exists(fs::path(KERUL_SOURCE_DIR) / "docs/man" / (GetParam() + std::string(".1"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(Tools, ProgramHelp,
+                         ::testing::Values("sensor_simulator", "lidar_view", "frame_export_info",
+                                           "truth_report", "soak_watch"),
+                         [](const auto& tool) { return std::string(tool.param); });
+
+// A ring that does not come to be.
+TEST_F(ProcessTest, SoakWatchCountsNothingWithoutARing) {
+  ChildProcess watch({KERUL_BINARY_DIR "/tools/soak_watch", "kerul_no_such_ring"}, Directory());
+  EXPECT_EQ(watch.WaitForExit(std::chrono::milliseconds(200)), std::nullopt);
+  EXPECT_EQ(watch.Interrupt(), 0);
+  EXPECT_EQ(watch.Out(),
+            "accepted=0\nlost=0\ntorn=0\nrefused=0\nframes=0\nframes_backwards=0\n"
+            "packets_backwards=0\n");
+}
+
+}  // namespace
+}  // namespace kerul::lidar::testing
