@@ -11,8 +11,8 @@
 #include "frame_export_info/export_picture.h"
 #include "frame_export_info/export_points.h"
 #include "frame_export_info/export_summary.h"
-#include "frame_export_info/png_file.h"
 #include "frame_export_info/point_files.h"
+#include "support/png_file.h"
 
 namespace kerul::lidar {
 namespace {
@@ -54,8 +54,11 @@ bool WritePicture(const std::string& path, const ExportFile& file, const ExportS
                   Failure& failure) {
   failure.path = path;
   ExportPicture picture;
-  return DrawExport(file, summary, picture, failure.reason) &&
-         WritePng(path, picture.width, picture.height, picture.rgb, &failure.reason);
+  std::string reason;
+  if (!DrawExport(file, summary, picture, failure.reason)) return false;
+  if (WritePng(path, picture.width, picture.height, picture.rgb, reason)) return true;
+  failure.reason = "cannot write: " + reason;
+  return false;
 }
 
 bool Run(const FrameExportInfoOptions& options, std::ostream& out, Failure& failure) {

@@ -1,8 +1,8 @@
 #include "lidar_view/frame_output.h"
 
-#include "lidar_view/png_file.h"
 #include "lidar_view/point_files.h"
 #include "lidar_view/view_points.h"
+#include "support/png_file.h"
 
 namespace kerul::lidar::view {
 
@@ -18,7 +18,8 @@ bool WriteFrameFiles(const FrameFiles& files, const CollectedFrame& frame,
   if (!files.ply.empty()) note(WritePly(files.ply, points), files.ply, "");
   if (!files.png.empty()) {
     std::string reason;
-    const bool written = WritePng(files.png, DrawPicture(frame, points, options), reason);
+    const Canvas picture = DrawPicture(frame, points, options);
+    const bool written = WritePng(files.png, picture.width, picture.height, picture.rgb, reason);
     note(written, files.png, reason);
   }
   return error.empty();

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "lidar_view/canvas.h"
-#include "lidar_view/png_file.h"
 #include "point_payload.h"
 #include "sensor_simulator/scenes.h"
+#include "support/png_file.h"
 #include "truth_report/filter_report.h"
 #include "truth_report/return_kinds.h"
 
@@ -147,7 +147,9 @@ void WritePicture(const std::string& directory, const Picture& picture) {
   DrawLegend(canvas, kMargin + kTitle + height + kMargin, picture.legend);
   std::string error;
   const std::string path = directory + "/" + picture.file;
-  if (!view::WritePng(path, canvas, error)) throw std::runtime_error(path + ": " + error);
+  if (!WritePng(path, canvas.width, canvas.height, canvas.rgb, error)) {
+    throw std::runtime_error(path + ": " + error);
+  }
 }
 
 }  // namespace

@@ -1,12 +1,10 @@
 #include "lidar_view/picture.h"
 
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <limits>
 #include <vector>
 
-#include "lidar_view/png_file.h"
 #include "tools/lidar_view/sample_frame.h"
 
 namespace kerul::lidar::view {
@@ -115,30 +113,6 @@ TEST(Picture, PointsOfBrokenPlacesAreLeftOut) {
   const ViewPoint far{0.0F, std::numeric_limits<float>::infinity(), 0.0F, 0, 0, 0, 0, 0};
   const ViewPoint points[] = {nan, far};
   EXPECT_EQ(DrawPicture(frame, points, {}).rgb, DrawPicture(frame, {}, {}).rgb);
-}
-
-TEST(PngFile, APictureComesBackAsItWas) {
-  const TemporaryFolder folder;
-  Canvas canvas(5, 3, {1, 2, 3});
-  canvas.Set(4, 2, {250, 128, 0});
-  std::string error;
-  ASSERT_TRUE(WritePng(folder.File("a.png"), canvas, error)) << error;
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  ASSERT_NE(png_image_begin_read_from_file(&image, folder.File("a.png").c_str()), 0);
-  ASSERT_EQ(image.width, 5U);
-  ASSERT_EQ(image.height, 3U);
-  image.format = PNG_FORMAT_RGB;
-  std::vector<std::uint8_t> rgb(PNG_IMAGE_SIZE(image));
-  ASSERT_NE(png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr), 0);
-  EXPECT_EQ(rgb, canvas.rgb);
-}
-
-TEST(PngFile, AnImpossiblePathFailsWithAReason) {
-  const TemporaryFolder folder;
-  std::string error;
-  EXPECT_FALSE(WritePng(folder.File("no/such/a.png"), Canvas(1, 1, {}), error));
-  EXPECT_FALSE(error.empty());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "frame_export_info/png_file.h"
+#include "support/png_file.h"
 
 #include <png.h>
 
@@ -7,9 +7,9 @@
 namespace kerul::lidar {
 
 bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
-              std::string* error) {
+              std::string& error) {
   const auto fail = [&](const std::string& reason) {
-    if (error != nullptr) *error = reason;
+    error = reason;
     return false;
   };
   if (width < 1 || height < 1) return fail("a picture needs a pixel");
@@ -23,7 +23,7 @@ bool WritePng(const std::string& path, int width, int height, const std::vector<
   image.height = static_cast<png_uint_32>(height);
   image.format = PNG_FORMAT_RGB;
   if (png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), 0, nullptr) != 0) return true;
-  return fail(std::string("cannot write: ") + image.message);
+  return fail(image.message);
 }
 
 }  // namespace kerul::lidar

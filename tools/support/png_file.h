@@ -8,8 +8,8 @@
 namespace kerul::lidar {
 
 // Eight bits a channel, 3 * width * height bytes, rows from the top. False, with the reason in
-// *error when error is not null, when the file cannot be written or the sizes do not fit.
+// `error`, when the file cannot be written or the sizes do not fit.
 bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
-              std::string* error);
+              std::string& error);
 
 }  // namespace kerul::lidar
