@@ -1,5 +1,5 @@
 // Counts the allocations of the test program.
 #pragma once
 
-// Calls of operator new since the start of the program.
+// Calls of operator new, of every form, since the start of the program.
 long AllocationCount();
