@@ -97,13 +97,13 @@ inline std::size_t SlotOffset(const HeaderShape& shape, std::uint32_t number) no
 inline void StoreBytes(std::uint8_t* slot_bytes, const std::uint8_t* from,
                        std::uint32_t length) noexcept {
   const std::uint32_t whole = length / kWordBytes * kWordBytes;
-  std::uint32_t word = 0;
   for (std::uint32_t i = 0; i < whole; i += kWordBytes) {
+    std::uint32_t word = 0;
     std::memcpy(&word, from + i, kWordBytes);
     StoreWord(slot_bytes + i, word, std::memory_order_relaxed);
   }
   if (whole == length) return;
-  word = LoadWord(slot_bytes + whole, std::memory_order_relaxed);
+  std::uint32_t word = LoadWord(slot_bytes + whole, std::memory_order_relaxed);
   std::memcpy(&word, from + whole, length - whole);
   StoreWord(slot_bytes + whole, word, std::memory_order_relaxed);
 }

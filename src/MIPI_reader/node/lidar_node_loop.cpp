@@ -41,7 +41,8 @@ ReceiveResult TryReceive(Source& source, UdpPacket& packet, int tries) {
   for (int i = 0; i < tries; ++i) {
     result.length = source.Receive(packet, kerul::lidar::kMaxDatagramBytes, 0, kReceiveTimeoutUs);
     if (result.length >= 1) {
-      if (source.GetType() != "PCAP" || IsSensorDatagram(packet, result.length)) {
+      // The cheaper question first; only of a capture does the other answer matter.
+      if (IsSensorDatagram(packet, result.length) || source.GetType() != "PCAP") {
         packet.length = static_cast<std::uint16_t>(result.length);
         result.taken = true;
         return result;
