@@ -179,6 +179,7 @@ class LidarNode {
   std::vector<float> prev_dist_map_;
   bool prev_dist_map_valid_ = false;
   EchoOutputPlan echo_plan_;
+  kerul::lidar::LidarPoint outside_;        // takes the points that lie outside the grid
   kerul::lidar::StalePixels stale_pixels_;  // of frame_
   bool upsampled_frame_written_ = false;    // since its last reset
 };

@@ -1,4 +1,6 @@
 // Frame assembly: calibrated points into the frame, and rows into the pipeline as they complete.
+#include <algorithm>
+
 #include "MIPI_reader/node/echo_merge.h"
 #include "MIPI_reader/node/frame_export.h"
 #include "MIPI_reader/node/frame_upsampling.h"
@@ -54,13 +56,19 @@ void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
     return point.row >= 0 && point.row < frame_->height && point.col >= 0 &&
            point.col < frame_->width;
   };
-  const auto place_of = [this](const LidarPoint& point) -> LidarPoint& {
-    return frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)];
-  };
-  for (const LidarPoint& point : points) {
-    if (!in_grid(point)) continue;
-    CopyPoint(place_of(point), point);
-    stale_pixels_.MarkFresh(point.row, point.col, point.echoes[0].highRefl);
+  constexpr std::size_t kAtATime = 16;
+  LidarPoint* places[kAtATime];
+  for (std::size_t first = 0; first < points.size(); first += kAtATime) {
+    const std::size_t count = std::min(kAtATime, points.size() - first);
+    for (std::size_t i = 0; i < count; ++i) {
+      const LidarPoint& point = points[first + i];
+      places[i] = &outside_;
+      if (!in_grid(point)) continue;
+      places[i] = &frame_->points[static_cast<std::size_t>(point.row)]
+                                 [static_cast<std::size_t>(point.col)];
+      stale_pixels_.MarkFresh(point.row, point.col, point.echoes[0].highRefl);
+    }
+    kerul::lidar::CopyPoints(&points[first], places, static_cast<int>(count));
   }
 }
 

@@ -17,7 +17,7 @@ void LidarPoint::ResetEchoes() noexcept {
     LidarEcho& echo = echoes[slot];
     const bool debug_flag = echo.debug_flag;
     const float ground_refl_scale = echo.ground_refl_scale;
-    CopyRecord(echo, kDefault.echoes[slot]);
+    CopyRecord<16>(echo, kDefault.echoes[slot]);
     echo.debug_flag = debug_flag;
     echo.ground_refl_scale = ground_refl_scale;
   }

@@ -12,27 +12,27 @@
 
 namespace kerul::lidar {
 
-// Copies all bytes of the record, the padding included.
-template <typename Record>
+// Copies all bytes of the record, the padding included, in steps of kStep bytes.
+template <std::size_t kStep, typename Record>
 inline void CopyRecord(Record& to, const Record& from) noexcept {
   static_assert(std::is_trivially_copyable_v<Record>);
-  using Block __attribute__((vector_size(16))) = std::uint64_t;
-  constexpr std::size_t kBlockBytes = sizeof(Block);
-  constexpr std::size_t kBlocks = sizeof(Record) / kBlockBytes;
-  constexpr std::size_t kRest = sizeof(Record) % kBlockBytes;
+  using Block __attribute__((vector_size(kStep))) = std::uint8_t;
+  constexpr std::size_t kBlocks = sizeof(Record) / kStep;
+  constexpr std::size_t kRest = sizeof(Record) % kStep;
   auto* target = reinterpret_cast<unsigned char*>(&to);
   const auto* source = reinterpret_cast<const unsigned char*>(&from);
   const auto copy_block = [=](std::size_t offset) {
     Block block;
-    std::memcpy(&block, source + offset, sizeof(block));
-    std::memcpy(target + offset, &block, sizeof(block));
+    static_assert(sizeof(block) == kStep);
+    std::memcpy(&block, source + offset, kStep);
+    std::memcpy(target + offset, &block, kStep);
   };
   // Unrolled, because a loop would be turned back into a string instruction.
   [&]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
-    (copy_block(kIndex * kBlockBytes), ...);
+    (copy_block(kIndex * kStep), ...);
   }
   (std::make_index_sequence<kBlocks>());
-  std::memcpy(target + kBlocks * kBlockBytes, source + kBlocks * kBlockBytes, kRest);
+  std::memcpy(target + kBlocks * kStep, source + kBlocks * kStep, kRest);
 }
 
 // Asks for the record's cache lines, which are about to be written.
@@ -44,6 +44,9 @@ inline void PrefetchForWrite(const LidarPoint& point) noexcept {
   }
 }
 
-inline void CopyPoint(LidarPoint& to, const LidarPoint& from) noexcept { CopyRecord(to, from); }
+// Copies `count` points to the places told. The form for the processor that runs.
+void CopyPoints(const LidarPoint* from, LidarPoint* const* to, int count) noexcept;
+// For processors with AVX2, in steps of 32 bytes.
+void CopyPointsAvx2(const LidarPoint* from, LidarPoint* const* to, int count) noexcept;
 
 }  // namespace kerul::lidar

@@ -8,7 +8,7 @@
 namespace kerul::lidar {
 namespace {
 
-TEST(CopyPoint, CopiesEveryByteAndNoMore) {
+TEST(CopyPoints, CopiesEveryByteAndNoMore) {
   std::array<unsigned char, sizeof(LidarPoint)> bytes;
   for (std::size_t i = 0; i < bytes.size(); ++i)
     bytes[i] = static_cast<unsigned char>(i % 251 & 1U);
@@ -17,7 +17,8 @@ TEST(CopyPoint, CopiesEveryByteAndNoMore) {
   std::memcpy(&from, bytes.data(), bytes.size());
   std::array<LidarPoint, 3> to{};
   std::memset(static_cast<void*>(to.data()), 0, sizeof(to));
-  CopyPoint(to[1], from);
+  LidarPoint* const place = &to[1];
+  CopyPoints(&from, &place, 1);
   EXPECT_EQ(std::memcmp(&to[1], &from, sizeof(from)), 0);
   std::array<unsigned char, sizeof(LidarPoint)> zeros{};
   EXPECT_EQ(std::memcmp(&to[0], zeros.data(), zeros.size()), 0);
@@ -30,7 +31,7 @@ TEST(CopyRecord, CopiesAnEchoToAnyAddress) {
   echo.dist_raw = 1.5F;
   echo.bins.fill(7);
   echo.bins.back() = 8;
-  CopyRecord(point.echoes[1], echo);
+  CopyRecord<16>(point.echoes[1], echo);
   EXPECT_EQ(point.echoes[1].dist_raw, 1.5F);
   EXPECT_EQ(point.echoes[1].bins, echo.bins);
   EXPECT_EQ(point.echoes[0].dist_raw, 0.0F);
