@@ -118,8 +118,9 @@ void WriteCache(const CalibrationBlobs& blobs) { simulator::WriteBlobs(blobs, "d
 
 std::string CheckFailure(const CalibrationBlobs& blobs) {
   const auto stored = [&blobs](std::size_t at) {
-    return std::to_string(blobs.head[at] | blobs.head[at + 1] << 8U | blobs.head[at + 2] << 16U |
-                          static_cast<std::uint32_t>(blobs.head[at + 3]) << 24U);
+    std::uint32_t word = 0;
+    for (std::size_t i = 4; i-- > 0;) word = word << 8U | blobs.head[at + i];
+    return std::to_string(word);
   };
   return "para2 head checksum verify failed (para2_crc stored=" + stored(128) +
          " calc=" + std::to_string(simulator::Crc32Mpeg2(blobs.main)) +
