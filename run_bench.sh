@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the release and measures it; prints Markdown and keeps it in build/bench_results.md.
-#   ./run_bench.sh            whole road, stages, kinds of frames, every kernel: some three minutes
+#   ./run_bench.sh            whole road, stages, kinds of frames, every kernel: some two minutes
 #   ./run_bench.sh --quick    the same with few repetitions
 #   ./run_bench.sh --update   also puts the tables into docs/performance.md
 set -euo pipefail

@@ -2,6 +2,7 @@
 #include <functional>
 #include <memory>
 
+#include "MIPI_reader/parser/instruction_set.h"
 #include "kernel_bench.h"
 #include "kernel_input.h"
 #include "reference/bloom.h"
@@ -78,6 +79,22 @@ void AddRowPassKernels(BenchNode& node) {
       AddPass(pass.name + "/node/" + scene, scene, node, before, pass.node);
       AddPass(pass.name + "/reference/" + scene, scene, node, before, pass.reference);
       before.push_back(pass.node);
+    }
+  }
+  // The kernel alone in each of its forms, on what is usual and with all echoes valid.
+  for (const InstructionSet set : {InstructionSet::kScalar, InstructionSet::kPlain,
+                                   InstructionSet::kAvx2, InstructionSet::kAvx512}) {
+    if (!IsSupported(set)) continue;
+    const InstructionSet chosen = ChosenInstructionSet();
+    const auto run = [set, chosen, access = node.Access()](int m_row) mutable {
+      ForceInstructionSet(set);
+      access.Neighbours(m_row);
+      ForceInstructionSet(chosen);
+    };
+    const std::vector<Pass> passes = Passes(node.Access());
+    for (const std::string scene : {"street", "full"}) {
+      AddPass(std::string("neighbours/") + InstructionSetName(set) + "/" + scene, scene, node,
+              {passes[0].node, passes[1].node}, run);
     }
   }
   AddPass("bloom/node/no_source", "plain", node, {}, Passes(node.Access())[4].node);

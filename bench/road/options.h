@@ -9,7 +9,7 @@
 namespace kerul::lidar::bench {
 
 struct Options {
-  int rounds = 31;       // of the cold road and its stages
+  int rounds = 41;       // of the cold road and its stages
   int side_rounds = 11;  // of everything else
   double live_seconds = 5.0;
   bool road_only = false;

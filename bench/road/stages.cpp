@@ -24,9 +24,8 @@ std::string_view StageName(int stage) {
       "calibration, all five steps",
       "copy into the frame",
       "reset of pixels not overwritten",
-      "priming",
       "ground",
-      "neighbour validation",
+      "priming and neighbour validation",
       "shot noise",
       "bloom",
       "echo order",
@@ -80,7 +79,8 @@ void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
   });
   Measure(Stage::kParse, [&] {
     for (std::size_t i = 0; i < kPacketsAtATime; ++i) {
-      points_[i].clear();
+      // As in the node, the records of the packet before are not cleared.
+      node_.PrefetchPixels(datagrams_[i]);
       node_.parser().ParsePacket(datagrams_[i], points_[i], frame_id_, node_.config().echo_num);
     }
   });
@@ -91,9 +91,8 @@ void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
 void StagedRoad::FinishRow(int m_row) {
   Measure(Stage::kStale,
           [&] { node_.stale_pixels().ResetRows(node_.frame(), 6 * m_row - 6, 6 * m_row + 12); });
-  Measure(Stage::kPrime, [&] { node_.Prime(m_row); });
   Measure(Stage::kGround, [&] { node_.Ground(m_row); });
-  Measure(Stage::kNeighbours, [&] { node_.Neighbours(m_row); });
+  Measure(Stage::kNeighbours, [&] { node_.PrimeAndNeighbours(m_row); });
   Measure(Stage::kShotNoise, [&] { node_.ShotNoise(m_row); });
   Measure(Stage::kBloom, [&] { node_.Bloom(m_row); });
   Measure(Stage::kOrder, [&] { node_.Order(m_row); });

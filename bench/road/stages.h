@@ -15,7 +15,6 @@ enum class Stage {
   kCalibrate,
   kCopy,
   kStale,
-  kPrime,
   kGround,
   kNeighbours,
   kShotNoise,
@@ -25,7 +24,7 @@ enum class Stage {
   kForward,
   kReset,
 };
-inline constexpr int kStages = 14;
+inline constexpr int kStages = 13;
 std::string_view StageName(int stage);
 
 using StageTimes = std::array<double, kStages>;  // ms of thread time per frame

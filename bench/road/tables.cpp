@@ -143,7 +143,7 @@ void PrintStages(BothRoads& roads, std::vector<FramePackets>& street, const Inst
 void PrintNeighbours(BothRoads& roads, std::vector<FramePackets>& street,
                      const InstructionSets& sets, int rounds) {
   std::vector<FramePackets> full = MakeFrames("full", 2);
-  PrintSetColumns("neighbour validation, cold, ms: median (min - max)", sets, "");
+  PrintSetColumns("priming and neighbour validation, cold, ms: median (min - max)", sets, "");
   const auto print = [&](const char* what, std::vector<FramePackets>& frames) {
     std::printf("| %s |", what);
     for (const StageRounds& set : MeasureStages(roads, frames, sets, rounds)) {

@@ -42,12 +42,16 @@ struct LidarNodeTestAccess {
   void CalibratePoints(std::vector<kerul::lidar::LidarPoint>& points) {
     node.CalibratePoints(points);
   }
+  void PrefetchPixels(const kerul::lidar::UdpPacket& packet) { node.PrefetchPixels(packet); }
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) {
     node.CopyIntoFrame(points);
   }
   void Prime(int m_row) { PrimeProcessedFields(node.frame_->points, m_row * 6, 6); }
   void Ground(int m_row) { node.Ground(m_row); }
   void Neighbours(int m_row) { node.NeighborMiniflashRow(m_row); }
+  void PrimeAndNeighbours(int m_row) {
+    PrimeAndValidateNeighbours(node.frame_->points, m_row * 6, 6);
+  }
   void ShotNoise(int m_row) { node.ApplyShotNoiseMiniflashRowV2(m_row); }
   void Bloom(int m_row) { node.SuppressHighReflBlooming(m_row); }
   void Order(int m_row) { OrderEchoes(node.frame_->points, m_row * 6, 6, node.echo_plan_); }
