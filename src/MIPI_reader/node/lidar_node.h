@@ -13,6 +13,7 @@
 #include "MIPI_reader/node/lidar_node_miniflash_processing.h"
 #include "MIPI_reader/node/packet_calibration.h"
 #include "MIPI_reader/node/packet_calibrator.h"
+#include "MIPI_reader/node/packet_clock.h"
 #include "MIPI_reader/node/stale_pixels.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/lidar_point.h"
@@ -143,7 +144,8 @@ class LidarNode {
   std::unique_ptr<std::thread> thread_;
   std::atomic<bool> running_{false};
   static_assert(std::atomic<bool>::is_always_lock_free);  // the interrupt handler writes it
-  std::chrono::system_clock::time_point packet_start_time_ = std::chrono::system_clock::now();
+  kerul::lidar::PacketClock packet_clock_;
+  std::chrono::system_clock::time_point packet_start_time_ = packet_clock_.Now();
   std::int64_t frame_busy_ns_ = 0;  // time spent on packets of the frame in hand
   std::unique_ptr<kerul::lidar::Source> source_;
   std::unique_ptr<kerul::lidar::SocketSource> udp_output_;  // null for shared-memory output

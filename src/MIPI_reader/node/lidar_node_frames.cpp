@@ -41,7 +41,8 @@ void LidarNode::PrefetchPixels(const UdpPacket& packet) noexcept {
   const int first_row = packet.buffer[raw_packet::kGroupIdOffset] * parser_->mrow_height;
   const int first_col = packet.buffer[raw_packet::kSlotIdOffset] * parser_->group_width;
   for (int i = 0; i < raw_packet::kBlocks; ++i) {
-    const std::uint8_t* block = packet.buffer + raw_packet::kBlocksOffset + i * raw_packet::kBlockBytes;
+    const std::uint8_t* block =
+        packet.buffer + raw_packet::kBlocksOffset + i * raw_packet::kBlockBytes;
     const int place = kerul::lidar::kPixelPlaces.offsets[kerul::lidar::PixelIdOf(block)];
     const int row = (place & 0xFFFF) + first_row;
     const int col = (place >> 16) + first_col;
@@ -64,8 +65,8 @@ void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
       const LidarPoint& point = points[first + i];
       places[i] = &outside_;
       if (!in_grid(point)) continue;
-      places[i] = &frame_->points[static_cast<std::size_t>(point.row)]
-                                 [static_cast<std::size_t>(point.col)];
+      places[i] =
+          &frame_->points[static_cast<std::size_t>(point.row)][static_cast<std::size_t>(point.col)];
       stale_pixels_.MarkFresh(point.row, point.col, point.echoes[0].highRefl);
     }
     kerul::lidar::CopyPoints(&points[first], places, static_cast<int>(count));

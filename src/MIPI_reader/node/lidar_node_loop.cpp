@@ -11,7 +11,6 @@ using kerul::lidar::LidarPoint;
 using kerul::lidar::PcapSource;
 using kerul::lidar::Source;
 using kerul::lidar::UdpPacket;
-using std::chrono::system_clock;
 
 namespace {
 
@@ -66,10 +65,10 @@ void LidarNode::Run() {
   while (running_) {
     if (GetOnePacket(source_.get(), packet) <= 0) continue;
 
-    packet_start_time_ = system_clock::now();
+    packet_start_time_ = packet_clock_.Now();
     PrefetchPixels(packet);
-    // Not cleared: decoding writes every field but two that no packet changes, so the records of the
-    // packet before need no construction of their own.
+    // Not cleared: decoding writes every field but two that no packet changes, so the records of
+    // the packet before need no construction of their own.
     const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
 
@@ -85,7 +84,7 @@ void LidarNode::Run() {
 
     UpdateFrames(packet_index, points);
     ++frame_->received_count;
-    frame_busy_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(system_clock::now() -
+    frame_busy_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(packet_clock_.Now() -
                                                                            packet_start_time_)
                           .count();
     if (packet_index == parser_->GetNPacketPerFrame() - 1) CloseFrame(frame_id);
@@ -137,7 +136,7 @@ void LidarNode::RewindForReplay() {
   if (upsampled_frame_) upsampled_frame_->Reset();
   upsampled_frame_written_ = false;
   frame_busy_ns_ = 0;
-  packet_start_time_ = system_clock::now();
+  packet_start_time_ = packet_clock_.Now();
 }
 
 void LidarNode::ResetFrame(int frame_id) {
@@ -166,7 +165,8 @@ void LidarNode::ResetFrame(int frame_id) {
   std::cout << "等效解包FPS: " << 1.0 / (static_cast<double>(frame_busy_ns_) / 1e9)
             << ", frame_id: " << frame_id << ", received_count:" << received_count << std::endl;
   frame_busy_ns_ = 0;
-  packet_start_time_ = system_clock::now();
+  packet_clock_.Set();
+  packet_start_time_ = packet_clock_.Now();
   if (source_->GetType() == "PCAP") std::this_thread::sleep_for(kReplayFramePause);
 }
 

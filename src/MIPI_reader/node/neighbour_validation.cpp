@@ -7,8 +7,8 @@
 #include <iterator>
 #include <span>
 
-#include "MIPI_reader/node/neighbour_rules.h"
 #include "MIPI_reader/node/echo_ordering.h"
+#include "MIPI_reader/node/neighbour_rules.h"
 #include "MIPI_reader/node/row_range.h"
 #include "MIPI_reader/parser/instruction_set.h"
 

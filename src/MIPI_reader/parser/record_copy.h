@@ -28,9 +28,7 @@ inline void CopyRecord(Record& to, const Record& from) noexcept {
     std::memcpy(target + offset, &block, kStep);
   };
   // Unrolled, because a loop would be turned back into a string instruction.
-  [&]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
-    (copy_block(kIndex * kStep), ...);
-  }
+  [&]<std::size_t... kIndex>(std::index_sequence<kIndex...>) { (copy_block(kIndex * kStep), ...); }
   (std::make_index_sequence<kBlocks>());
   std::memcpy(target + kBlocks * kStep, source + kBlocks * kStep, kRest);
 }
