@@ -21,12 +21,13 @@ esac
 scripts/install_dependencies.sh test
 jobs="$(nproc)"
 
-step() { printf '\n== %s (%d s so far)\n' "$1" "$SECONDS"; }
+. scripts/steps.sh
 
 step "Release build"
 cmake --preset release >/dev/null
 cmake --build --preset release -j "$jobs"
 if [ "$mode" = --all ]; then
+  step "All checks below"
   scripts/check_all.sh
 fi
 step "Release tests"

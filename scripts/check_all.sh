@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The checks beside the release tests: formatting, static analysis, clang, sanitizers.
+# The checks beside the release tests: formatting, static analysis, clang, the ring's model,
+# sanitizers, fuzzing, a short soak, the package. Needs the release build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/steps.sh
 jobs="$(nproc)"
-
-step() { printf '\n== %s (%d s so far)\n' "$1" "$SECONDS"; }
 
 step "Formatting"
 git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
@@ -28,13 +28,22 @@ for program in "${exact[@]}"; do
 done
 ctest --test-dir build/clang -R HoldsNoFusedInstruction
 
-step "Tests under the address and undefined-behaviour sanitizers"
+step "Build with the address and undefined-behaviour sanitizers"
 cmake --preset asan >/dev/null
 cmake --build --preset asan -j "$jobs"
+
+step "Tests under the address and undefined-behaviour sanitizers"
 ctest --test-dir build/asan -j "$jobs" --output-on-failure --progress -LE live
 ctest --test-dir build/asan --output-on-failure --progress -L live --repeat until-pass:2
 
-step "Threaded tests under the thread sanitizer"
-cmake --preset tsan >/dev/null
-cmake --build --preset tsan -j "$jobs" --target tests_output tests_client
-for program in tests_output tests_client; do "build/tsan/tests/$program" --gtest_brief=1; done
+step "Threads of ring, client and node under the thread sanitizer"
+scripts/check_threads.sh
+
+step "Fuzz programs, a minute each"
+scripts/run_fuzzers.sh 60
+
+step "Short soak"
+may_be_skipped scripts/soak.sh --short
+
+step "Debian package"
+KERUL_BUILD=build/release may_be_skipped scripts/check_package.sh

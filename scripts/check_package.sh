@@ -1,20 +1,26 @@
 #!/usr/bin/env bash
 # Builds the Debian package, installs it into a fresh minimal system, runs the programs there, links
-# a consumer against it, removes it and looks for what was left behind. Needs root and debootstrap.
+# a consumer against it, removes it and looks for what was left behind. Where no minimal system can
+# be made, for want of root or of the mirror, it looks at the package only and ends with status 77.
 #   check_package.sh [mirror]    mirror of the minimal system, by default that of this machine
+# KERUL_BUILD names a release build to pack; else there is one of its own in build/package.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir="$PWD"
-build="$source_dir/build/package"
+package_dir="$source_dir/build/package"
+build="$(realpath "${KERUL_BUILD:-$package_dir}")"
 
 fail() {
   echo "check_package: $*" >&2
   exit 1
 }
+skip() {
+  echo "Skipped: the package was not installed anywhere: $*" >&2
+  exit 77
+}
 step() { printf '== %s\n' "$1"; }
 
-[ "$(id -u)" -eq 0 ] || fail "needs root, for the minimal system"
-for tool in debootstrap mandoc lintian pkg-config; do
+for tool in dpkg-deb mandoc lintian pkg-config; do
   command -v "$tool" >/dev/null || fail "$tool is missing"
 done
 # The same release and the same sources as this machine has.
@@ -28,11 +34,14 @@ root="$work/root"
 trap 'rm -rf "$work"' EXIT
 
 step "Package"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKERUL_BUILD_TESTS=OFF >/dev/null
+[ -n "${KERUL_BUILD:-}" ] ||
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKERUL_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" >"$work/build.log" || fail "build: $(tail -n 20 "$work/build.log")"
-(cd "$build" && rm -f ./*.deb && cpack -G DEB >"$work/cpack.log") ||
+mkdir -p "$package_dir"
+rm -f "$package_dir"/*.deb
+(cd "$build" && cpack -G DEB -B "$package_dir" >"$work/cpack.log") ||
   fail "cpack: $(cat "$work/cpack.log")"
-package="$(ls "$build"/*.deb)"
+package="$(ls "$package_dir"/*.deb)"
 echo "$(basename "$package"): $(dpkg-deb -f "$package" Depends)"
 lintian --allow-root --fail-on error "$package" || fail "lintian"
 
@@ -47,11 +56,15 @@ if command -v systemd-analyze >/dev/null; then
     "$work/files/usr/lib/systemd/system/kerul-lidar-node.service" >"$work/kerul-lidar-node.service"
   verdict="$(systemd-analyze verify --man=no "$work/kerul-lidar-node.service" 2>&1 | grep kerul || true)"
   [ -z "$verdict" ] || fail "unit: $verdict"
+else
+  echo "the unit was not verified: systemd-analyze is missing"
 fi
 
 step "Minimal system ($release from $mirror)"
+[ "$(id -u)" -eq 0 ] || skip "needs root"
+command -v debootstrap >/dev/null || skip "needs debootstrap"
 debootstrap --variant=minbase "$release" "$root" "$mirror" >"$work/debootstrap.log" 2>&1 ||
-  fail "debootstrap: $(tail -n 5 "$work/debootstrap.log")"
+  skip "debootstrap: $(tail -n 5 "$work/debootstrap.log")"
 # The libraries that the package asks for come first, so that they are not taken for its leavings.
 cp /etc/apt/sources.list "$root/etc/apt/" 2>/dev/null || true
 dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/(.*//; s/|.*//; s/ //g' >"$work/depends"

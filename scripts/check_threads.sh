@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Runs everything with threads of its own under the thread sanitizer: the tests of ring and client,
+# and the real node with the simulated sensor, from its start to its end. Exit status 0 only when the
+# sanitizer reported nothing; the reports stay in build/tsan/reports/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$(nproc)" \
+  --target lidar_node sensor_simulator tests_output tests_client tests_process
+reports="$PWD/build/tsan/reports"
+rm -rf "$reports"
+mkdir -p "$reports"
+export TSAN_OPTIONS="log_path=$reports/report"
+run() { "build/tsan/tests/$1" --gtest_brief=1 "${@:2}"; }
+
+status=0
+run tests_output || status=1
+run tests_client || status=1
+# These depend on the machine's timing: a second try is allowed. A report of the first one stays.
+live=(tests_process --gtest_filter='LiveRun.*:Interrupt.*')
+run "${live[@]}" || run "${live[@]}" || status=1
+
+if [ -n "$(ls -A "$reports")" ]; then
+  cat "$reports"/* >&2
+  status=1
+fi
+exit "$status"
