@@ -17,9 +17,12 @@ run() { "build/tsan/tests/$1" --gtest_brief=1 "${@:2}"; }
 status=0
 run tests_output || status=1
 run tests_client || status=1
+# The whole chain: streams with faults, interrupts, kills, restarts. Only what also holds of a node
+# that is ten times slower and has the sanitizer's own thread beside its worker.
+live="Interrupt.AnIdleNode*:Interrupt.AHailOf*:LiveRun.AFaulty*:LiveRun.AReaderFinds*:\
+LiveRun.AKilledNodes*:LiveRun.ARemovedRing*"
 # These depend on the machine's timing: a second try is allowed. A report of the first one stays.
-live=(tests_process --gtest_filter='LiveRun.*:Interrupt.*')
-run "${live[@]}" || run "${live[@]}" || status=1
+run tests_process --gtest_filter="$live" || run tests_process --gtest_filter="$live" || status=1
 
 if [ -n "$(ls -A "$reports")" ]; then
   cat "$reports"/* >&2
