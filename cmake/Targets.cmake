@@ -18,7 +18,7 @@ endif()
 # One test program for each folder below tests/ that holds *_test.cpp files, named after the folder:
 # tests/MIPI_reader/parser gives tests_MIPI_reader_parser. Other .cpp files of the folder are its
 # helpers. LIBRARIES are linked to all of them when they exist. Tests with "AMillionPackets" in their name
-# take long and run on request only: ctest -C long -L long.
+# take long; run_tests.sh --all runs them, and ctest -C long -L long.
 function(kerul_add_test_folders)
   cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
   file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" *_test.cpp)

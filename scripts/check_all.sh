@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The checks beside the release tests: formatting, static analysis, clang, the ring's model,
-# sanitizers, fuzzing, a short soak, the package. Needs the release build.
+# The checks beside the release tests: formatting, static analysis, clang, the ring's model, a long
+# stream, sanitizers, fuzzing, a short soak, the package. Needs the release build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/steps.sh
@@ -27,6 +27,9 @@ for program in "${exact[@]}"; do
   tail -n 1 "$log"
 done
 ctest --test-dir build/clang -R HoldsNoFusedInstruction
+
+step "A million packets with every fault, byte for byte"
+ctest --test-dir build/release -C long -L long --output-on-failure
 
 step "Build with the address and undefined-behaviour sanitizers"
 cmake --preset asan >/dev/null
