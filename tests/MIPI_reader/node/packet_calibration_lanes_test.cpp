@@ -7,12 +7,15 @@
 #include <limits>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "MIPI_reader/node/calibration_tables.h"
 #include "MIPI_reader/node/packet_calibrator.h"
 #include "MIPI_reader/node/point_bits.h"
 #include "MIPI_reader/parser/instruction_set.h"
+#include "MIPI_reader/parser/raw_packet.h"
 
 namespace kerul::lidar {
 namespace {
@@ -315,6 +318,70 @@ TEST_F(PacketCalibrationLanesTest, TheTracedPixelIsPrintedInEveryForm) {
     ++printed;
   }
   EXPECT_GT(printed, 0);
+}
+
+// Every pixel has an offset and a scale of its own.
+Objects ObjectsThatTellPixelsApart() {
+  std::vector<float> offset(kPixelTableEntries);
+  std::vector<float> scale(kPixelTableEntries);
+  for (std::size_t i = 0; i < offset.size(); ++i) {
+    offset[i] = static_cast<float>(i + 1);
+    scale[i] = 1e-4F * static_cast<float>(i + 1);
+  }
+  Objects objects;
+  objects.dist.emplace(std::vector<float>(512), offset, std::vector<float>());
+  objects.retro.emplace(std::vector<float>(512, -12.0F), scale, HighReflCheck{},
+                        std::vector<float>(), std::vector<float>());
+  return objects;
+}
+
+TEST_F(PacketCalibrationLanesTest, EveryPixelInsideAndOutsideTakesItsOwnEntries) {
+  const Objects objects = ObjectsThatTellPixelsApart();
+  std::vector<int> places = {-70000, -289, -288, 575, 576, 1535, 1850, 70000};
+  for (int place = -13; place < 302; ++place) places.push_back(place);
+  std::vector<LidarPoint> points;
+  for (const int row : places) {
+    for (const int col : places) {
+      LidarPoint& point = points.emplace_back();
+      point.row = row;
+      point.col = col;
+      point.echoes[0].dist_raw = 250.0F;
+    }
+  }
+  ASSERT_NO_FATAL_FAILURE(CompareForms(objects, points));
+  EXPECT_EQ(compared_, static_cast<int>(points.size() * VectorForms().size()));
+  // That two entries never give the same: the largest offset takes 194 m, the next 0.0023 m less.
+  std::set<float> ranges;
+  CalibratePacket(objects.Steps(), points);
+  for (const LidarPoint& point : points) ranges.insert(point.echoes[0].dist_raw);
+  EXPECT_EQ(ranges.size(), 288U * 288U);
+}
+
+// A packet's nine stand side by side: 1728 pixels to a miniflash row, 432 ids to a slot.
+TEST(NearestPixelEntry, RunsThroughGroupsSlotsAndPixelIds) {
+  int expected = 0;
+  for (int group = 0; group < 48; ++group) {
+    for (int slot = 0; slot < 4; ++slot) {
+      for (int id = 0; id < 432; ++id) {
+        const PixelPlace place = PlacePixel(id, group, slot, 6, 6);
+        ASSERT_EQ(NearestPixelEntry(place.row, place.col), expected)
+            << "group " << group << " slot " << slot << " id " << id;
+        ++expected;
+      }
+    }
+  }
+  EXPECT_EQ(expected, kPixelTableEntries);
+}
+
+// By hand: tile order counts on past the last column and row, and stops at its ends.
+TEST(NearestPixelEntry, APixelOutsideTakesThePlaceOfAnotherOne) {
+  EXPECT_EQ(NearestPixelEntry(0, 288), NearestPixelEntry(6, 0));  // the next tile's first
+  EXPECT_EQ(NearestPixelEntry(7, 289), NearestPixelEntry(13, 1));
+  EXPECT_EQ(NearestPixelEntry(288, 0), NearestPixelEntry(287, 287));
+  EXPECT_EQ(NearestPixelEntry(1535, 1850), NearestPixelEntry(287, 287));
+  EXPECT_EQ(NearestPixelEntry(-6, 0), NearestPixelEntry(0, 0));
+  EXPECT_EQ(NearestPixelEntry(0, -1), NearestPixelEntry(0, 0));
+  EXPECT_EQ(NearestPixelEntry(-3, 5), NearestPixelEntry(3, 4));  // 5 * 6 - 3 = 4 * 6 + 3
 }
 
 TEST_F(PacketCalibrationLanesTest, WithoutAnyStepNothingChanges) {

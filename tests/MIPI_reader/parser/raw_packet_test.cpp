@@ -103,6 +103,39 @@ TEST(PlacePixel, CoversEachPixelOfTheFrameOnce) {
   EXPECT_EQ(seen.size(), 216U * 288U);
 }
 
+TEST(PixelIdOf, IsTheIdAmongTheUnpackedSamples) {
+  std::mt19937 random(2);
+  std::set<int> seen;
+  for (int round = 0; round < 20000; ++round) {
+    std::uint8_t block[72];
+    for (std::uint8_t& byte : block) byte = static_cast<std::uint8_t>(random());
+    std::uint16_t samples[48];
+    UnpackBlock(block, samples);
+    ASSERT_EQ(PixelIdOf(block), ReadRawPixel(samples).pixel_id);
+    seen.insert(PixelIdOf(block));
+  }
+  EXPECT_GT(seen.size(), 3500U);
+}
+
+// Wild ids, groups and slots too. Whoever cuts off at the frame's height and width relies on no
+// place being negative.
+TEST(PixelPlaceTable, AddsToTheFirstPixelOfAnyGroupAndSlot) {
+  int compared = 0;
+  for (int id = 0; id < kPixelIds; ++id) {
+    for (const int group : {0, 1, 35, 36, 255}) {
+      for (const int slot : {0, 3, 4, 255}) {
+        const PixelPlace place = PlacePixel(id, group, slot, 6, 6);
+        const std::int32_t offset = kPixelPlaces.offsets[id];
+        ASSERT_EQ((offset & 0xFFFF) + group * 6, place.row) << id;
+        ASSERT_EQ((offset >> 16) + slot * 6, place.col) << id;
+        ASSERT_TRUE(place.row >= 0 && place.row < 1536 && place.col >= 0 && place.col < 1856) << id;
+        ++compared;
+      }
+    }
+  }
+  EXPECT_EQ(compared, 4096 * 20);
+}
+
 TEST(TotalPacketId, CountsRowsSlotsRunsAndSubpackets) {
   RawHeader header{};
   EXPECT_EQ(TotalPacketId(header, 8), 0);
