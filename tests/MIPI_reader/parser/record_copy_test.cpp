@@ -2,27 +2,69 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
+#include <random>
+#include <vector>
+
+#include "MIPI_reader/parser/instruction_set.h"
 
 namespace kerul::lidar {
 namespace {
 
-TEST(CopyPoints, CopiesEveryByteAndNoMore) {
-  std::array<unsigned char, sizeof(LidarPoint)> bytes;
-  for (std::size_t i = 0; i < bytes.size(); ++i)
-    bytes[i] = static_cast<unsigned char>(i % 251 & 1U);
-  // Every second byte is set: the bytes of flags are sound values, those of floats are any.
-  LidarPoint from;
-  std::memcpy(&from, bytes.data(), bytes.size());
-  std::array<LidarPoint, 3> to{};
-  std::memset(static_cast<void*>(to.data()), 0, sizeof(to));
-  LidarPoint* const place = &to[1];
-  CopyPoints(&from, &place, 1);
-  EXPECT_EQ(std::memcmp(&to[1], &from, sizeof(from)), 0);
-  std::array<unsigned char, sizeof(LidarPoint)> zeros{};
-  EXPECT_EQ(std::memcmp(&to[0], zeros.data(), zeros.size()), 0);
-  EXPECT_EQ(std::memcmp(&to[2], zeros.data(), zeros.size()), 0);
+class CopyPointsTest : public ::testing::TestWithParam<InstructionSet> {
+ protected:
+  ~CopyPointsTest() override { ForceInstructionSet(chosen_); }
+  void SetUp() override {
+    if (!IsSupported(GetParam())) GTEST_SKIP() << "not on this processor";
+    ForceInstructionSet(GetParam());
+  }
+
+ private:
+  InstructionSet chosen_ = ChosenInstructionSet();
+};
+
+INSTANTIATE_TEST_SUITE_P(Sets, CopyPointsTest,
+                         ::testing::Values(InstructionSet::kScalar, InstructionSet::kPlain,
+                                           InstructionSet::kAvx2, InstructionSet::kAvx512),
+                         [](const auto& set) { return InstructionSetName(set.param); });
+
+// Points of any bytes, which are compared and never read.
+std::vector<LidarPoint> AnyPoints(std::size_t count, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<unsigned char> bytes(count * sizeof(LidarPoint));
+  for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random());
+  std::vector<LidarPoint> points(count);
+  std::memcpy(static_cast<void*>(points.data()), bytes.data(), bytes.size());
+  return points;
+}
+
+bool SameBytes(const LidarPoint& a, const LidarPoint& b) {
+  return std::memcmp(&a, &b, sizeof(LidarPoint)) == 0;
+}
+
+TEST_P(CopyPointsTest, CopiesEveryByteAndNoMore) {
+  for (std::size_t count = 0; count <= 16; ++count) {
+    const std::vector<LidarPoint> from = AnyPoints(count + 1, 1);
+    const std::vector<LidarPoint> before = AnyPoints(2 * count + 1, 2);
+    std::vector<LidarPoint> to = before;
+    std::vector<LidarPoint*> places;
+    // Backwards, to every second one.
+    for (std::size_t i = 0; i < count; ++i) places.push_back(&to[2 * (count - i) - 1]);
+    CopyPoints(from.data(), places.data(), static_cast<int>(count));
+    for (std::size_t i = 0; i < to.size(); ++i) {
+      const LidarPoint& expected = i % 2 == 0 ? before[i] : from[count - (i + 1) / 2];
+      EXPECT_TRUE(SameBytes(to[i], expected)) << "point " << i << " of " << count;
+    }
+  }
+}
+
+TEST_P(CopyPointsTest, OfPointsForOnePlaceTheLastStays) {
+  const std::vector<LidarPoint> from = AnyPoints(3, 3);
+  std::vector<LidarPoint> to(2);
+  LidarPoint* const places[] = {&to[0], &to[1], &to[0]};
+  CopyPoints(from.data(), places, 3);
+  EXPECT_TRUE(SameBytes(to[0], from[2]));
+  EXPECT_TRUE(SameBytes(to[1], from[1]));
 }
 
 TEST(CopyRecord, CopiesAnEchoToAnyAddress) {
