@@ -58,6 +58,7 @@ struct LidarNodeTestAccess {
   void UpdateFrames(int index, std::vector<kerul::lidar::LidarPoint>& points) {
     node.UpdateFrames(index, points);
   }
+  void PrefetchPixels(const kerul::lidar::UdpPacket& packet) { node.PrefetchPixels(packet); }
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) {
     node.CopyIntoFrame(points);
   }
@@ -72,11 +73,12 @@ class ScriptedSource : public Source {
  public:
   std::deque<UdpPacket> script;
   std::function<void()> at_end = [] {};
+  std::string type = "SCRIPT";
   int result_at_end = 0;
   bool opened = true;
   int receive_calls = 0;
 
-  std::string GetType() override { return "SCRIPT"; }
+  std::string GetType() override { return type; }
   bool Open() override { return true; }
   void Close() override {}
   bool IsOpened() override { return opened; }

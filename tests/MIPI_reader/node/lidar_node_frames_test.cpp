@@ -1,6 +1,8 @@
 #include <numeric>
+#include <random>
 
 #include "node_fixture.h"
+#include "support/record_equality.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -102,6 +104,57 @@ TEST_F(FrameAssembly, APointOutsideTheGridIsDroppedButItsPacketCounts) {
     for (const LidarPoint& point : row) filled += point.echoes[0].dist_raw != 0.0F;
   }
   EXPECT_EQ(filled, 0);
+}
+
+// For the address sanitizer: places far outside the grid and outside a smaller one.
+TEST_F(FrameAssembly, AskingForTheRecordsOfAnyBytesChangesNothing) {
+  std::mt19937 random(1);
+  const LidarFrame full = Access().frame();
+  const LidarFrame small(7, 11, 2);
+  int frames = 0;
+  for (const LidarFrame& frame : {full, small, LidarFrame(0, 0, 2)}) {
+    Access().frame() = frame;
+    for (int round = 0; round < 2000; ++round) {
+      UdpPacket packet{};
+      for (std::uint8_t& byte : packet.buffer) byte = static_cast<std::uint8_t>(random());
+      if (round % 2 == 0) packet.buffer[673] %= 40;  // miniflash row
+      if (round % 2 == 0) packet.buffer[671] %= 5;   // column slot
+      Access().PrefetchPixels(packet);
+    }
+    ASSERT_EQ(Access().frame().points.size(), frame.points.size());
+    for (std::size_t row = 0; row < frame.points.size(); ++row) {
+      for (std::size_t col = 0; col < frame.points[row].size(); ++col) {
+        ASSERT_TRUE(SameRecord(Access().frame().points[row][col], frame.points[row][col]));
+      }
+    }
+    ++frames;
+  }
+  EXPECT_EQ(frames, 3);
+  Access().frame() = full;
+}
+
+// Pixels inside and outside in turn, more than are copied at a time, and one pixel more than once.
+TEST_F(FrameAssembly, OfPointsForOnePixelTheLastStaysAndThoseOutsideAreDropped) {
+  std::vector<LidarPoint> points(50);
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    points[i].row = i % 3 == 0 ? 216 : static_cast<int>(i);
+    points[i].col = i % 3 == 1 ? 100 : static_cast<int>(i % 10);
+    points[i].echoes[0].dist_raw = static_cast<float>(i + 1);
+  }
+  points[49].row = points[2].row;  // of the first copy and of the last
+  points[49].col = points[2].col;
+  points[8].row = points[7].row;  // side by side
+  points[8].col = points[7].col;
+  Access().CopyIntoFrame(points);
+  int filled = 0;
+  for (const auto& row : Access().frame().points) {
+    for (const LidarPoint& point : row) filled += point.echoes[0].dist_raw != 0.0F;
+  }
+  EXPECT_EQ(filled, 50 - 17 - 2);
+  const FrameRows& rows = Access().frame().points;
+  EXPECT_EQ(rows[2][2].echoes[0].dist_raw, 50.0F);
+  EXPECT_EQ(rows[7][100].echoes[0].dist_raw, 9.0F);
+  EXPECT_EQ(rows[47][7].echoes[0].dist_raw, 48.0F);
 }
 
 TEST_F(FrameAssembly, AnIndexBehindTheProgressTablesIsCopiedAndOtherwiseIgnored) {

@@ -178,6 +178,50 @@ TEST_F(PacketLoop, AnIdleSourceGivesZeroAfterTenTries) {
   EXPECT_EQ(source_->receive_calls, 10);
 }
 
+// `length` bytes that begin with these two.
+UdpPacket Datagram(std::uint16_t length, std::uint8_t first, std::uint8_t second) {
+  UdpPacket packet{};
+  packet.buffer[0] = first;
+  packet.buffer[1] = second;
+  packet.length = length;
+  return packet;
+}
+
+TEST_F(PacketLoop, ALiveSourcesDatagramIsTakenWhateverItHolds) {
+  Start();
+  for (const UdpPacket& sent : {Datagram(1, 0xEE, 0xFF), Datagram(10, 0xEE, 0xFF),
+                                Datagram(692, 0, 0), Datagram(1500, 0xEE, 0xFF)}) {
+    source_->script = {sent};
+    UdpPacket packet{};
+    EXPECT_EQ(Access().GetOnePacket(packet), sent.length);
+    EXPECT_EQ(packet.length, sent.length);
+  }
+  EXPECT_EQ(source_->receive_calls, 4);
+}
+
+TEST_F(PacketLoop, OfACaptureOnlyDatagramsOfElevenBytesBehindTheMagicAreTaken) {
+  Start();
+  source_->type = "PCAP";
+  source_->script = {Datagram(10, 0xEE, 0xFF), Datagram(692, 0xEE, 0xFE), Datagram(692, 0xFF, 0xEE),
+                     Datagram(11, 0xEE, 0xFF)};
+  UdpPacket packet{};
+  EXPECT_EQ(Access().GetOnePacket(packet), 11);
+  EXPECT_EQ(packet.length, 11);
+  EXPECT_EQ(source_->receive_calls, 4);
+}
+
+TEST_F(PacketLoop, TenForeignDatagramsOfACaptureInARowGiveTheLastLengthAndStoreNone) {
+  Start();
+  source_->type = "PCAP";
+  for (std::uint16_t i = 0; i < 10; ++i) {
+    source_->script.push_back(Datagram(static_cast<std::uint16_t>(100 + i), 1, 2));
+  }
+  UdpPacket packet{};
+  packet.length = 77;
+  EXPECT_EQ(Access().GetOnePacket(packet), 109);
+  EXPECT_EQ(packet.length, 77);
+}
+
 TEST_F(PacketLoop, AnOpenSourceThatKeepsFailingThrows) {
   Start();
   source_->result_at_end = -1;
