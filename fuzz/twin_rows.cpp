@@ -138,6 +138,7 @@ void TwinRows::Begin(const TwinSettings& settings) {
     side.parser.keep_bins = settings.keep_bins;
     side.parser.clip_side_peaks = settings.clip_side_peaks;
     side.parser.udp_seq_base = 0;
+    side.points.clear();
     side.frame = empty_;
     side.out = {};
   }
@@ -158,7 +159,7 @@ void TwinRows::TakeDatagram(const std::vector<std::uint8_t>& datagram) {
   if (index != -1) RunReferencePacket();
   for (NodeSide& side : sides_) {
     ForceInstructionSet(side.set);
-    side.points.clear();
+    // As in the node, the points are those of the datagram before; the reference's are new.
     int frame_id = 0;
     Require(side.parser.ParsePacket(in_, side.points, frame_id, settings_.echo_num) == index,
             "the reference's place in the frame");
@@ -212,11 +213,16 @@ void TwinRows::RunReferenceRow(int m_row) {
 void TwinRows::RunNodeRow(NodeSide& side, int m_row) {
   LidarFrame& frame = side.frame;
   const int first_row = m_row * kRowHeight;
-  PrimeProcessedFields(frame.points, first_row, kRowHeight);
+  // The two ways of the node.
+  if (settings_.ground_plane) PrimeProcessedFields(frame.points, first_row, kRowHeight);
   if (settings_.ground) {
     LabelGround(frame, m_row, kRowHeight, tables_.ground, side.parser.angle_grid);
   }
-  ValidateNeighbours(frame.points, first_row, kRowHeight);
+  if (settings_.ground_plane) {
+    ValidateNeighbours(frame.points, first_row, kRowHeight);
+  } else {
+    PrimeAndValidateNeighbours(frame.points, first_row, kRowHeight);
+  }
   FilterShotNoise(frame.points, m_row, kTwinBlockCols,
                   default_config::kConfig.shot_noise_dist_gate);
   SuppressBlooming(frame, m_row, tables_.bloom, settings_.blooming_filter, {});
