@@ -5,9 +5,8 @@
 #include "MIPI_reader/node/frame_export.h"
 #include "MIPI_reader/node/frame_upsampling.h"
 #include "MIPI_reader/node/lidar_node.h"
-#include "MIPI_reader/parser/record_copy.h"
-
 #include "MIPI_reader/parser/raw_packet.h"
+#include "MIPI_reader/parser/record_copy.h"
 
 using kerul::lidar::LidarPoint;
 using kerul::lidar::UdpPacket;

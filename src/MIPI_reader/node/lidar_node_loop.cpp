@@ -67,8 +67,9 @@ void LidarNode::Run() {
 
     packet_start_time_ = packet_clock_.Now();
     PrefetchPixels(packet);
-    // Not cleared: decoding writes every field but two that no packet changes, so the records of
-    // the packet before need no construction of their own.
+    // Not cleared: of the echo slots in use decoding writes every field but debug_flag and
+    // ground_refl_scale, and neither these nor the other slot are changed by any step before the
+    // copy into the frame. So the records of the packet before serve as new ones would.
     const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
 

@@ -26,8 +26,10 @@ void LidarNode::ProcessMiniflashRow(int m_row) {
 
   // The passes look at most one miniflash row up and down.
   stale_pixels_.ResetRows(*frame_, first_row - rows, first_row + 2 * rows);
-  // Every echo that the first ground stage changes has a range, and of those the neighbour
-  // validation writes the processed fields anew. So the two can be primed while it reads them.
+  // Every echo whose processed fields the first ground stage writes has a range, and of those the
+  // neighbour validation writes them anew. So it can prime them itself while it reads the records.
+  // Not behind the plane stage: a pull above 1 may take an echo its range, and what was primed
+  // before then stays.
   const bool primed_late =
       config_->calib_enable && config_->neighbor_check_enable && !config_->ground_plane_enable;
   if (!primed_late) PrimeProcessedFields(frame_->points, first_row, rows);

@@ -17,7 +17,8 @@ inline constexpr int kCurveEntries = 512;         // curves by pulse height
 inline constexpr int kPixelTableEntries = 82944;  // 288 x 288 pixels in tile order
 
 // Index of a pixel in the tile-ordered tables: tile by tile (48 to a row), the 6 x 6 pixels of a
-// tile column by column. Truncating division; pixels outside give indices outside.
+// tile column by column. Truncating division; a pixel outside can give the index of another one or
+// one outside the tables. -1000000 <= row, col <= 1000000, of which a packet reaches 0..1850.
 constexpr int TileOrderIndex(int row, int col) noexcept {
   const int tile = (row / 6) * 48 + col / 6;
   return tile * 36 + (col % 6) * 6 + row % 6;

@@ -1,5 +1,5 @@
-// Copies of the point and echo records in steps of 16 bytes. A plain assignment becomes a string
-// instruction (rep movs) with some compilers, whose start costs more than the whole copy.
+// Copies of the point and echo records in steps of 16 or 32 bytes. A plain assignment becomes a
+// string instruction (rep movs) with some compilers, whose start costs more than the whole copy.
 #pragma once
 
 #include <cstddef>
@@ -42,7 +42,8 @@ inline void PrefetchForWrite(const LidarPoint& point) noexcept {
   }
 }
 
-// Copies `count` points to the places told. The form for the processor that runs.
+// Copies point i to to[i], in this order: of several for one place the last stays. No place lies
+// among the points copied. The form for the processor that runs.
 void CopyPoints(const LidarPoint* from, LidarPoint* const* to, int count) noexcept;
 // For processors with AVX2, in steps of 32 bytes.
 void CopyPointsAvx2(const LidarPoint* from, LidarPoint* const* to, int count) noexcept;
