@@ -1,3 +1,6 @@
+#include <cmath>
+
+#include "MIPI_reader/node/ground_settings_builder.h"
 #include "node_fixture.h"
 
 namespace kerul::lidar::testing {
@@ -71,6 +74,34 @@ TEST_F(RowPipeline, EveryPassIsSwitchedByItsOwnSetting) {
   Pixel(6, 100).echoes[0].dist_raw = 5.0F;
   Access().ProcessMiniflashRow(1);
   EXPECT_EQ(Pixel(6, 100).echoes[0].dist_raw, 5.0F);
+}
+
+// The processed fields are those of before the ground stages, also where the plane's pull takes an
+// echo its range.
+TEST_F(RowPipeline, AnEchoThatThePlanePullsBehindTheSensorShowsItsRangeOfBefore) {
+  DefaultConfig config = TestConfig();
+  config.ground_plane_enable = true;
+  config.ground_plane_min_points = 20;
+  config.ground_plane_inlier_m = 100.0F;
+  config.ground_plane_pull = 3.0F;
+  config.ground_plane_pull_full_m = 100.0F;
+  StartNode(config);
+  Access().angle_grid() = ground_builder::DownwardGrid(216, 288);
+  // A level ground 1 m below, and one pixel far behind it.
+  for (int row = 4; row < 14; ++row) {
+    for (int col = 0; col < 288; ++col) {
+      const float z = ground_builder::GetDirection(Access().angle_grid(), row, col).z;
+      Pixel(row, col).echoes[0].dist_raw = -1.0F / z;
+    }
+  }
+  Pixel(8, 100).echoes[0].dist_raw = 12.0F;
+  Access().ProcessMiniflashRow(1);
+  const LidarEcho& echo = Pixel(8, 100).echoes[0];
+  EXPECT_TRUE(echo.ground);
+  const float z = ground_builder::GetDirection(Access().angle_grid(), 8, 100).z;
+  EXPECT_NEAR(echo.dist_raw, 3.0F * (-1.0F / z) - 2.0F * 12.0F, 0.1F);  // the plane is a fit
+  EXPECT_LT(echo.dist_raw, 0.0F);
+  EXPECT_EQ(echo.dist_proc, 12.0F);
 }
 
 TEST_F(RowPipeline, ARowOutsideTheFrameEndsTheProcess) {
