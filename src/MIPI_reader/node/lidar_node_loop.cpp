@@ -144,7 +144,7 @@ void LidarNode::ResetFrame(int frame_id) {
   const int received_count = frame_->received_count;
 
   if (cur_dist_map_.size() == prev_dist_map_.size()) {
-    std::copy(cur_dist_map_.begin(), cur_dist_map_.end(), prev_dist_map_.begin());
+    cur_dist_map_.swap(prev_dist_map_);
     prev_dist_map_valid_ = true;
     std::fill(cur_dist_map_.begin(), cur_dist_map_.end(), 0.0F);
   }
