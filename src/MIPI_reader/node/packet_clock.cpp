@@ -11,6 +11,9 @@ using std::chrono::nanoseconds;
 
 // A shorter time between two Sets does not tell the rate well enough.
 constexpr auto kShortestSpan = std::chrono::milliseconds(1);
+// Nanoseconds per tick. What lies outside comes of a machine that slept or moved meanwhile.
+constexpr double kFastest = 0.05;
+constexpr double kSlowest = 10.0;
 
 #if defined(__x86_64__)
 std::uint64_t Ticks() noexcept { return __rdtsc(); }
@@ -27,8 +30,9 @@ void PacketClock::Set() noexcept {
   if (ticks <= ticks_) {
     ns_per_tick_ = 0.0;  // no counter, or one that was set back
   } else if (ticks_ != 0 && span >= kShortestSpan) {
-    ns_per_tick_ =
+    const double rate =
         static_cast<double>(nanoseconds(span).count()) / static_cast<double>(ticks - ticks_);
+    ns_per_tick_ = rate > kFastest && rate < kSlowest ? rate : 0.0;
   }
   system_ = std::chrono::system_clock::now();
   steady_ = steady;

@@ -7,8 +7,8 @@
 namespace kerul::lidar {
 
 // The system's time, read off the processor's counter. Two looks at the system's own clock for each
-// packet take 4 % of the time that a frame takes, two looks at the counter 1 %. The counter's rate
-// is measured from one Set to the next; before the second one, and on processors without such a
+// packet take 4 % of the time that a frame takes, looks at the counter half of that. The rate is
+// measured from one Set to the next; before the second one, and on processors without such a
 // counter, Now asks the system.
 class PacketClock {
  public:
