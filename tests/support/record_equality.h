@@ -12,7 +12,7 @@
 
 namespace kerul::lidar {
 
-inline bool SameBits(float a, float b) {
+inline bool SameBitsOrNan(float a, float b) {
   if (std::isnan(a) && std::isnan(b)) return true;
   return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
 }
@@ -45,7 +45,7 @@ inline const char* FirstDifference(const LidarEcho& a, const LidarEcho& b) {
       {"ground_refl_scale", &LidarEcho::ground_refl_scale},
   };
   for (const FloatField& entry : kFloats) {
-    if (!SameBits(a.*entry.field, b.*entry.field)) return entry.name;
+    if (!SameBitsOrNan(a.*entry.field, b.*entry.field)) return entry.name;
   }
   if (a.cogw_flag != b.cogw_flag) return "cogw_flag";
   if (a.peak_addr != b.peak_addr) return "peak_addr";
@@ -64,9 +64,10 @@ inline const char* FirstDifference(const LidarEcho& a, const LidarEcho& b) {
 }
 
 inline ::testing::AssertionResult SameRecord(const LidarPoint& a, const LidarPoint& b) {
-  if (a.row != b.row || a.col != b.col || !SameBits(a.pixel_word22, b.pixel_word22) ||
-      !SameBits(a.pixel_word11, b.pixel_word11) || !SameBits(a.shot_times, b.shot_times) ||
-      !SameBits(a.shot_ratio, b.shot_ratio) || !SameBits(a.detect_threshold, b.detect_threshold)) {
+  if (a.row != b.row || a.col != b.col || !SameBitsOrNan(a.pixel_word22, b.pixel_word22) ||
+      !SameBitsOrNan(a.pixel_word11, b.pixel_word11) ||
+      !SameBitsOrNan(a.shot_times, b.shot_times) || !SameBitsOrNan(a.shot_ratio, b.shot_ratio) ||
+      !SameBitsOrNan(a.detect_threshold, b.detect_threshold)) {
     return ::testing::AssertionFailure() << "the points' own fields differ";
   }
   for (int slot = 0; slot < kEchoSlots; ++slot) {
