@@ -11,7 +11,7 @@
 #include "MIPI_reader/node/ground_rules.h"
 #include "MIPI_reader/node/ground_settings_builder.h"
 #include "MIPI_reader/parser/instruction_set.h"
-#include "forced_instruction_set.h"
+#include "support/forced_instruction_set.h"
 
 namespace kerul::lidar {
 namespace {

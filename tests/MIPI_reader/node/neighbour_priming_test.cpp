@@ -15,7 +15,7 @@
 #include "MIPI_reader/node/neighbour_rules.h"
 #include "MIPI_reader/node/neighbour_validation.h"
 #include "MIPI_reader/parser/instruction_set.h"
-#include "forced_instruction_set.h"
+#include "support/forced_instruction_set.h"
 #include "support/record_equality.h"
 
 namespace kerul::lidar {

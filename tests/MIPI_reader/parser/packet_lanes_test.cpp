@@ -16,6 +16,7 @@
 #include "MIPI_reader/parser/packet_decoding.h"
 #include "raw_packet_builder.h"
 #include "reference/parser.h"
+#include "support/forced_instruction_set.h"
 #include "support/random_raw_packets.h"
 #include "support/record_equality.h"
 
@@ -24,19 +25,6 @@ namespace {
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-
-class ForcedInstructionSet {
- public:
-  explicit ForcedInstructionSet(InstructionSet set) : before_(ChosenInstructionSet()) {
-    ForceInstructionSet(set);
-  }
-  ~ForcedInstructionSet() { ForceInstructionSet(before_); }
-  ForcedInstructionSet(const ForcedInstructionSet&) = delete;
-  ForcedInstructionSet& operator=(const ForcedInstructionSet&) = delete;
-
- private:
-  InstructionSet before_;
-};
 
 // Windows that random ones hit seldom: ties, plateaus, runs at the ends, nothing, saturation.
 BlockSamples::value_type SpecialSample(int style, int i, int level) {
