@@ -1,7 +1,7 @@
 // Points into the frame, the frame's reset, and the doubled frame.
 #include <memory>
 
-#include "MIPI_reader/node/frame_upsampling.h"
+#include "MIPI_reader/node/frame_end/frame_upsampling.h"
 #include "kernel_bench.h"
 #include "kernel_input.h"
 #include "reference/merge.h"

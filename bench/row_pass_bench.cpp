@@ -2,9 +2,9 @@
 #include <functional>
 #include <memory>
 
-#include "MIPI_reader/parser/instruction_set.h"
 #include "kernel_bench.h"
 #include "kernel_input.h"
+#include "lanes/instruction_set.h"
 #include "reference/bloom.h"
 #include "reference/ordering.h"
 #include "reference/row_filters.h"

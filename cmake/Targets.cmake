@@ -16,8 +16,8 @@ if(ccache_program AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 # One test program for each folder below tests/ that holds *_test.cpp files, named after the folder:
-# tests/MIPI_reader/parser gives tests_MIPI_reader_parser. Other .cpp files of the folder are its
-# helpers. LIBRARIES are linked to all of them when they exist. Tests with "AMillionPackets" in their name
+# tests/MIPI_reader/parser gives tests_MIPI_reader_parser. Folders further down belong to it too.
+# Other .cpp files are its helpers. LIBRARIES are linked to all of them when they exist. Tests with "AMillionPackets" in their name
 # take long; run_tests.sh --all runs them, and ctest -C long -L long.
 function(kerul_add_test_folders)
   cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
@@ -25,12 +25,13 @@ function(kerul_add_test_folders)
   set(folders)
   foreach(test_file IN LISTS test_files)
     get_filename_component(folder "${test_file}" DIRECTORY)
+    string(REGEX REPLACE "^([^/]+/[^/]+)/.*" "\\1" folder "${folder}")
     list(APPEND folders "${folder}")
   endforeach()
   list(REMOVE_DUPLICATES folders)
   foreach(folder IN LISTS folders)
     string(REPLACE "/" "_" name "tests_${folder}")
-    file(GLOB sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${folder}/*.cpp")
     add_executable(${name} ${sources})
     target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
     target_link_libraries(${name} PRIVATE kerul_lidar GTest::gmock_main)

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/frame_export.h"
+#include "MIPI_reader/node/frame_end/frame_export.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "config/default_config.h"

@@ -6,11 +6,11 @@
 #include <memory>
 #include <vector>
 
-#include "MIPI_reader/node/ground_labelling.h"
-#include "MIPI_reader/node/packet_calibrator.h"
-#include "MIPI_reader/parser/instruction_set.h"
+#include "MIPI_reader/node/ground/ground_labelling.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "config/default_config.h"
+#include "lanes/instruction_set.h"
 #include "reference/node.h"
 #include "sensor_simulator/calibration_blobs.h"
 

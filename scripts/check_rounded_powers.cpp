@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "MIPI_reader/parser/rounded_powers_lanes.h"
+#include "lanes/rounded_powers_lanes.h"
 
 namespace {
 

@@ -10,7 +10,7 @@ run() {
   name=$1
   shift
   "${CXX:-g++}" -std=c++20 -O3 -ffp-contract=off "$@" -Isrc -o "$build/$name" \
-    scripts/check_rounded_powers.cpp src/MIPI_reader/parser/rounded_powers.cpp
+    scripts/check_rounded_powers.cpp src/lanes/rounded_powers.cpp
   "$build/$name"
 }
 

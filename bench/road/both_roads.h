@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 #include "reference/node.h"
 #include "support/bench_input.h"
 #include "support/bench_node.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar::bench {
 

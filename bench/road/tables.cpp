@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "MIPI_reader/node/bloom_suppression.h"
+#include "MIPI_reader/node/bloom/bloom_suppression.h"
 #include "road/live.h"
 #include "road/stages.h"
 #include "support/measuring.h"

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 #include "road/both_roads.h"
 
 namespace kerul::lidar::bench {

@@ -17,7 +17,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "output/shm_udp_writer.h"
+#include "output/shm_layout.h"
 
 namespace kerul::lidar::shm_ring {
 

@@ -12,15 +12,15 @@
 #include <vector>
 
 #include "MIPI_reader/node/frame_builder.h"
-#include "MIPI_reader/node/ground_labelling.h"
-#include "MIPI_reader/node/ground_rows.h"
-#include "MIPI_reader/node/ground_settings_builder.h"
-#include "MIPI_reader/node/neighbour_validation.h"
-#include "MIPI_reader/node/packet_calibrator.h"
-#include "MIPI_reader/parser/instruction_set.h"
+#include "MIPI_reader/node/ground/ground_labelling.h"
+#include "MIPI_reader/node/ground/ground_rows.h"
+#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "MIPI_reader/node/neighbours/neighbour_validation.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/raw_packet_builder.h"
 #include "contraction/rounding.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar::contraction {
 namespace {

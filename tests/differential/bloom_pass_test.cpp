@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "MIPI_reader/node/bloom_gains.h"
-#include "MIPI_reader/node/bloom_suppression.h"
-#include "MIPI_reader/node/power_pattern.h"
+#include "MIPI_reader/node/bloom/bloom_gains.h"
+#include "MIPI_reader/node/bloom/bloom_suppression.h"
+#include "MIPI_reader/node/bloom/power_pattern.h"
 #include "config/default_config.h"
 #include "pass_comparison.h"
 #include "reference/bloom.h"

@@ -4,8 +4,9 @@
 #include <cmath>
 #include <vector>
 
-#include "MIPI_reader/node/ground_labelling.h"
-#include "MIPI_reader/node/ground_plane.h"
+#include "MIPI_reader/node/ground/ground_labelling.h"
+#include "MIPI_reader/node/ground/ground_plane.h"
+#include "MIPI_reader/node/ground/ground_refl_scale.h"
 #include "pass_comparison.h"
 #include "reference/ground.h"
 #include "reference/plane.h"

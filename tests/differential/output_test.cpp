@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/echo_merge.h"
-#include "MIPI_reader/node/frame_export.h"
-#include "MIPI_reader/node/frame_upsampling.h"
+#include "MIPI_reader/node/frame_end/echo_merge.h"
+#include "MIPI_reader/node/frame_end/frame_export.h"
+#include "MIPI_reader/node/frame_end/frame_upsampling.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "random_records.h"
 #include "reference/encoder.h"

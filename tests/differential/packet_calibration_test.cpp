@@ -1,12 +1,12 @@
 // The steps that every packet's points go through, each alone, against the reference.
-#include "MIPI_reader/node/packet_calibration.h"
+#include "MIPI_reader/node/point_calibration/packet_calibration.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/packet_calibrator.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 #include "config/default_config.h"
 #include "random_records.h"
 #include "reference/packet_calibration.h"

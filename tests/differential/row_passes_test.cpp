@@ -2,9 +2,9 @@
 // reference, each alone on random frames.
 #include <gtest/gtest.h>
 
-#include "MIPI_reader/node/echo_ordering.h"
-#include "MIPI_reader/node/neighbour_validation.h"
-#include "MIPI_reader/node/shot_noise_filter.h"
+#include "MIPI_reader/node/neighbours/neighbour_validation.h"
+#include "MIPI_reader/node/rows/echo_ordering.h"
+#include "MIPI_reader/node/rows/shot_noise_filter.h"
 #include "pass_comparison.h"
 #include "reference/ordering.h"
 #include "reference/row_filters.h"

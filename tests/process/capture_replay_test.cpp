@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/node_fixture.h"
 #include "process_fixture.h"
 #include "ring_tap.h"
 #include "sensor_simulator/capture_file.h"
 #include "sensor_simulator/stream_runner.h"
+#include "support/node_fixture.h"
 
 namespace kerul::lidar::testing {
 namespace {

@@ -1,7 +1,7 @@
 // Labels the ground echoes of a miniflash row.
 #pragma once
 
-#include "MIPI_reader/node/ground_labelling.h"
+#include "MIPI_reader/node/ground/ground_labelling.h"
 #include "calibration/angle_calib.h"
 #include "reference/records.h"
 

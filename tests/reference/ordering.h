@@ -1,7 +1,7 @@
 // First and last step of a finished miniflash row.
 #pragma once
 
-#include "MIPI_reader/node/echo_ordering.h"
+#include "MIPI_reader/node/rows/echo_ordering.h"
 #include "reference/records.h"
 
 namespace reference {

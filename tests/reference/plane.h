@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "MIPI_reader/node/ground_plane.h"
+#include "MIPI_reader/node/ground/ground_plane.h"
 
 namespace reference {
 

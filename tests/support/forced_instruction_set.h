@@ -1,7 +1,7 @@
 // Holds one form of the vector kernels in force for a scope.
 #pragma once
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar {
 

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar::testing {
 

@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "MIPI_reader/node/lidar_node_miniflash_processing.h"
-#include "MIPI_reader/node/packet_calibration.h"
-#include "MIPI_reader/node/packet_calibrator.h"
 #include "MIPI_reader/node/packet_clock.h"
-#include "MIPI_reader/node/stale_pixels.h"
+#include "MIPI_reader/node/point_calibration/packet_calibration.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
+#include "MIPI_reader/node/rows/stale_pixels.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/lidar_point.h"
 #include "calibration/angle_calib.h"

@@ -1,9 +1,9 @@
 // Frame assembly: calibrated points into the frame, and rows into the pipeline as they complete.
 #include <algorithm>
 
-#include "MIPI_reader/node/echo_merge.h"
-#include "MIPI_reader/node/frame_export.h"
-#include "MIPI_reader/node/frame_upsampling.h"
+#include "MIPI_reader/node/frame_end/echo_merge.h"
+#include "MIPI_reader/node/frame_end/frame_export.h"
+#include "MIPI_reader/node/frame_end/frame_upsampling.h"
 #include "MIPI_reader/node/lidar_node.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "MIPI_reader/parser/record_copy.h"

@@ -1,8 +1,9 @@
 // The row pipeline: what happens to a finished miniflash row, and its way out.
 #include <iostream>
 
+#include "MIPI_reader/node/bloom/power_pattern.h"
+#include "MIPI_reader/node/ground/ground_refl_scale.h"
 #include "MIPI_reader/node/lidar_node.h"
-#include "MIPI_reader/node/power_pattern.h"
 #include "MIPI_reader/parser/fatal_check.h"
 
 using kerul::lidar::LidarPoint;

@@ -6,14 +6,13 @@
 
 #include "MIPI_reader/parser/echo_computation.h"
 #include "MIPI_reader/parser/fatal_check.h"
-#include "MIPI_reader/parser/instruction_set.h"
 #include "MIPI_reader/parser/packet_decoding.h"
 #include "MIPI_reader/parser/raw_packet.h"
+#include "lanes/instruction_set.h"
 
 namespace {
 
 using kerul::lidar::EchoSettings;
-using kerul::lidar::InstructionSet;
 using kerul::lidar::LidarPoint;
 using kerul::lidar::PacketContext;
 using kerul::lidar::RawHeader;
@@ -75,24 +74,19 @@ void PrintPacket(const RawHeader& header, int total_packet_id, int pixel_id) {
             << " m_row=" << static_cast<int>(header.group_id) << '\n';
 }
 
+using VectorForm = int (*)(const PacketContext&, const std::uint8_t*, LidarPoint*) noexcept;
+constexpr kerul::lidar::VectorForms<VectorForm> kForms{kerul::lidar::DecodeBlocksPlain,
+                                                       kerul::lidar::DecodeBlocksAvx2,
+                                                       kerul::lidar::DecodeBlocksAvx512};
+
 // Every record is written once by the vector forms; a slot that is decoded without a reset keeps
 // fields of its earlier content, which is for the scalar form.
 int DecodeBlocksChosen(const PacketContext& context, const std::uint8_t* blocks,
                        LidarPoint* points) noexcept {
-  if (context.echo_count > LidarPoint::echo_num || LidarPoint::echo_num < 1) {
-    return kerul::lidar::DecodeBlocks(context, blocks, points);
-  }
-  switch (kerul::lidar::ChosenInstructionSet()) {
-    case InstructionSet::kPlain:
-      return kerul::lidar::DecodeBlocksPlain(context, blocks, points);
-    case InstructionSet::kAvx2:
-      return kerul::lidar::DecodeBlocksAvx2(context, blocks, points);
-    case InstructionSet::kAvx512:
-      return kerul::lidar::DecodeBlocksAvx512(context, blocks, points);
-    case InstructionSet::kScalar:
-      break;
-  }
-  return kerul::lidar::DecodeBlocks(context, blocks, points);
+  const bool fits_lanes = context.echo_count <= LidarPoint::echo_num && LidarPoint::echo_num >= 1;
+  const VectorForm form = fits_lanes ? kForms.Chosen() : nullptr;
+  return form != nullptr ? form(context, blocks, points)
+                         : kerul::lidar::DecodeBlocks(context, blocks, points);
 }
 
 }  // namespace

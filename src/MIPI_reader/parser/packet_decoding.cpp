@@ -5,7 +5,7 @@
 #include <span>
 
 #include "MIPI_reader/parser/raw_packet.h"
-#include "MIPI_reader/parser/truncation.h"
+#include "lanes/truncation.h"
 
 namespace kerul::lidar {
 namespace {

@@ -5,17 +5,15 @@
 #include <cstdint>
 #include <cstring>
 
-#include "MIPI_reader/parser/half_lanes.h"
-#include "MIPI_reader/parser/lanes.h"
 #include "MIPI_reader/parser/lidar_point.h"
 #include "MIPI_reader/parser/point_block.h"
+#include "lanes/lanes.h"
 
 namespace kerul::lidar {
 
 template <int W>
 struct PointBlockKernel {
   using V = Lanes<W>;
-  using H = HalfLanes<W>;
   using Float = typename V::Float;
   using Int = typename V::Int;
 
@@ -40,7 +38,7 @@ struct PointBlockKernel {
     constexpr double kUnitsPerMetre =
         (1.0 + 0x1p-40) / static_cast<double>(point_packet::kUnitMetres);
     const Int outside = (range <= 0.05F) | (range >= 40.0F);
-    const Int units = H::Truncate(H::Low(range) * kUnitsPerMetre, H::High(range) * kUnitsPerMetre);
+    const Int units = V::Truncate(V::Low(range) * kUnitsPerMetre, V::High(range) * kUnitsPerMetre);
     return units & 0xFFFF & ~outside;
   }
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "MIPI_reader/parser/instruction_set.h"
 #include "MIPI_reader/parser/point_block.h"
-#include "MIPI_reader/parser/truncation.h"
+#include "lanes/instruction_set.h"
+#include "lanes/truncation.h"
 
 namespace kerul::lidar {
 namespace {
@@ -199,21 +199,7 @@ void WritePointsOneByOne(const FrameRows& rows, const AngleCalibGrid& grid, int 
 }
 
 using VectorForm = void (*)(const BlockRows& block, int echo, std::uint8_t* bytes) noexcept;
-
-// Null: the scalar form.
-VectorForm ChosenForm() noexcept {
-  switch (ChosenInstructionSet()) {
-    case InstructionSet::kScalar:
-      return nullptr;
-    case InstructionSet::kPlain:
-      return &WriteBlockPlain;
-    case InstructionSet::kAvx2:
-      return &WriteBlockAvx2;
-    case InstructionSet::kAvx512:
-      return &WriteBlockAvx512;
-  }
-  return nullptr;
-}
+constexpr VectorForms<VectorForm> kForms{WriteBlockPlain, WriteBlockAvx2, WriteBlockAvx512};
 
 // False when the rows do not hold the whole block.
 bool FindBlock(const FrameRows& rows, int packet_index, BlockRows& block) noexcept {
@@ -233,7 +219,7 @@ bool FindBlock(const FrameRows& rows, int packet_index, BlockRows& block) noexce
 
 void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index, int echo,
                  int output_mode, std::uint8_t* packet) noexcept {
-  const VectorForm form = output_mode == kOutputModeReflectivity ? ChosenForm() : nullptr;
+  const VectorForm form = output_mode == kOutputModeReflectivity ? kForms.Chosen() : nullptr;
   BlockRows block;
   if (form != nullptr && FindBlock(rows, packet_index, block)) {
     form(block, echo, packet + point_packet::kPointsOffset);

@@ -1,20 +1,23 @@
 #include "MIPI_reader/parser/record_copy.h"
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar {
+namespace {
+
+void CopyPointsPlain(const LidarPoint* from, LidarPoint* const* to, int count) noexcept {
+  for (int i = 0; i < count; ++i) CopyRecord<16>(*to[i], from[i]);
+}
+
+// Steps wider than 32 bytes are no faster.
+using VectorForm = void (*)(const LidarPoint*, LidarPoint* const*, int) noexcept;
+constexpr VectorForms<VectorForm> kForms{CopyPointsPlain, CopyPointsAvx2, CopyPointsAvx2};
+
+}  // namespace
 
 void CopyPoints(const LidarPoint* from, LidarPoint* const* to, int count) noexcept {
-  switch (ChosenInstructionSet()) {
-    case InstructionSet::kScalar:
-    case InstructionSet::kPlain:
-      for (int i = 0; i < count; ++i) CopyRecord<16>(*to[i], from[i]);
-      break;
-    case InstructionSet::kAvx2:
-    case InstructionSet::kAvx512:  // longer steps are no faster
-      CopyPointsAvx2(from, to, count);
-      break;
-  }
+  const VectorForm form = kForms.Chosen();
+  (form != nullptr ? form : CopyPointsPlain)(from, to, count);
 }
 
 }  // namespace kerul::lidar

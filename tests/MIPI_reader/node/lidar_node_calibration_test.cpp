@@ -2,10 +2,10 @@
 #include <limits>
 #include <string>
 
-#include "node_fixture.h"
 #include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/frame_simulator.h"
-#include "start_lines.h"
+#include "support/node_fixture.h"
+#include "support/start_lines.h"
 
 namespace kerul::lidar::testing {
 namespace {

@@ -1,7 +1,7 @@
 #include <numeric>
 #include <random>
 
-#include "node_fixture.h"
+#include "support/node_fixture.h"
 #include "support/record_equality.h"
 
 namespace kerul::lidar::testing {

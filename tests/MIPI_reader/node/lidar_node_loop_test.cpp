@@ -2,7 +2,7 @@
 #include <filesystem>
 #include <numeric>
 
-#include "node_fixture.h"
+#include "support/node_fixture.h"
 
 namespace kerul::lidar::testing {
 namespace {

@@ -1,7 +1,7 @@
 #include <cmath>
 
-#include "MIPI_reader/node/ground_settings_builder.h"
-#include "node_fixture.h"
+#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/node_fixture.h"
 
 namespace kerul::lidar::testing {
 namespace {

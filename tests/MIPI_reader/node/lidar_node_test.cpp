@@ -1,7 +1,7 @@
 #include <fstream>
 
-#include "node_fixture.h"
-#include "start_lines.h"
+#include "support/node_fixture.h"
+#include "support/start_lines.h"
 #include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {

@@ -10,11 +10,11 @@
 #include <string>
 #include <thread>
 
-#include "node_fixture.h"
 #include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/command_service.h"
 #include "sensor_simulator/frame_simulator.h"
-#include "start_lines.h"
+#include "support/node_fixture.h"
+#include "support/start_lines.h"
 #include "support/temporary_working_directory.h"
 
 namespace kerul::lidar::testing {

@@ -9,8 +9,8 @@
 #include <random>
 #include <vector>
 
-#include "MIPI_reader/parser/instruction_set.h"
 #include "MIPI_reader/parser/point_packet_encoder.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar {
 namespace {

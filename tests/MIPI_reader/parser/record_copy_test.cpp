@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "MIPI_reader/parser/instruction_set.h"
+#include "lanes/instruction_set.h"
 
 namespace kerul::lidar {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/frame_export.h"
+#include "MIPI_reader/node/frame_end/frame_export.h"
 #include "export_bytes.h"
 #include "temp_dir.h"
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "MIPI_reader/node/packet_calibration.h"
+#include "MIPI_reader/node/point_calibration/packet_calibration.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "calibration/para2_lidar_calib.h"
 #include "config/default_config.h"

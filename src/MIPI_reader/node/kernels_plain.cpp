@@ -1,0 +1,20 @@
+// The kernels of calibration and row passes for every x86-64 processor.
+#include "MIPI_reader/node/ground/ground_rows_lanes.h"
+#include "MIPI_reader/node/neighbours/neighbour_validation_lanes.h"
+#include "MIPI_reader/node/point_calibration/packet_calibration_lanes.h"
+
+namespace kerul::lidar {
+
+void CalibratePointsPlain(const CalibrationTables& tables, LidarPoint* points, int count,
+                          int echo_count) noexcept {
+  CalibrationKernel<4>::Run(tables, points, count, echo_count);
+}
+
+void ground::FindGroundPlain(const RowRun& run, const GroundSettings& settings,
+                             GroundBits& bits) noexcept {
+  FindGround<4>(run, settings, bits);
+}
+
+void neighbour::ValidateRunPlain(const RowRun& run) noexcept { ValidateRun<4>(run); }
+
+}  // namespace kerul::lidar

@@ -1,0 +1,53 @@
+// All calibration steps of a packet in one call: what stands in the records at its end is what the
+// steps of packet_calibration.h leave when they run one after the other.
+#pragma once
+
+#include <vector>
+
+#include "MIPI_reader/node/point_calibration/calibration_tables.h"
+#include "MIPI_reader/node/point_calibration/packet_calibration.h"
+#include "MIPI_reader/parser/lidar_point.h"
+
+namespace kerul::lidar {
+
+// The steps' objects; a null pointer leaves a step out, and so does a check without `enable`.
+struct CalibrationSteps {
+  const EnvCalib* env = nullptr;
+  const DistCalib* dist = nullptr;
+  const HighThresholdMap* high_threshold_map = nullptr;
+  const HighReflCheck* high_refl_check = nullptr;
+  const RetroCalib* retro = nullptr;
+};
+
+// The steps one after the other over all points: the scalar form.
+void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& points);
+
+// Derives the tables of the vector forms from the steps' objects once. The objects must outlive it
+// and stay as they are.
+class PacketCalibrator {
+ public:
+  explicit PacketCalibrator(const CalibrationSteps& steps);
+  PacketCalibrator(const PacketCalibrator&) = delete;
+  PacketCalibrator& operator=(const PacketCalibrator&) = delete;
+
+  // Any number of points, any place. Allocates nothing.
+  void Calibrate(std::vector<LidarPoint>& points) const;
+
+ private:
+  void TakeEnv(const EnvCalib& env);
+  void TakeDist(const DistCalib& dist);
+  void TakeCheck(const HighReflCheck& check);
+  void TakeRetro(const RetroCalib& retro);
+
+  CalibrationSteps steps_;
+  bool traces_ = false;  // a traced pixel is printed by the scalar form
+  PixelPlaces places_;
+  std::vector<PixelCalib> pixels_;
+  std::vector<float> gains_;
+  std::vector<ValueStep> range_curves_;
+  std::vector<ValueStep> power_curve_;
+  std::vector<ValueStep> efficiant_;
+  CalibrationTables tables_;
+};
+
+}  // namespace kerul::lidar

@@ -1,0 +1,502 @@
+#include "MIPI_reader/node/bloom/bloom_suppression.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "bloom_frame.h"
+#include "support/point_bits.h"
+
+namespace kerul::lidar {
+namespace {
+
+using bloom_test::EchoAt;
+using bloom_test::PlainCalib;
+using bloom_test::PutEcho;
+using bloom_test::PutSource;
+
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInf = std::numeric_limits<float>::infinity();
+const BloomTrace kNoTrace;
+
+// Three by three blocks; the tests look at the middle one, rows and columns 6 to 11.
+class BloomSuppression : public testing::Test {
+ protected:
+  void Run(bool filter_enable = true, int m_row = 1) {
+    SuppressBlooming(frame_, m_row, calib_, filter_enable, kNoTrace);
+  }
+  LidarEcho& Echo(int row, int col, int slot = 0) { return EchoAt(frame_, row, col, slot); }
+
+  LidarFrame frame_{18, 18, 2};
+  BloomSuppressCalib calib_ = PlainCalib();
+};
+
+TEST_F(BloomSuppression, AnEchoAtTheRangeOfASourceIsMarkedAndDimmed) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.125F, 80.0F);
+  Run();
+  // 80 less 0.5 * 40 leaves three quarters.
+  EXPECT_TRUE(Echo(9, 9).highReflBlooming);
+  EXPECT_EQ(Echo(9, 9).refl_proc, 30.0F);
+  EXPECT_EQ(Echo(9, 9).dist_proc, 10.125F);
+  EXPECT_EQ(Echo(9, 9).refl_raw, 40.0F);
+  EXPECT_EQ(Echo(9, 9).dist_raw, 10.125F);
+  EXPECT_EQ(Echo(9, 9).power, 80.0F);
+}
+
+TEST_F(BloomSuppression, TheDistanceGateIsStrict) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.25F, 80.0F);
+  PutEcho(frame_, 9, 10, 9.75F, 80.0F);
+  PutEcho(frame_, 9, 11, std::nextafter(10.25F, 0.0F), 80.0F);
+  Run();
+  EXPECT_FALSE(Echo(9, 9).highReflBlooming);
+  EXPECT_FALSE(Echo(9, 10).highReflBlooming);
+  EXPECT_TRUE(Echo(9, 11).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, DisabledTuningDoesNothing) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F);
+  calib_.enable = false;
+  Run();
+  EXPECT_FALSE(Echo(9, 9).highReflBlooming);
+  EXPECT_EQ(Echo(9, 9).refl_proc, 40.0F);
+}
+
+TEST_F(BloomSuppression, ARowOutsideTheFrameIsLeftAlone) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F);
+  for (const int m_row : {-1, 3, 4, std::numeric_limits<int>::max(), -1000000000}) Run(true, m_row);
+  EXPECT_FALSE(Echo(9, 9).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, ARowThatTheHeightCutsIsLeftAlone) {
+  LidarFrame frame(17, 12, 1);
+  PutSource(frame, 14, 1, 10.0F, 40.0F);
+  PutEcho(frame, 13, 2, 10.0F, 80.0F);
+  PutEcho(frame, 10, 2, 10.0F, 80.0F);
+  SuppressBlooming(frame, 2, calib_, true, kNoTrace);
+  EXPECT_FALSE(EchoAt(frame, 13, 2).highReflBlooming);
+  // The cut block is no whole block: its sources are scanned, but enter no list.
+  SuppressBlooming(frame, 1, calib_, true, kNoTrace);
+  EXPECT_FALSE(EchoAt(frame, 10, 2).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, FramesWithoutPixelsAreLeftAlone) {
+  LidarFrame no_rows(0, 0, 2);
+  LidarFrame no_cols(12, 0, 2);
+  SuppressBlooming(no_rows, 0, calib_, true, kNoTrace);
+  SuppressBlooming(no_cols, 0, calib_, true, kNoTrace);
+  EXPECT_EQ(no_cols.points.size(), 12U);
+}
+
+TEST_F(BloomSuppression, TheFirstRowHasNoBlocksAbove) {
+  PutSource(frame_, 0, 0, 10.0F, 40.0F);
+  PutEcho(frame_, 5, 5, 10.0F, 80.0F);
+  Run(true, 0);
+  EXPECT_EQ(Echo(5, 5).refl_proc, 30.0F);
+}
+
+TEST_F(BloomSuppression, TheLastRowHasNoBlocksBelow) {
+  PutSource(frame_, 17, 17, 10.0F, 40.0F);
+  PutEcho(frame_, 12, 12, 10.0F, 80.0F);
+  Run(true, 2);
+  EXPECT_EQ(Echo(12, 12).refl_proc, 30.0F);
+}
+
+TEST_F(BloomSuppression, OnlySourcesWithinEighteenRowsCount) {
+  LidarFrame frame(36, 6, 1);
+  PutSource(frame, 5, 0, 10.0F, 40.0F);
+  PutSource(frame, 24, 0, 10.0F, 40.0F);
+  PutEcho(frame, 12, 3, 10.0F, 80.0F);
+  PutEcho(frame, 17, 3, 10.0F, 80.0F);
+  SuppressBlooming(frame, 2, calib_, true, kNoTrace);
+  EXPECT_FALSE(EchoAt(frame, 12, 3).highReflBlooming);
+  EXPECT_FALSE(EchoAt(frame, 17, 3).highReflBlooming);
+  PutSource(frame, 6, 0, 10.0F, 40.0F);
+  SuppressBlooming(frame, 2, calib_, true, kNoTrace);
+  EXPECT_TRUE(EchoAt(frame, 12, 3).highReflBlooming);
+  EXPECT_TRUE(EchoAt(frame, 17, 3).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, UnusableSourcesMarkNothing) {
+  PutEcho(frame_, 9, 9, 2.0F, 80.0F);
+  PutEcho(frame_, 9, 10, 0.125F, 80.0F);
+  PutSource(frame_, 8, 6, 2.0F, 40.0F);  // not farther than source_min_dist_m
+  PutSource(frame_, 8, 7, kNan, 40.0F);
+  PutSource(frame_, 8, 8, kInf, 40.0F);
+  PutSource(frame_, 8, 9, -2.0F, 40.0F);
+  PutSource(frame_, 8, 10, 0.0F, 40.0F);
+  Run();
+  EXPECT_FALSE(Echo(9, 9).highReflBlooming);
+  EXPECT_FALSE(Echo(9, 10).highReflBlooming);
+  // Without a smallest distance the first of them counts; the range 0 still does not.
+  calib_.source_min_dist_m = 0.0F;
+  Run();
+  EXPECT_TRUE(Echo(9, 9).highReflBlooming);
+  EXPECT_FALSE(Echo(9, 10).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, ABrightEchoIsNeverACandidate) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutSource(frame_, 8, 9, 10.0F, 40.0F);
+  PutEcho(frame_, 8, 9, 10.0F, 80.0F, 1).highRefl = true;
+  Run();
+  EXPECT_FALSE(Echo(8, 8).highReflBlooming);
+  EXPECT_FALSE(Echo(8, 9).highReflBlooming);
+  EXPECT_FALSE(Echo(8, 9, 1).highReflBlooming);
+  EXPECT_EQ(Echo(8, 9, 1).refl_proc, 40.0F);
+}
+
+TEST_F(BloomSuppression, TheSecondEchoOfASourceIsFilteredWithTheFirstTableEntry) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 8, 8, 10.0F, 80.0F, 1);
+  calib_.psf_same_block[0] = 1.0F;
+  Run();
+  EXPECT_TRUE(Echo(8, 8, 1).highReflBlooming);
+  EXPECT_EQ(Echo(8, 8, 1).refl_proc, 20.0F);
+}
+
+TEST_F(BloomSuppression, AStrongOrEmptyEchoIsNoCandidate) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 6, 10.0F, 80.0F).cogh = 235.0F;
+  PutEcho(frame_, 9, 7, 10.0F, 80.0F).cogh = kNan;
+  PutEcho(frame_, 9, 8, kNan, 80.0F);
+  PutEcho(frame_, 9, 9, kInf, 80.0F);
+  PutEcho(frame_, 9, 10, 10.0F, 80.0F).cogh = std::nextafter(235.0F, 0.0F);
+  Run();
+  for (const int col : {6, 7, 8, 9}) EXPECT_FALSE(Echo(9, col).highReflBlooming) << col;
+  EXPECT_TRUE(Echo(9, 10).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, TheSecondEchoIsComparedWithTheFirstEchoOfASource) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 50.0F, 80.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F, 1);
+  Run();
+  EXPECT_FALSE(Echo(9, 9).highReflBlooming);
+  EXPECT_TRUE(Echo(9, 9, 1).highReflBlooming);
+  EXPECT_EQ(Echo(9, 9, 1).refl_proc, 30.0F);
+}
+
+TEST_F(BloomSuppression, ABrightSecondEchoIsNoSource) {
+  PutEcho(frame_, 8, 8, 10.0F, 40.0F, 1).highRefl = true;
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F, 1);
+  Run();
+  EXPECT_FALSE(Echo(9, 9, 1).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, OnlyTheEchoSlotsInUseAreTreated) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F, 1);
+  frame_.echo_num = 0;
+  Run();
+  EXPECT_FALSE(Echo(9, 9).highReflBlooming);
+  frame_.echo_num = 1;
+  Run();
+  EXPECT_TRUE(Echo(9, 9).highReflBlooming);
+  EXPECT_FALSE(Echo(9, 9, 1).highReflBlooming);
+  frame_.echo_num = 7;
+  Run();
+  EXPECT_TRUE(Echo(9, 9, 1).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, WithTheFilterOffEchoesAreMarkedAndKept) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 0.0F);
+  Run(false);
+  EXPECT_TRUE(Echo(9, 9).highReflBlooming);
+  EXPECT_EQ(Echo(9, 9).dist_proc, 10.0F);
+  EXPECT_EQ(Echo(9, 9).refl_proc, 40.0F);
+}
+
+TEST_F(BloomSuppression, AnEchoWithoutPowerIsErasedHoweverSmallTheSpill) {
+  PutSource(frame_, 8, 8, 10.0F, 1e-30F);
+  PutEcho(frame_, 9, 9, 10.0F, 0.0F);
+  PutEcho(frame_, 9, 10, 10.0F, kNan);
+  PutEcho(frame_, 9, 11, 10.0F, -5.0F);
+  Run();
+  for (const int col : {9, 10, 11}) {
+    EXPECT_EQ(Echo(9, col).dist_proc, 0.0F) << col;
+    EXPECT_EQ(Echo(9, col).refl_proc, 0.0F) << col;
+    EXPECT_EQ(Echo(9, col).dist_raw, 10.0F) << col;
+  }
+}
+
+TEST_F(BloomSuppression, AnEchoWithoutPowerIsErasedEvenIfTheSpillIsNegative) {
+  PutSource(frame_, 8, 8, 10.0F, -40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 0.0F);
+  Run();
+  EXPECT_EQ(Echo(9, 9).dist_proc, 0.0F);
+}
+
+TEST_F(BloomSuppression, ASpillAsLargeAsThePowerErases) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 20.0F);
+  Run();
+  EXPECT_EQ(Echo(9, 9).dist_proc, 0.0F);
+  EXPECT_EQ(Echo(9, 9).refl_proc, 0.0F);
+}
+
+TEST_F(BloomSuppression, AReflectivityThatFallsBelowOneErases) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 40.0F).refl_proc = 1.9375F;  // halved
+  PutEcho(frame_, 9, 10, 10.0F, 40.0F).refl_proc = 2.0F;
+  Run();
+  EXPECT_EQ(Echo(9, 9).dist_proc, 0.0F);
+  EXPECT_EQ(Echo(9, 9).refl_proc, 0.0F);
+  EXPECT_EQ(Echo(9, 10).dist_proc, 10.0F);
+  EXPECT_EQ(Echo(9, 10).refl_proc, 1.0F);
+}
+
+TEST_F(BloomSuppression, ATwentiethOfThePowerLeftErases) {
+  PutSource(frame_, 8, 8, 10.0F, 38.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 20.0F).refl_proc = 200.0F;    // 1 of 20 left
+  PutEcho(frame_, 9, 10, 10.0F, 20.25F).refl_proc = 200.0F;  // 1.25 of 20.25 left
+  Run();
+  EXPECT_EQ(Echo(9, 9).dist_proc, 0.0F);
+  EXPECT_EQ(Echo(9, 9).refl_proc, 0.0F);
+  EXPECT_EQ(Echo(9, 10).dist_proc, 10.0F);
+  EXPECT_EQ(Echo(9, 10).refl_proc, 200.0F * (1.25F / 20.25F));
+}
+
+TEST_F(BloomSuppression, ANegativeTableTailMakesTheReflectivityGrow) {
+  calib_.psf_same_block[2] = -0.5F;
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 8, 9, 10.0F, 80.0F);  // one pixel apart: entry 2
+  Run();
+  EXPECT_EQ(Echo(8, 9).refl_proc, 50.0F);
+}
+
+TEST_F(BloomSuppression, TheTableFollowsFromTheBlockOfTheSource) {
+  struct Case {
+    int row, col;
+    float left;  // reflectivity left of 40 after a spill of weight * 40 from 80
+  };
+  for (const Case& at : {Case{6, 6, 30.0F}, Case{11, 11, 30.0F},                       // same
+                         Case{5, 6, 35.0F}, Case{12, 11, 35.0F}, Case{6, 5, 35.0F},    // beside
+                         Case{6, 12, 35.0F}, Case{0, 11, 35.0F}, Case{11, 17, 35.0F},  //
+                         Case{5, 5, 37.5F}, Case{5, 12, 37.5F}, Case{12, 5, 37.5F},    // corner
+                         Case{12, 12, 37.5F}}) {
+    frame_.Reset();
+    PutSource(frame_, at.row, at.col, 10.0F, 40.0F);
+    PutEcho(frame_, 8, 8, 10.0F, 80.0F);
+    Run();
+    EXPECT_EQ(Echo(8, 8).refl_proc, at.left) << at.row << ' ' << at.col;
+  }
+}
+
+TEST_F(BloomSuppression, ASourceTwoBlocksAwayDoesNotCount) {
+  PutSource(frame_, 8, 12, 10.0F, 40.0F);
+  PutEcho(frame_, 8, 5, 10.0F, 80.0F);
+  PutEcho(frame_, 8, 6, 10.0F, 80.0F);
+  Run();
+  EXPECT_FALSE(Echo(8, 5).highReflBlooming);
+  EXPECT_TRUE(Echo(8, 6).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, TheWeightIsInterpolatedBetweenTableEntries) {
+  for (int i = 0; i < kPsfEntries; ++i)
+    calib_.psf_same_block[i] = static_cast<float>(i * i) / 64.0F;
+  PutSource(frame_, 8, 8, 10.0F, 1.0F);
+  PutEcho(frame_, 8, 10, 10.0F, 100.0F);   // x = 4
+  PutEcho(frame_, 9, 9, 10.0F, 100.0F);    // x = 2 sqrt 2
+  PutEcho(frame_, 11, 11, 10.0F, 100.0F);  // x = 6 sqrt 2
+  Run();
+  const auto left = [](float weight) { return 40.0F * ((100.0F - weight) / 100.0F); };
+  EXPECT_EQ(Echo(8, 10).refl_proc, left(16.0F / 64.0F));
+  const float near = std::sqrt(2.0F) * 2.0F;
+  EXPECT_EQ(Echo(9, 9).refl_proc,
+            left((1.0F - (near - 2.0F)) * (4.0F / 64.0F) + (near - 2.0F) * (9.0F / 64.0F)));
+  const float far = std::sqrt(18.0F) * 2.0F;
+  EXPECT_EQ(Echo(11, 11).refl_proc,
+            left((1.0F - (far - 8.0F)) * 1.0F + (far - 8.0F) * (81.0F / 64.0F)));
+}
+
+TEST_F(BloomSuppression, BeyondFifteenAndAHalfPixelsTheLastEntryCounts) {
+  for (int i = 0; i < kPsfEntries - 1; ++i) calib_.psf_diagonal_block[i] = 1000.0F;
+  calib_.psf_diagonal_block[kPsfEntries - 1] = 0.5F;
+  PutSource(frame_, 17, 17, 10.0F, 40.0F);
+  PutEcho(frame_, 6, 6, 10.0F, 80.0F);  // 11 rows and columns: x = 31.1
+  Run();
+  EXPECT_EQ(Echo(6, 6).refl_proc, 30.0F);
+}
+
+TEST_F(BloomSuppression, OnlySourcesAtTheEchosRangeAddUp) {
+  PutSource(frame_, 8, 8, 10.0F, 16.0F);
+  PutSource(frame_, 8, 9, 20.0F, 16.0F);
+  PutSource(frame_, 5, 8, 10.125F, 32.0F);
+  PutSource(frame_, 5, 5, 10.0F, 64.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F);
+  calib_.psf_coeff = 0.5F;
+  Run();
+  // (8 + 8 + 8) / 2 off 80.
+  EXPECT_EQ(Echo(9, 9).refl_proc, 40.0F * (68.0F / 80.0F));
+}
+
+TEST_F(BloomSuppression, AMarkWithoutASourceAtItsRangeChangesNothing) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 20.0F, 0.0F).highReflBlooming = true;
+  Run();
+  EXPECT_TRUE(Echo(9, 9).highReflBlooming) << "a mark is never cleared";
+  EXPECT_EQ(Echo(9, 9).dist_proc, 20.0F);
+}
+
+TEST_F(BloomSuppression, AMarkedEchoThatIsNoCandidateAnyMoreIsKept) {
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 0.0F).highReflBlooming = true;
+  Echo(9, 9).cogh = 300.0F;
+  Run();
+  EXPECT_EQ(Echo(9, 9).dist_proc, 10.0F);
+}
+
+TEST_F(BloomSuppression, ColumnsBehindTheLastWholeBlockAreNotLookedAt) {
+  LidarFrame frame(6, 8, 1);
+  PutSource(frame, 0, 7, 10.0F, 40.0F);
+  PutEcho(frame, 0, 6, 10.0F, 80.0F);
+  PutEcho(frame, 0, 5, 10.0F, 80.0F);
+  SuppressBlooming(frame, 0, calib_, true, kNoTrace);
+  EXPECT_FALSE(EchoAt(frame, 0, 6).highReflBlooming);
+  EXPECT_FALSE(EchoAt(frame, 0, 5).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, AFrameNarrowerThanABlockIsLeftAlone) {
+  LidarFrame frame(6, 5, 1);
+  PutSource(frame, 0, 4, 10.0F, 40.0F);
+  PutEcho(frame, 0, 3, 10.0F, 80.0F);
+  SuppressBlooming(frame, 0, calib_, true, kNoTrace);
+  EXPECT_FALSE(EchoAt(frame, 0, 3).highReflBlooming);
+}
+
+TEST_F(BloomSuppression, TheSpreadGainOfTheBlockScalesTheSpill) {
+  calib_.dist_pattern_enabled = true;
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 9, 10.0F, 80.0F);
+  Run();
+  // One range in the block has no spread: 1.5 times the spill of 20.
+  EXPECT_EQ(Echo(9, 9).refl_proc, 25.0F);
+}
+
+TEST_F(BloomSuppression, TheEdgeGainOfTheBlockScalesTheSpill) {
+  calib_.dist_neighbor_enabled = true;
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 11, 10.0F, 80.0F);
+  PutEcho(frame_, 9, 12, 30.0F, 80.0F);  // breaks off across the edge
+  Run();
+  const float spill = 1.0F * 20.0F * 1.0F * 1.1F;
+  EXPECT_EQ(Echo(9, 11).refl_proc, 40.0F * ((80.0F - spill) / 80.0F));
+}
+
+TEST_F(BloomSuppression, MarksOfTheWholeRowStandBeforeTheFirstGainIsComputed) {
+  calib_.dist_neighbor_enabled = true;
+  PutSource(frame_, 8, 8, 10.0F, 40.0F);
+  PutEcho(frame_, 9, 11, 10.0F, 80.0F);
+  PutEcho(frame_, 9, 12, 10.0F, 80.0F);  // marked in the next block: no longer counts as surface
+  Run();
+  EXPECT_TRUE(Echo(9, 12).highReflBlooming);
+  EXPECT_EQ(Echo(9, 11).refl_proc, 30.0F);
+}
+
+class BloomEnergyGate : public BloomSuppression {
+ protected:
+  void SetUp() override {
+    calib_.pattern_enabled = true;
+    calib_.pattern_gain = -2.0F;
+    calib_.pattern_offset = 2.4F;
+    PutSource(frame_, 6, 6, 10.0F, 40.0F);
+    // Five samples around (9, 9), powers 60 to 100.
+    for (int i = 0; i < 5; ++i) PutEcho(frame_, 9, 7 + i, 10.0F, kPowers[i]);
+  }
+  // Reflectivity left at (9, 9), whose power is 80, behind a spill of 20 times the gate.
+  static float Left(float gate) { return 40.0F * ((80.0F - gate * 20.0F) / 80.0F); }
+  static constexpr float kPowers[5] = {60.0F, 100.0F, 80.0F, 100.0F, 60.0F};
+};
+
+TEST_F(BloomEnergyGate, TheBestScoreGivesTheSmallestGate) {
+  for (int i = 0; i < 5; ++i) calib_.power_template[3][(7 + i) % 6] = kPowers[i];
+  Run();
+  EXPECT_EQ(Echo(9, 9).refl_proc, Left(0.6F));
+}
+
+TEST_F(BloomEnergyGate, TheWorstScoreGivesTheLargestGate) {
+  for (int i = 0; i < 5; ++i) calib_.power_template[3][(7 + i) % 6] = -kPowers[i];
+  Run();
+  EXPECT_EQ(Echo(9, 9).refl_proc, Left(1.4F));
+}
+
+TEST_F(BloomEnergyGate, AScoreBetweenGivesTheLinearGate) {
+  // No correlation: the score is a half, the line gives 0.75 * 0.5 + 0.5.
+  calib_.power_template[3][1] = 1.0F;
+  calib_.power_template[3][5] = -1.0F;
+  calib_.pattern_gain = 0.75F;
+  calib_.pattern_offset = 0.5F;
+  Run();
+  EXPECT_EQ(Echo(9, 9).refl_proc, Left(0.875F));
+}
+
+TEST_F(BloomEnergyGate, WithoutAScoreTheGateIsOne) {
+  calib_.min_n = 6;
+  Run();
+  EXPECT_EQ(Echo(9, 9).refl_proc, Left(1.0F));
+}
+
+// Any content at all: nothing is overrun, and what the trace prints changes nothing.
+float RandomValue(std::mt19937& random) {
+  static constexpr float kOdd[] = {0.0F, -0.0F, kNan, kInf, -kInf, -3.0F, 3e38F, -3e38F, 1e-40F};
+  if (random() % 8 == 0) return kOdd[random() % std::size(kOdd)];
+  return static_cast<float>(random() % 40) * 0.25F;
+}
+
+void FillAtRandom(LidarFrame& frame, std::mt19937& random) {
+  for (std::vector<LidarPoint>& row : frame.points) {
+    for (LidarPoint& point : row) {
+      for (LidarEcho& echo : point.echoes) {
+        echo.dist_raw = RandomValue(random);
+        echo.dist_proc = RandomValue(random);
+        echo.refl_proc = RandomValue(random);
+        echo.cogh = RandomValue(random);
+        echo.power = RandomValue(random);
+        echo.highRefl = random() % 6 == 0;
+        echo.highReflBlooming = random() % 6 == 0;
+      }
+    }
+  }
+}
+
+TEST(BloomSuppressionOnAnything, NothingIsOverrunAndTheTraceChangesNothing) {
+  std::mt19937 random(20240);
+  BloomSuppressCalib calib = PlainCalib();
+  calib.pattern_enabled = calib.dist_neighbor_enabled = calib.dist_pattern_enabled = true;
+  calib.pattern_gain = -2.0F;
+  calib.pattern_offset = 2.4F;
+  int marked = 0;
+  for (const int height : {1, 5, 6, 13, 24}) {
+    for (const int width : {1, 5, 6, 11, 31}) {
+      LidarFrame plain(height, width, 1 + static_cast<int>(random() % 2));
+      FillAtRandom(plain, random);
+      LidarFrame traced = plain;
+      const BloomTrace trace{true, height / 2, width / 2, 0};
+      testing::internal::CaptureStdout();
+      for (int m_row = -1; m_row <= height / 6 + 1; ++m_row) {
+        SuppressBlooming(plain, m_row, calib, true, kNoTrace);
+        SuppressBlooming(traced, m_row, calib, true, trace);
+      }
+      testing::internal::GetCapturedStdout();
+      for (std::size_t r = 0; r < plain.points.size(); ++r) {
+        for (std::size_t c = 0; c < plain.points[r].size(); ++c) {
+          marked += plain.points[r][c].echoes[0].highReflBlooming ? 1 : 0;
+          ASSERT_TRUE(SameBits(plain.points[r][c], traced.points[r][c]));
+        }
+      }
+    }
+  }
+  EXPECT_GT(marked, 100);
+}
+
+}  // namespace
+}  // namespace kerul::lidar
