@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "MIPI_reader/parser/lidar_point.h"
 #include "point_payload.h"
 #include "truth_report/return_kinds.h"
 
@@ -12,8 +13,6 @@ namespace {
 using simulator::EchoTruth;
 using simulator::PixelTruth;
 using simulator::ReturnKind;
-
-constexpr std::uint8_t kNarrowPulse = 1;  // bit of the published width flags
 
 PointPayload PayloadOf(const CollectedFrame& frame, const FramePoint& point) noexcept {
   return DecodePointPayload(frame.key.output_mode, point.payload.data());
@@ -124,7 +123,7 @@ void CountEcho(const PixelTruth& pixel, const Place& at, const CollectedFrame& b
   }
   if (truth.kind == ReturnKind::kCrosstalk && at.echo == 0) {
     counts.first_crosstalk += fate;
-    if ((was.cogw_flag & kNarrowPulse) != 0) counts.first_narrow_crosstalk += fate;
+    if ((was.cogw_flag & cogw_flags::kBelowLowCurve) != 0) counts.first_narrow_crosstalk += fate;
   }
   if (truth.kind == ReturnKind::kBloom && !is.bloom && !HasSourceNear(before, at.row, at.col)) {
     ++counts.bloom_without_source;

@@ -5,22 +5,12 @@
 #include <cmath>
 
 #include "MIPI_reader/parser/cogw_filter.h"
+#include "MIPI_reader/parser/echo_rules.h"
 
 namespace kerul::lidar {
 namespace {
 
-constexpr float kMetresPerBin = 0.15F;
-// The three-bin sums with a zero at each end, so that every edge search ends.
-constexpr int kSums = 17;
-constexpr int kCentre = 8;               // the pulse is taken to lie at sample 8
-constexpr float kNearMissRatio = 0.7F;   // peak ratio up to which a window is no echo
-constexpr float kCurveTolerance = 0.1F;  // bins
-constexpr float kDropWidth = 1.0F;       // bins above the high curve: too wide for any use
-constexpr float kDropHeight = 80.0F;     // and this high: dropped
-
-constexpr std::int32_t kFlagBelowLowCurve = 1;
-constexpr std::int32_t kFlagHighWidthValid = 2;
-constexpr std::int32_t kFlagAboveHighCurve = 4;
+using namespace echo_computation;
 
 using Window = std::array<float, kWindowSamples>;
 // sums[k] is centred on sample k, level units above baseline; sums[0] = sums[16] = 0.
@@ -30,7 +20,7 @@ using Sums = std::array<float, kSums>;
 struct Edges {
   float threshold;
   int left;    // last sum at or below the threshold before the pulse
-  int right;   // first one behind it
+  int right;   // first one after it
   float from;  // crossing between left and left + 1
   float to;    // crossing between right - 1 and right
 };
@@ -65,11 +55,11 @@ void AdaptBaseline(const EchoSettings& settings, const std::uint16_t* samples, f
 
   const float add = std::min(rise + 1.0F, settings.baseline_rise_limit * shot_ratio);
   echo.baseline += add;
-  // The same rise in the unit of `noise`: baseline = 3 * shots * noise / 2048.
-  const float noise_add = 2048.0F * add / (160.0F * shot_ratio) / 3.0F;
+  // The same rise in the unit of `noise`.
+  const float noise_add = kNoisePerLevel * add / (kNominalShots * shot_ratio) / 3.0F;
   echo.change_noise_noise_append = noise_add;
   echo.noise += noise_add;
-  if (add > shot_ratio * 7.0F) echo.highRefl = true;
+  if (add > shot_ratio * kBrightRise) echo.highRefl = true;
 }
 
 // Cuts to `level` what stands above it outside the run of samples that holds the maximum, so that
@@ -196,9 +186,9 @@ float ParabolaVertex(const Sums& sums) noexcept {
     return kCentreSample;
   }
   const float curvature = before - (middle + middle) + after;
-  if (!(curvature + curvature < -1e-12F)) return kCentreSample;
+  if (!(curvature + curvature < kMinCurvature)) return kCentreSample;
   const float shift = (before - after) / (curvature + curvature);
-  if (!std::isfinite(shift) || std::fabs(shift) > 1.0F) return kCentreSample;
+  if (!std::isfinite(shift) || std::fabs(shift) > kMaxShift) return kCentreSample;
   return kCentreSample + shift;
 }
 
@@ -220,14 +210,14 @@ Edges MeasureWidths(const EchoSettings& settings, const Sums& sums, const CurveP
   Edges edges = FindEdges(sums, std::max(noise_level, centre / 5.0F));
   echo.cogw = edges.to - edges.from;
   echo.cogw_high = 0.0F;
-  echo.cogw_flag = has_filter && curve.low > echo.cogw ? kFlagBelowLowCurve : 0;
+  echo.cogw_flag = has_filter && curve.low > echo.cogw ? cogw_flags::kBelowLowCurve : 0;
   if (!WantsHighWidth(settings, curve, echo.cogw)) return edges;
 
   edges = FindEdges(sums, std::max(noise_level, (centre + centre) / 3.0F));
   echo.cogw_high = edges.to - edges.from;
-  echo.cogw_flag |= kFlagHighWidthValid;
+  echo.cogw_flag |= cogw_flags::kHighWidthValid;
   if (has_filter && echo.cogw_high > curve.high + kCurveTolerance) {
-    echo.cogw_flag |= kFlagAboveHighCurve;
+    echo.cogw_flag |= cogw_flags::kAboveHighCurve;
   }
   return edges;
 }
@@ -253,13 +243,13 @@ void ComputeEcho(const EchoSettings& settings, const std::uint16_t* samples, Lid
   LidarEcho& e = point.echoes[echo];
   const float shot_ratio = point.shot_ratio;
   if (settings.keep_bins) {
-    for (std::size_t i = 0; i < e.bins.size(); ++i) e.bins[i] = samples[i] & 0xFFFU;
+    for (std::size_t i = 0; i < e.bins.size(); ++i) e.bins[i] = samples[i] & kSampleMask;
   }
 
   Window window;
   if (echo == 1) {
     for (std::size_t i = 0; i < window.size(); ++i) {
-      window[i] = static_cast<float>(samples[i] & 0xFFFU);
+      window[i] = static_cast<float>(samples[i] & kSampleMask);
     }
   } else {
     AdaptBaseline(settings, samples, shot_ratio, e);
@@ -273,7 +263,7 @@ void ComputeEcho(const EchoSettings& settings, const std::uint16_t* samples, Lid
   SumThreeBins(window, e.baseline, sums);
   e.peak = e.baseline + sums[kCentre];
   e.peak_ratio = (e.peak - e.baseline) / (point.detect_threshold - e.baseline);
-  e.detect_pass = e.peak_ratio > 1.0F || e.peak_ratio < 0.0F;
+  e.detect_pass = e.peak_ratio > kSureRatio || e.peak_ratio < 0.0F;
   if (!e.detect_pass && !(e.peak_ratio > kNearMissRatio)) return;
 
   e.waveform_rms_ratio = RootMeanSquare(sums) / e.peak;

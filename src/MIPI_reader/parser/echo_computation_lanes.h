@@ -7,9 +7,10 @@
 
 #include "MIPI_reader/parser/cogw_filter.h"
 #include "MIPI_reader/parser/echo_computation.h"
+#include "MIPI_reader/parser/echo_rules.h"
 #include "lanes/lanes.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::echo_computation {
 
 // The windows of W lanes. Both echo slots may stand in one batch.
 template <int W>
@@ -43,14 +44,6 @@ struct EchoKernel {
   using Float = typename V::Float;
   using Int = typename V::Int;
 
-  static constexpr int kSums = 17;  // the three-bin sums with a zero at each end
-  static constexpr int kCentre = 8;
-  static constexpr float kMetresPerBin = 0.15F;
-  static constexpr float kNearMissRatio = 0.7F;
-  static constexpr float kCurveTolerance = 0.1F;
-  static constexpr float kDropWidth = 1.0F;
-  static constexpr float kDropHeight = 80.0F;
-
   struct Edges {
     Float threshold, left, right, from, to;
   };
@@ -83,7 +76,7 @@ struct EchoKernel {
   // From peak and baseline to the ratio. Gives the lanes that are an echo or a near miss.
   static Int ComparePeak(Float detect_threshold, EchoLanes<W>& echo) noexcept {
     echo.peak_ratio = (echo.peak - echo.baseline) / (detect_threshold - echo.baseline);
-    echo.detect_pass = (echo.peak_ratio > 1.0F) | (echo.peak_ratio < 0.0F);
+    echo.detect_pass = (echo.peak_ratio > kSureRatio) | (echo.peak_ratio < 0.0F);
     return echo.detect_pass | (echo.peak_ratio > kNearMissRatio);
   }
 
@@ -108,11 +101,11 @@ struct EchoKernel {
     const Float limit = V::Splat(settings.baseline_rise_limit * shot_ratio);
     const Float above = rise + 1.0F;
     const Float add = V::Select(limit < above, limit, above);
-    const Float noise_add = 2048.0F * add / (160.0F * shot_ratio) / 3.0F;
+    const Float noise_add = kNoisePerLevel * add / (kNominalShots * shot_ratio) / 3.0F;
     echo.baseline = V::Select(adapts, echo.baseline + add, echo.baseline);
     echo.change_noise_noise_append = V::Select(adapts, noise_add, Float{});
     echo.noise = V::Select(adapts, echo.noise + noise_add, echo.noise);
-    echo.highRefl = adapts & (add > shot_ratio * 7.0F);
+    echo.highRefl = adapts & (add > shot_ratio * kBrightRise);
   }
 
   // The first largest sample of each lane as a bit at its place. Value and place in one number: the
@@ -262,7 +255,7 @@ struct EchoKernel {
     const Float shift = (before - after) / (curvature + curvature);
     // NaN compares false, infinity is above 1.
     const Int is_peak = IsFinite(before) & IsFinite(middle) & IsFinite(after) &
-                        (curvature + curvature < -1e-12F) & (V::Abs(shift) <= 1.0F);
+                        (curvature + curvature < kMinCurvature) & (V::Abs(shift) <= kMaxShift);
     return static_cast<float>(kCentre) + V::Select(is_peak, shift, Float{});
   }
 
@@ -283,14 +276,17 @@ struct EchoKernel {
     Edges edges = FindEdges(sums, threshold(centre / 5.0F));
     echo.cogw = edges.to - edges.from;
     echo.cogw_high = Float{};
-    echo.cogw_flag = has_filter & (curve.low > echo.cogw) & 1;
+    echo.cogw_flag = has_filter & (curve.low > echo.cogw) & cogw_flags::kBelowLowCurve;
     const Int wants_high = goes_on & WantsHighWidth(settings, curve.gate, echo.cogw);
     if (!V::Any(wants_high)) return edges;
 
     const Edges high = FindEdges(sums, threshold((centre + centre) / 3.0F));
     const Float width = high.to - high.from;
     echo.cogw_high = V::Select(wants_high, width, Float{});
-    echo.cogw_flag |= wants_high & (2 | (has_filter & (width > curve.high + kCurveTolerance) & 4));
+    echo.cogw_flag |=
+        wants_high &
+        (cogw_flags::kHighWidthValid |
+         (has_filter & (width > curve.high + kCurveTolerance) & cogw_flags::kAboveHighCurve));
     edges.threshold = V::Select(wants_high, high.threshold, edges.threshold);
     edges.left = V::Select(wants_high, high.left, edges.left);
     edges.right = V::Select(wants_high, high.right, edges.right);
@@ -332,4 +328,4 @@ struct EchoKernel {
   }
 };
 
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::echo_computation

@@ -16,6 +16,14 @@ inline constexpr int kWindowSamples = 17;
 // Echo slots of a pixel record.
 inline constexpr int kEchoSlots = 2;
 
+// What the pulse's widths say against the curves of the pulse-width filter.
+namespace cogw_flags {
+inline constexpr std::int32_t kBelowLowCurve = 1;   // cogw below the low curve
+inline constexpr std::int32_t kHighWidthValid = 2;  // cogw_high was computed
+inline constexpr std::int32_t kAboveHighCurve = 4;  // cogw_high above the high curve
+inline constexpr std::int32_t kAll = 7;
+}  // namespace cogw_flags
+
 // One datagram. `length` counts the valid bytes of `buffer`; bytes behind it hold what earlier
 // datagrams left there.
 struct UdpPacket {
@@ -40,9 +48,8 @@ struct LidarEcho {
   float echosum = 0.0F;             // merged points only
   float totsum = 0.0F;              // merged points only: sum of the samples
   std::uint8_t echo_flags = 0;      // bit 0 is published in output mode 12
-  // Bit 0: cogw below the low curve. Bit 1: cogw_high is valid. Bit 2: cogw_high above its curve.
-  std::int32_t cogw_flag = 0;
-  float peak = 0.0F;  // top of the pulse above zero, level units
+  std::int32_t cogw_flag = 0;       // bits of cogw_flags
+  float peak = 0.0F;                // top of the pulse above zero, level units
   // (peak - baseline) / (detect_threshold - baseline); 1.0 and above is a sure detection.
   float peak_ratio = 0.0F;
   std::int32_t peak_addr = 0;  // first bin of the window in the range histogram, 0..1000

@@ -108,7 +108,7 @@ struct PacketKernel {
     }
     pixels.wanted[0] |= V::Bits(has_window[0]) << first;
     if (LidarPoint::echo_num < kEchoSlots) return;
-    EchoLanes<W> echo;
+    echo_computation::EchoLanes<W> echo;
     echo.noise = noise;
     echo.baseline = baseline;
     const Int goes_on = CompareSecondPeaks(blocks, offsets, threshold, echo);
@@ -169,7 +169,7 @@ struct PacketKernel {
   // of whole numbers below 2^24 are exact in any order: so three samples tell the peak and its
   // ratio, and with them everything of the windows that end there. Gives the lanes that go on.
   static Int CompareSecondPeaks(const std::uint8_t* blocks, const std::int32_t* offsets,
-                                Float threshold, EchoLanes<W>& echo) noexcept {
+                                Float threshold, echo_computation::EchoLanes<W>& echo) noexcept {
     // Samples 36, 37 and 38 stand in bytes 54..59.
     static_assert(raw_packet::kWindowSample + raw_packet::kWindowStride + 7 == 36);
     Int d[4];
@@ -178,7 +178,7 @@ struct PacketKernel {
                                  (((d[0] >> 20) & 0xFF0) | ((d[1] >> 4) & 0xF)) +
                                  (((d[1] >> 4) & 0xFF0) | ((d[1] >> 24) & 0xF)));
     echo.peak = echo.baseline + V::Select(sum > echo.baseline, sum - echo.baseline, Float{});
-    return EchoKernel<W>::ComparePeak(threshold, echo);
+    return echo_computation::EchoKernel<W>::ComparePeak(threshold, echo);
   }
 
   static void ListWindows(const Pixels& pixels, LidarPoint* points, Windows& windows) noexcept {
@@ -208,7 +208,7 @@ struct PacketKernel {
       windows.offset[i] = windows.offset[first];
       windows.echo[i] = idle;
     }
-    WindowLanes<W> in;
+    echo_computation::WindowLanes<W> in;
     in.is_first_slot = Iota() < windows.first_slots - first;
     ReadSamples(blocks, windows.offset + first, in);
     const Int number = V::Load(windows.number + first);
@@ -218,8 +218,8 @@ struct PacketKernel {
     in.noise = V::Gather(pixels.noise, pixel);
     in.baseline = V::Gather(pixels.baseline, pixel);
     in.detect_threshold = V::Gather(pixels.threshold, pixel);
-    EchoLanes<W> echo;
-    EchoKernel<W>::Compute(context.settings, context.shot_ratio, in, echo);
+    echo_computation::EchoLanes<W> echo;
+    echo_computation::EchoKernel<W>::Compute(context.settings, context.shot_ratio, in, echo);
     const int rest = windows.count - first;
     Records::Write(echo, peak_addr, windows.echo + first, rest < W ? rest : W);
   }
@@ -264,7 +264,7 @@ struct PacketKernel {
   // Nine pairs of three bytes hold 18 samples: the first window's and one more, or one more and the
   // second window's. A pair lies in one or two of the words of four bytes.
   static void ReadSamples(const std::uint8_t* blocks, const std::int32_t* offsets,
-                          WindowLanes<W>& in) noexcept {
+                          echo_computation::WindowLanes<W>& in) noexcept {
     Int d[8];
     LoadWords<W>(blocks, offsets, d);
     LoadWords<W>(blocks + 12, offsets, d + 3);

@@ -40,8 +40,8 @@ struct EchoRecords {
   }
 
   // The echoes of the first `lanes` lanes; the other records are written too, incompletely.
-  static void Write(const EchoLanes<W>& echo, Int peak_addr, std::uint8_t* const* records,
-                    int lanes) noexcept {
+  static void Write(const echo_computation::EchoLanes<W>& echo, Int peak_addr,
+                    std::uint8_t* const* records, int lanes) noexcept {
     const Int zero{};
     StoreWords<W>(echo.dist_raw, zero, zero, zero, records, 0);
     StoreWords<W>(echo.cogh, echo.cogw, echo.cogw_high, echo.waveform_rms_ratio, records, 16);
@@ -57,7 +57,7 @@ struct EchoRecords {
 
   // Echoes that came no further than the peak ratio and did not pass it, and the reset state in the
   // lanes that the mask leaves out. `lanes` as above.
-  static void WriteWithoutPulse(Int mask, const EchoLanes<W>& echo, Int peak_addr,
+  static void WriteWithoutPulse(Int mask, const echo_computation::EchoLanes<W>& echo, Int peak_addr,
                                 std::uint8_t* const* records, int lanes) noexcept {
     const Int zero{};
     StoreWords<W>(zero, Masked(mask, echo.peak), Masked(mask, echo.peak_ratio), mask & peak_addr,

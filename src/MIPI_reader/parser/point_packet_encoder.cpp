@@ -56,8 +56,9 @@ PayloadBytes PackNoise(float noise, std::int32_t low, std::uint8_t high) noexcep
 }
 
 PayloadBytes EncodeFlags(const LidarEcho& echo) noexcept {
-  const int first = (echo.cogw_flag & 7) | echo.highRefl << 3 | echo.highReflBlooming << 4 |
-                    echo.afterPulse << 5 | echo.ground << 6 | echo.fill_point << 7;
+  const int first = (echo.cogw_flag & cogw_flags::kAll) | echo.highRefl << 3 |
+                    echo.highReflBlooming << 4 | echo.afterPulse << 5 | echo.ground << 6 |
+                    echo.fill_point << 7;
   const int second = static_cast<int>(echo.shot_noise_point) | echo.debug_flag << 1 |
                      (echo.echo_flags & 1) << 2 | (echo.detect_pass ? 0 : 8) |
                      echo.shot_noise_group_point << 4;

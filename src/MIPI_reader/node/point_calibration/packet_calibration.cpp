@@ -14,8 +14,6 @@
 namespace kerul::lidar {
 namespace {
 
-constexpr std::int32_t kHighWidthValid = 2;  // bit 1 of cogw_flag
-
 // Bright background reaches past the end of the table. What does not even fit the conversion reads
 // the first entry, as its result is the lowest index.
 float GainAt(const std::vector<float>& table, float noise) noexcept {
@@ -29,7 +27,7 @@ void CompensateEcho(const EnvCalib& calib, LidarEcho& echo) noexcept {
     echo.cogh = 0.0F;
     return;
   }
-  const bool high = (echo.cogw_flag & kHighWidthValid) != 0;
+  const bool high = (echo.cogw_flag & cogw_flags::kHighWidthValid) != 0;
   const float gain = GainAt(high ? calib.env_cogh_high : calib.env_cogh, echo.noise);
   echo.cogh = (calib.bias + echo.cogh) * gain + echo.cogh;
   if (!calib.has_cogt) return;
@@ -45,7 +43,7 @@ void CalibrateEchoRange(const DistCalib& calib, float offset, LidarEcho& echo) n
     echo.dist_raw = 0.0F;
     return;
   }
-  const bool high = (echo.cogw_flag & kHighWidthValid) != 0 && calib.has_curve_high;
+  const bool high = (echo.cogw_flag & cogw_flags::kHighWidthValid) != 0 && calib.has_curve_high;
   const float correction = CurveAt(high ? calib.curve_high : calib.curve, height);
   const float range = echo.dist_raw - (correction + offset) * calib.scale * 0.015625F;
   // A correction larger than the range leaves one output unit, so that the return is not lost.
@@ -128,7 +126,7 @@ void MapHighThresholdHeights(const HighThresholdMap& map, std::span<LidarPoint> 
   for (LidarPoint& point : points) {
     for (int slot = 0; slot < LidarPoint::echo_num; ++slot) {
       LidarEcho& echo = point.echoes[slot];
-      const bool high = (echo.cogw_flag & kHighWidthValid) != 0;
+      const bool high = (echo.cogw_flag & cogw_flags::kHighWidthValid) != 0;
       if (!(echo.dist_raw > 0.0F) || !high || std::isnan(echo.cogh)) continue;
       echo.cogh = MapHighThresholdHeight(map, echo.cogh);
     }

@@ -36,7 +36,6 @@ struct CalibrationKernel {
   static constexpr int kGroupPoints = 16;
   static constexpr int kLanes = kGroupPoints * kEchoSlots;
   static_assert(kLanes <= 32 && kLanes % W == 0);  // a bit per lane; whole vectors
-  static constexpr std::int32_t kHighWidthValid = 2;
   static constexpr float kTableStepMetres = 0.1F;
   static constexpr float kEfficiantRange = 9.900001F;
   static constexpr float kFullReflectivity = 255.0F;
@@ -114,7 +113,8 @@ struct CalibrationKernel {
       group.height[i] = echo.cogh;
       group.noise[i] = echo.noise;
       group.append[i] = echo.change_noise_noise_append;
-      group.high_width[i] = -((echo.cogw_flag & kHighWidthValid) >> 1);
+      group.high_width[i] =
+          -static_cast<std::int32_t>((echo.cogw_flag & cogw_flags::kHighWidthValid) != 0);
       group.high_refl[i] = -static_cast<std::int32_t>(echo.highRefl);
     }
     for (int i = 0; i < group.count; ++i) {

@@ -11,11 +11,10 @@
 namespace kerul::lidar {
 namespace {
 
-constexpr std::size_t kBlockSide = 6;     // pixels
-constexpr float kStrongPeak = 30.0F;      // level units; two stronger returns are believed
-constexpr int kMinValidRows = 4;          // of six, to judge a boundary at all
-constexpr int kMaxTrustedSuspects = 8;    // suspect blocks a row may have without consequence
-constexpr std::int32_t kNarrowPulse = 1;  // bit of cogw_flag: width below the low curve
+constexpr std::size_t kBlockSide = 6;   // pixels
+constexpr float kStrongPeak = 30.0F;    // level units; two stronger returns are believed
+constexpr int kMinValidRows = 4;        // of six, to judge a boundary at all
+constexpr int kMaxTrustedSuspects = 8;  // suspect blocks a row may have without consequence
 
 enum class EdgeRow : std::uint8_t { kNotCounted, kFits, kDiffers };
 
@@ -50,7 +49,7 @@ bool IsBoundaryBroken(const FrameRows& rows, RowRange range, std::size_t block,
 void EraseNarrowPulses(LidarPoint& pixel, int echo_count) noexcept {
   for (int slot = 0; slot < echo_count; ++slot) {
     LidarEcho& echo = pixel.echoes[slot];
-    if ((echo.cogw_flag & kNarrowPulse) == 0) continue;
+    if ((echo.cogw_flag & cogw_flags::kBelowLowCurve) == 0) continue;
     echo.shot_noise_group_point = true;
     echo.dist_raw = 0.0F;
     echo.refl_raw = 0.0F;
