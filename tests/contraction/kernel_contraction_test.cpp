@@ -20,7 +20,7 @@
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/raw_packet_builder.h"
 #include "contraction/rounding.h"
-#include "lanes/instruction_set.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar::contraction {
 namespace {
@@ -28,16 +28,9 @@ namespace {
 using frame_builder::MakeRows;
 using frame_builder::SetEcho;
 
-class Contraction : public testing::TestWithParam<InstructionSet> {
+class Contraction : public FormsTest {
  protected:
-  void SetUp() override {
-    if (!IsSupported(GetParam())) GTEST_SKIP() << "not on this processor";
-    ForceInstructionSet(GetParam());
-  }
-  ~Contraction() override {
-    ForceInstructionSet(chosen_);
-    LidarPoint::echo_num = 1;
-  }
+  ~Contraction() override { LidarPoint::echo_num = 1; }
 
   float Between(float from, float to) {
     return std::uniform_real_distribution<float>(from, to)(random_);
@@ -56,16 +49,11 @@ class Contraction : public testing::TestWithParam<InstructionSet> {
   void ExpectTelling(int at_least) const { EXPECT_GE(telling_, at_least) << "of " << compared_; }
 
  private:
-  InstructionSet chosen_ = ChosenInstructionSet();
   std::mt19937 random_{1};
   int compared_ = 0;
   int telling_ = 0;
 };
-
-INSTANTIATE_TEST_SUITE_P(Sets, Contraction,
-                         testing::Values(InstructionSet::kScalar, InstructionSet::kPlain,
-                                         InstructionSet::kAvx2, InstructionSet::kAvx512),
-                         [](const auto& set) { return InstructionSetName(set.param); });
+RUN_IN_EVERY_FORM(Contraction);
 
 // ---- Echo computation ----
 

@@ -16,7 +16,7 @@
 #include "random_records.h"
 #include "reference/encoder.h"
 #include "reference/merge.h"
-#include "support/instruction_sets.h"
+#include "support/kernel_forms.h"
 #include "support/point_compare.h"
 #include "support/temp_dir.h"
 
@@ -38,7 +38,7 @@ class PointPackets : public ::testing::TestWithParam<int> {};
 
 TEST_P(PointPackets, AreTheReferencesForEveryBlockOfARandomFrame) {
   RandomRecords random(static_cast<std::uint64_t>(61 + GetParam()));
-  InstructionSetGuard forms;
+  FormsInTurn forms;
   const LidarFrame frame =
       random.Frame(216, 288, 2, GetParam() % 2 == 0 ? FrameStyle::kWild : FrameStyle::kSalted);
   LidarParserQDV11 node;

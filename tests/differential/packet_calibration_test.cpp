@@ -10,7 +10,7 @@
 #include "config/default_config.h"
 #include "random_records.h"
 #include "reference/packet_calibration.h"
-#include "support/instruction_sets.h"
+#include "support/kernel_forms.h"
 #include "support/point_compare.h"
 
 namespace kerul::lidar::testing {
@@ -238,7 +238,7 @@ TEST(PacketCalibration, ReflectivityIsTheReferences) {
 // All steps of a packet in one call, in every form, steps left out at random.
 TEST(PacketCalibration, AllStepsTogetherAreTheReferencesStepsInTheirOrder) {
   RandomRecords random(26);
-  InstructionSetGuard forms;
+  FormsInTurn forms;
   int changed = 0;
   for (int round = 0; round < 2 * kRounds && !::testing::Test::HasFailure(); ++round) {
     random.StartRound();

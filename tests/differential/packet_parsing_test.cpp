@@ -8,7 +8,7 @@
 #include "config/default_config.h"
 #include "random_records.h"
 #include "reference/parser.h"
-#include "support/instruction_sets.h"
+#include "support/kernel_forms.h"
 #include "support/point_compare.h"
 
 namespace kerul::lidar::testing {
@@ -78,7 +78,7 @@ std::string PointsDifference(const std::vector<LidarPoint>& got,
 
 TEST(PacketParsing, RandomPacketsGiveTheReferencesPoints) {
   RandomRecords random(11);
-  InstructionSetGuard forms;
+  FormsInTurn forms;
   int echoes = 0;
   for (int round = 0; round < 800; ++round) {
     random.StartRound();
@@ -110,7 +110,7 @@ TEST(PacketParsing, RandomPacketsGiveTheReferencesPoints) {
 
 TEST(PacketParsing, EveryGroupAndSlotGivesTheReferencesPlace) {
   RandomRecords random(12);
-  InstructionSetGuard forms;
+  FormsInTurn forms;
   ParserPair pair;
   MakePair(random, pair);
   std::vector<LidarPoint> points;

@@ -8,7 +8,7 @@
 #include "pass_comparison.h"
 #include "reference/ordering.h"
 #include "reference/row_filters.h"
-#include "support/instruction_sets.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -30,7 +30,7 @@ TEST(RowPass, PrimingIsTheReferences) {
 
 TEST(RowPass, NeighbourValidationIsTheReferences) {
   RandomRecords random(32);
-  InstructionSetGuard forms;
+  FormsInTurn forms;
   PassTally tally;
   while (tally.rows < 3 * kRows && !::testing::Test::HasFailure()) {
     random.StartRound();

@@ -8,14 +8,14 @@
 
 #include "differential/random_records.h"
 #include "stream_expectations.h"
-#include "support/instruction_sets.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar::testing {
 namespace {
 
 // A frame and a bit of random packets; one in five hundred is out of its place, and of these few
 // frame ids jump.
-std::vector<Datagram> RandomStream(std::uint64_t seed) {
+std::vector<Datagram> RandomDatagrams(std::uint64_t seed) {
   RandomRecords random(seed);
   std::vector<Datagram> datagrams;
   for (int i = 0; i < 6912 + 500; ++i) {
@@ -36,20 +36,11 @@ TwinCounts ExpectSameOutput(const DefaultConfig& config, const std::vector<Datag
   return run.counts();
 }
 
-class EveryInstructionSet : public ::testing::TestWithParam<InstructionSet> {
- protected:
-  void SetUp() override {
-    if (!IsSupported(GetParam())) GTEST_SKIP() << "this processor has no such lanes";
-    ForceInstructionSet(GetParam());
-  }
-  void TearDown() override { ForceInstructionSet(before_); }
+using RandomStream = FormsTest;
+RUN_IN_EVERY_FORM(RandomStream);
 
- private:
-  InstructionSet before_ = ChosenInstructionSet();
-};
-
-TEST_P(EveryInstructionSet, GivesTheReferencesBytesForRandomPackets) {
-  const std::vector<Datagram> datagrams = RandomStream(91);
+TEST_P(RandomStream, GivesTheReferencesBytesForRandomPackets) {
+  const std::vector<Datagram> datagrams = RandomDatagrams(91);
   for (const int mode : {0, 3, 11, 12}) {
     SCOPED_TRACE("output mode " + std::to_string(mode));
     DefaultConfig config = StreamConfig();
@@ -63,20 +54,13 @@ TEST_P(EveryInstructionSet, GivesTheReferencesBytesForRandomPackets) {
   }
 }
 
-TEST_P(EveryInstructionSet, GivesTheReferencesBytesForAFaultyStream) {
+TEST_P(RandomStream, GivesTheReferencesBytesForAFaultyStream) {
   SimulatedStream::Plan plan = OneMixedFrame();
   plan.datagrams = 20000;
   plan.faults = {.loss = 0.001, .duplicate = 0.001, .frame_jump = 0.5, .short_datagram = 0.001};
   plan.more_faults = {.late = 0.001, .wild = 0.01};
   EXPECT_GE(ExpectSameOutput(StreamConfig(), plan).frames, 2U);
 }
-
-INSTANTIATE_TEST_SUITE_P(WholeStream, EveryInstructionSet,
-                         ::testing::Values(InstructionSet::kScalar, InstructionSet::kPlain,
-                                           InstructionSet::kAvx2, InstructionSet::kAvx512),
-                         [](const auto& set) {
-                           return std::string(InstructionSetName(set.param));
-                         });
 
 // Edge values out of the tables reach every later step as NaN and infinity.
 TEST(RandomStream, TablesWithEdgeValuesGiveTheReferencesBytes) {
@@ -99,7 +83,7 @@ TEST(RandomStream, TablesWithEdgeValuesGiveTheReferencesBytes) {
     tables.retro_filter = random.Table(31, 0.0F, 5.0F, 0.05);
     tables.high_threshold_cogh_out =
         random.Table(tables.high_threshold_cogh_in.size(), 0.0F, 500.0F, 0.05);
-    ExpectSameOutput(config, RandomStream(seed));
+    ExpectSameOutput(config, RandomDatagrams(seed));
   }
 }
 

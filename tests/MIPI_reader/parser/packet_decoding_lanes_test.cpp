@@ -16,7 +16,7 @@
 #include "lanes/instruction_set.h"
 #include "raw_packet_builder.h"
 #include "reference/parser.h"
-#include "support/forced_instruction_set.h"
+#include "support/kernel_forms.h"
 #include "support/random_raw_packets.h"
 #include "support/record_equality.h"
 
@@ -153,7 +153,7 @@ class PacketLanesTest : public ::testing::TestWithParam<std::tuple<InstructionSe
 
   int ParseWith(InstructionSet set, const UdpPacket& packet, std::vector<LidarPoint>& points,
                 int echo_count) {
-    const ForcedInstructionSet forced(set);
+    const ForcedForm forced(set);
     int frame_id = -1;
     return parser.ParsePacket(packet, points, frame_id, echo_count);
   }

@@ -6,27 +6,13 @@
 #include <random>
 #include <vector>
 
-#include "lanes/instruction_set.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
 
-class CopyPointsTest : public ::testing::TestWithParam<InstructionSet> {
- protected:
-  ~CopyPointsTest() override { ForceInstructionSet(chosen_); }
-  void SetUp() override {
-    if (!IsSupported(GetParam())) GTEST_SKIP() << "not on this processor";
-    ForceInstructionSet(GetParam());
-  }
-
- private:
-  InstructionSet chosen_ = ChosenInstructionSet();
-};
-
-INSTANTIATE_TEST_SUITE_P(Sets, CopyPointsTest,
-                         ::testing::Values(InstructionSet::kScalar, InstructionSet::kPlain,
-                                           InstructionSet::kAvx2, InstructionSet::kAvx512),
-                         [](const auto& set) { return InstructionSetName(set.param); });
+using CopyPointsTest = FormsTest;
+RUN_IN_EVERY_FORM(CopyPointsTest);
 
 // Points of any bytes, which are compared and never read.
 std::vector<LidarPoint> AnyPoints(std::size_t count, unsigned seed) {

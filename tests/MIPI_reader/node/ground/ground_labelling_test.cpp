@@ -10,6 +10,7 @@
 
 #include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -20,6 +21,9 @@ using ground_builder::kMrowHeight;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 const AngleCalibGrid kNoGrid;
+
+using GroundLabelling = FormsTest;
+RUN_IN_EVERY_FORM(GroundLabelling);
 
 // The pixel at (8, 5) of a 24 x 12 frame; its miniflash row is 1. By default ranges rise by 0.25 m
 // a row from 8.0 m at the pixel's own, and are level along each row: ground.
@@ -61,7 +65,7 @@ bool IsGroundColumn(const std::vector<float>& ranges) {
   return scene.Run();
 }
 
-TEST(GroundLabelling, RisingColumnsAndLevelRowsAreGround) {
+TEST_P(GroundLabelling, RisingColumnsAndLevelRowsAreGround) {
   Scene scene;
   scene.At(12, 5).ground = true;  // another miniflash row: not looked at
   LabelGround(scene.frame, 1, kMrowHeight, scene.settings, kNoGrid);
@@ -95,7 +99,7 @@ LidarFrame TallGround(int height) {
   return frame;
 }
 
-TEST(GroundLabelling, OuterRowsAreNeverGroundAndAreCleared) {
+TEST_P(GroundLabelling, OuterRowsAreNeverGroundAndAreCleared) {
   LidarFrame frame = TallGround(120);
   for (int m_row = 0; m_row < 20; ++m_row) {
     LabelGround(frame, m_row, kMrowHeight, DefaultSettings(), kNoGrid);
@@ -108,7 +112,7 @@ TEST(GroundLabelling, OuterRowsAreNeverGroundAndAreCleared) {
   }
 }
 
-TEST(GroundLabelling, TheLastTwoRowsOfALowFrameAreNeverGround) {
+TEST_P(GroundLabelling, TheLastTwoRowsOfALowFrameAreNeverGround) {
   LidarFrame frame = TallGround(12);
   LabelGround(frame, 1, kMrowHeight, DefaultSettings(), kNoGrid);
   for (std::size_t row = 6; row < 12; ++row) {
@@ -116,7 +120,7 @@ TEST(GroundLabelling, TheLastTwoRowsOfALowFrameAreNeverGround) {
   }
 }
 
-TEST(GroundLabelling, UpperRowsNeedRangesOfNinetyNineMetres) {
+TEST_P(GroundLabelling, UpperRowsNeedRangesOfNinetyNineMetres) {
   for (const bool second_too_near : {false, true}) {
     LidarFrame frame = TallGround(120);
     const float start = second_too_near ? 98.25F : 98.75F;
@@ -130,7 +134,7 @@ TEST(GroundLabelling, UpperRowsNeedRangesOfNinetyNineMetres) {
   }
 }
 
-TEST(GroundLabelling, OneRangeOfTheColumnMayBeTooNear) {
+TEST_P(GroundLabelling, OneRangeOfTheColumnMayBeTooNear) {
   Scene scene;
   scene.settings.min_dist = {0.0F, 7.75F};
   EXPECT_TRUE(scene.Run());  // 7.5 alone is below
@@ -138,7 +142,7 @@ TEST(GroundLabelling, OneRangeOfTheColumnMayBeTooNear) {
   EXPECT_FALSE(scene.Run());  // 7.5 and 7.75 are
 }
 
-TEST(GroundLabelling, MinimumRangeIsLookedUpByMiniflashRow) {
+TEST_P(GroundLabelling, MinimumRangeIsLookedUpByMiniflashRow) {
   Scene scene;
   scene.settings.min_dist = {9.5F};  // past the end: the last value
   EXPECT_FALSE(scene.Run());
@@ -152,7 +156,7 @@ TEST(GroundLabelling, MinimumRangeIsLookedUpByMiniflashRow) {
   EXPECT_FALSE(scene.Run());
 }
 
-TEST(GroundLabelling, AHoleInTheColumnRulesThePixelOut) {
+TEST_P(GroundLabelling, AHoleInTheColumnRulesThePixelOut) {
   for (int i = 0; i < 5; ++i) {
     for (const float hole : {0.0F, -1.0F, kNan}) {
       Scene scene;
@@ -162,7 +166,7 @@ TEST(GroundLabelling, AHoleInTheColumnRulesThePixelOut) {
   }
 }
 
-TEST(GroundLabelling, FourConsecutiveRisesAreEnough) {
+TEST_P(GroundLabelling, FourConsecutiveRisesAreEnough) {
   EXPECT_TRUE(IsGroundColumn({7.5F, 7.75F, 8.0F, 8.25F, 8.5F}));
   EXPECT_TRUE(IsGroundColumn({7.5F, 7.75F, 8.0F, 8.25F, 8.0F}));    // first four
   EXPECT_TRUE(IsGroundColumn({8.0F, 7.75F, 8.0F, 8.25F, 8.5F}));    // last four
@@ -171,14 +175,14 @@ TEST(GroundLabelling, FourConsecutiveRisesAreEnough) {
   EXPECT_FALSE(IsGroundColumn({7.25F, 8.25F, 8.0F, 8.5F, 8.75F}));  // broken before the pixel
 }
 
-TEST(GroundLabelling, EqualNeighboursAreNoRise) {
+TEST_P(GroundLabelling, EqualNeighboursAreNoRise) {
   EXPECT_FALSE(IsGroundColumn({7.5F, 8.0F, 8.0F, 8.25F, 8.5F}));
   EXPECT_FALSE(IsGroundColumn({7.5F, 7.75F, 8.0F, 8.0F, 8.5F}));
   EXPECT_FALSE(IsGroundColumn({7.75F, 7.75F, 8.0F, 8.25F, 8.25F}));
   EXPECT_TRUE(IsGroundColumn({7.75F, 7.75F, 8.0F, 8.25F, 8.5F}));  // the last four rise
 }
 
-TEST(GroundLabelling, RiseHasToExceedTheGateStrictly) {
+TEST_P(GroundLabelling, RiseHasToExceedTheGateStrictly) {
   // At 8 m the cap of 0.5 counts; the run spans exactly the cap.
   Scene scene;
   scene.settings.vert_span_max = 0.5F;
@@ -195,7 +199,7 @@ TEST(GroundLabelling, RiseHasToExceedTheGateStrictly) {
   EXPECT_FALSE(scene.Run());
 }
 
-TEST(GroundLabelling, RiseIsMeasuredOverTheRunOnly) {
+TEST_P(GroundLabelling, RiseIsMeasuredOverTheRunOnly) {
   // First four: 7.9 to 8.3 is the run; the fifth falls back and does not count.
   Scene scene;
   scene.settings.vert_span_max = 0.5F;
@@ -206,7 +210,7 @@ TEST(GroundLabelling, RiseIsMeasuredOverTheRunOnly) {
   EXPECT_TRUE(scene.Run());
 }
 
-TEST(GroundLabelling, WithoutAValidNeighbourInTheRowThereIsNoGround) {
+TEST_P(GroundLabelling, WithoutAValidNeighbourInTheRowThereIsNoGround) {
   Scene scene;
   scene.SetRow(0.0F, 0.0F, 0.0F, 0.0F);
   EXPECT_FALSE(scene.Run());
@@ -216,7 +220,18 @@ TEST(GroundLabelling, WithoutAValidNeighbourInTheRowThereIsNoGround) {
   EXPECT_TRUE(scene.Run());
 }
 
-TEST(GroundLabelling, MeanGateOfTheRowIsStrict) {
+TEST_P(GroundLabelling, ANeighbourAtTheMinimumRangeCountsAndANearerOneDoesNot) {
+  Scene scene;
+  scene.settings.min_dist = {7.875F};
+  scene.settings.vert_span_max = 0.25F;
+  scene.SetColumn({7.75F, 7.875F, 8.0F, 8.125F, 8.25F});  // one too near
+  scene.SetRow(7.875F, 0.0F, 0.0F, 0.0F);
+  EXPECT_TRUE(scene.Run());
+  scene.SetRow(std::nextafter(7.875F, 0.0F), 0.0F, 0.0F, 0.0F);
+  EXPECT_FALSE(scene.Run());
+}
+
+TEST_P(GroundLabelling, MeanGateOfTheRowIsStrict) {
   Scene scene;
   scene.settings.max_diff_ratio = 1.0F;
   scene.settings.max_diff_max = 9.0F;
@@ -237,7 +252,7 @@ TEST(GroundLabelling, MeanGateOfTheRowIsStrict) {
   }
 }
 
-TEST(GroundLabelling, LargestDifferenceOfTheRowIsStrict) {
+TEST_P(GroundLabelling, LargestDifferenceOfTheRowIsStrict) {
   Scene scene;
   scene.settings.mean_diff_ratio = 1.0F;
   scene.settings.mean_diff_max = 9.0F;
@@ -255,7 +270,7 @@ TEST(GroundLabelling, LargestDifferenceOfTheRowIsStrict) {
   }
 }
 
-TEST(GroundLabelling, DefaultGatesAtEightMetres) {
+TEST_P(GroundLabelling, DefaultGatesAtEightMetres) {
   // Mean gate min(0.3, 0.04 * 8) = 0.3, largest difference min(0.2, 1.6) = 0.2.
   Scene scene;
   scene.SetRow(8.19F, 8.19F, 8.19F, 8.19F);
@@ -266,7 +281,7 @@ TEST(GroundLabelling, DefaultGatesAtEightMetres) {
 
 // ---- Reflectivity ----
 
-TEST(GroundLabelling, AStoredScaleIsAppliedWithTheSeedOff) {
+TEST_P(GroundLabelling, AStoredScaleIsAppliedWithTheSeedOff) {
   const float limit = 0.999F;
   for (const float scale : {0.5F, std::nextafter(limit, 0.0F), limit, 1.0F, kNan}) {
     Scene scene;
@@ -279,7 +294,7 @@ TEST(GroundLabelling, AStoredScaleIsAppliedWithTheSeedOff) {
   }
 }
 
-TEST(GroundLabelling, AScaleIsNotAppliedToWhatIsNoGround) {
+TEST_P(GroundLabelling, AScaleIsNotAppliedToWhatIsNoGround) {
   Scene scene;
   scene.At(8, 5).ground_refl_scale = 0.5F;
   scene.SetColumn({8.0F, 8.0F, 8.0F, 8.0F, 8.0F});
@@ -287,7 +302,7 @@ TEST(GroundLabelling, AScaleIsNotAppliedToWhatIsNoGround) {
   EXPECT_EQ(scene.At(8, 5).refl_raw, 10.0F);
 }
 
-TEST(GroundLabelling, TheSeedTakesTheRunAndStoresItsScale) {
+TEST_P(GroundLabelling, TheSeedTakesTheRunAndStoresItsScale) {
   const AngleCalibGrid grid = ground_builder::DownwardGrid(24, 12);
   struct RunCase {
     std::vector<float> column;
@@ -313,7 +328,7 @@ TEST(GroundLabelling, TheSeedTakesTheRunAndStoresItsScale) {
   }
 }
 
-TEST(GroundLabelling, WithoutAGridTheSeedStoresOne) {
+TEST_P(GroundLabelling, WithoutAGridTheSeedStoresOne) {
   Scene scene;
   scene.settings.vert_seed_enable = true;
   scene.At(8, 5).ground_refl_scale = 0.5F;
@@ -324,7 +339,7 @@ TEST(GroundLabelling, WithoutAGridTheSeedStoresOne) {
 
 // ---- Smoothing ----
 
-TEST(GroundLabelling, SmoothingWeighsFivePixelsOfTheRow) {
+TEST_P(GroundLabelling, SmoothingWeighsFivePixelsOfTheRow) {
   Scene scene;
   scene.settings.smooth_enable = true;
   scene.SetRow(8.01F, 8.02F, 8.03F, 8.04F);
@@ -340,7 +355,7 @@ TEST(GroundLabelling, SmoothingWeighsFivePixelsOfTheRow) {
   EXPECT_EQ(scene.At(8, 5).refl_raw, 3.0F);
 }
 
-TEST(GroundLabelling, SmoothingLeavesOutWhatIsEmptyOrAtTheGate) {
+TEST_P(GroundLabelling, SmoothingLeavesOutWhatIsEmptyOrAtTheGate) {
   Scene scene;
   scene.settings.smooth_enable = true;
   // Both gates are caps: 0.5 and 0.25; the smaller one is the smoothing's.
@@ -353,7 +368,7 @@ TEST(GroundLabelling, SmoothingLeavesOutWhatIsEmptyOrAtTheGate) {
   EXPECT_EQ(scene.At(8, 5).dist_proc, (0.25F * 8.0F + 0.2F * 8.125F) / (0.25F + 0.2F));
 }
 
-TEST(GroundLabelling, WithAGateOfZeroNothingIsGroundAndNothingSmoothed) {
+TEST_P(GroundLabelling, WithAGateOfZeroNothingIsGroundAndNothingSmoothed) {
   Scene scene;
   scene.settings.smooth_enable = true;
   scene.settings.mean_diff_max = 0.0F;
@@ -362,7 +377,7 @@ TEST(GroundLabelling, WithAGateOfZeroNothingIsGroundAndNothingSmoothed) {
   EXPECT_EQ(scene.At(8, 5).dist_proc, 3.0F);
 }
 
-TEST(GroundLabelling, SmoothingSeesTheCorrectedReflectivityToTheLeft) {
+TEST_P(GroundLabelling, SmoothingSeesTheCorrectedReflectivityToTheLeft) {
   Scene scene;
   scene.settings.smooth_enable = true;
   for (int col = 0; col < 12; ++col) scene.At(8, col).ground_refl_scale = 0.5F;
@@ -378,7 +393,7 @@ TEST(GroundLabelling, SmoothingSeesTheCorrectedReflectivityToTheLeft) {
 
 // ---- Extent ----
 
-TEST(GroundLabelling, AnyContentAndAnySizeStayInsideTheGrid) {
+TEST_P(GroundLabelling, AnyContentAndAnySizeStayInsideTheGrid) {
   int runs = 0;
   for (const int height : {0, 1, 4, 5, 6, 13}) {
     for (const int width : {0, 1, 4, 5, 7, 13}) {
@@ -403,7 +418,7 @@ TEST(GroundLabelling, AnyContentAndAnySizeStayInsideTheGrid) {
   EXPECT_EQ(runs, 180);
 }
 
-TEST(GroundLabelling, OtherRowsAndSecondEchoesAreNotWritten) {
+TEST_P(GroundLabelling, OtherRowsAndSecondEchoesAreNotWritten) {
   for (std::uint32_t seed = 1; seed <= 20; ++seed) {
     LidarFrame frame(18, 20, 2);
     frame_builder::WildContent(seed).Fill(frame.points);

@@ -10,8 +10,7 @@
 #include "MIPI_reader/node/ground/ground_rows.h"
 #include "MIPI_reader/node/ground/ground_rules.h"
 #include "MIPI_reader/node/ground/ground_settings_builder.h"
-#include "lanes/instruction_set.h"
-#include "support/forced_instruction_set.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -41,12 +40,8 @@ void FillWithSlopes(FrameRows& rows, std::uint32_t seed) {
   }
 }
 
-class GroundLanes : public testing::TestWithParam<InstructionSet> {
+class GroundLanes : public FormsTest {
  protected:
-  void SetUp() override {
-    if (!IsSupported(GetParam())) GTEST_SKIP() << "not on this processor";
-  }
-
   // Runs both forms over all miniflash rows; returns the number of labels.
   static int ExpectLikeScalar(const FrameRows& rows, const GroundSettings& settings,
                               const AngleCalibGrid& grid) {
@@ -54,10 +49,9 @@ class GroundLanes : public testing::TestWithParam<InstructionSet> {
     FrameRows got = rows;
     const int m_rows = static_cast<int>(rows.size()) / kMrowHeight + 1;
     for (int m_row = 0; m_row < m_rows; ++m_row) {
-      const ForcedInstructionSet scalar(InstructionSet::kScalar);
-      LabelGroundByRise(expected, m_row, kMrowHeight, settings, grid);
-      const ForcedInstructionSet lanes(GetParam());
       LabelGroundByRise(got, m_row, kMrowHeight, settings, grid);
+      const ForcedForm scalar(InstructionSet::kScalar);
+      LabelGroundByRise(expected, m_row, kMrowHeight, settings, grid);
     }
     ExpectSameRows(expected, got, 0, rows.size());
     int labels = 0;
@@ -73,11 +67,7 @@ class GroundLanes : public testing::TestWithParam<InstructionSet> {
     return settings;
   }
 };
-
-INSTANTIATE_TEST_SUITE_P(Sets, GroundLanes,
-                         testing::Values(InstructionSet::kPlain, InstructionSet::kAvx2,
-                                         InstructionSet::kAvx512),
-                         [](const auto& set) { return InstructionSetName(set.param); });
+RUN_IN_EVERY_VECTOR_FORM(GroundLanes);
 
 TEST_P(GroundLanes, LabelsWhatTheScalarFormLabels) {
   int labels = 0;

@@ -8,6 +8,7 @@
 #include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_scene.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -19,9 +20,12 @@ using Scene = frame_builder::NeighbourScene;
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr int kRightNeighbour = 7;
 
+using NeighbourFill = FormsTest;
+RUN_IN_EVERY_FORM(NeighbourFill);
+
 // ---- Empty slots and after-pulses ----
 
-TEST(NeighbourFill, EmptyOrErasedSecondEchoIsNeverFilled) {
+TEST_P(NeighbourFill, EmptyOrErasedSecondEchoIsNeverFilled) {
   Scene empty;
   empty.SetNeighbours(8, 10.0F);
   SetEcho(empty.Centre().echoes[0], 10.0F);
@@ -39,7 +43,7 @@ TEST(NeighbourFill, EmptyOrErasedSecondEchoIsNeverFilled) {
   EXPECT_FALSE(erased.Centre().echoes[0].fill_point);
 }
 
-TEST(NeighbourFill, SecondEchoWithoutARangeIsLeftAsItIs) {
+TEST_P(NeighbourFill, SecondEchoWithoutARangeIsLeftAsItIs) {
   for (const float dist : {0.0F, -3.0F, kNan}) {
     Scene scene;
     scene.SetNeighbours(8, 10.0F);
@@ -51,7 +55,7 @@ TEST(NeighbourFill, SecondEchoWithoutARangeIsLeftAsItIs) {
   }
 }
 
-TEST(NeighbourFill, AfterPulseIsErasedWhateverItsNeighboursSay) {
+TEST_P(NeighbourFill, AfterPulseIsErasedWhateverItsNeighboursSay) {
   Scene scene;
   scene.SetNeighbours(8, 10.0F);
   SetEcho(scene.Centre().echoes[0], 10.0F);
@@ -62,7 +66,7 @@ TEST(NeighbourFill, AfterPulseIsErasedWhateverItsNeighboursSay) {
   EXPECT_TRUE(IsErased(scene.Centre().echoes[1]));
 }
 
-TEST(NeighbourFill, PixelWhoseFirstEchoIsAnAfterPulseIsNotFilled) {
+TEST_P(NeighbourFill, PixelWhoseFirstEchoIsAnAfterPulseIsNotFilled) {
   for (const float dist : {0.0F, 10.0F}) {
     Scene scene;
     scene.SetNeighbours(8, 10.0F);
@@ -75,7 +79,7 @@ TEST(NeighbourFill, PixelWhoseFirstEchoIsAnAfterPulseIsNotFilled) {
 
 // ---- Fill ----
 
-TEST(NeighbourFill, TwoQualifyingPairsFillWithThePlainMean) {
+TEST_P(NeighbourFill, TwoQualifyingPairsFillWithThePlainMean) {
   Scene scene;
   scene.SetNeighbour(1, 10.0F, 10.0F);
   scene.SetNeighbour(5, 10.04F, 20.0F);
@@ -94,7 +98,7 @@ TEST(NeighbourFill, TwoQualifyingPairsFillWithThePlainMean) {
   EXPECT_EQ(echo.refl_raw, 0.0F);
 }
 
-TEST(NeighbourFill, WeightFollowsTheNumberOfCompletePairs) {
+TEST_P(NeighbourFill, WeightFollowsTheNumberOfCompletePairs) {
   const float weights[4] = {0.2F, 0.4F, 0.6F, 0.8F};
   for (int pairs = 2; pairs <= 4; ++pairs) {
     Scene scene;
@@ -108,14 +112,14 @@ TEST(NeighbourFill, WeightFollowsTheNumberOfCompletePairs) {
   }
 }
 
-TEST(NeighbourFill, FourSamplesFromIncompletePairsDoNotFill) {
+TEST_P(NeighbourFill, FourSamplesFromIncompletePairsDoNotFill) {
   Scene scene;
   scene.SetNeighbours(4, 10.0F);
   EXPECT_FALSE(scene.Run().fill_point);
   EXPECT_EQ(scene.Centre().echoes[0].dist_proc, 0.0F);
 }
 
-TEST(NeighbourFill, ThreeSamplesDoNotFill) {
+TEST_P(NeighbourFill, ThreeSamplesDoNotFill) {
   Scene scene;
   scene.SetNeighbour(1, 10.0F);
   scene.SetNeighbour(5, 10.0F);
@@ -125,7 +129,7 @@ TEST(NeighbourFill, ThreeSamplesDoNotFill) {
   EXPECT_TRUE(scene.Run().fill_point);
 }
 
-TEST(NeighbourFill, SampleWithoutItsOppositeIsTestedButMovesNoMean) {
+TEST_P(NeighbourFill, SampleWithoutItsOppositeIsTestedButMovesNoMean) {
   for (const float loner : {10.05F, 10.2F}) {
     Scene scene;
     scene.SetNeighbour(1, 10.0F, 4.0F);
@@ -140,7 +144,7 @@ TEST(NeighbourFill, SampleWithoutItsOppositeIsTestedButMovesNoMean) {
   }
 }
 
-TEST(NeighbourFill, ASampleExactlyAtTheFillToleranceIsAccepted) {
+TEST_P(NeighbourFill, ASampleExactlyAtTheFillToleranceIsAccepted) {
   // A complete pair at 2.0 has a mean of exactly 2.0.
   const float base = 2.0F;
   ASSERT_EQ((0.1F * base + 0.1F * base) / 0.2F, base);
@@ -157,7 +161,7 @@ TEST(NeighbourFill, ASampleExactlyAtTheFillToleranceIsAccepted) {
   }
 }
 
-TEST(NeighbourFill, SamplesHaveToBeBeyondOneMetreAndSure) {
+TEST_P(NeighbourFill, SamplesHaveToBeBeyondOneMetreAndSure) {
   struct Limit {
     float dist;
     float ratio;
@@ -175,7 +179,7 @@ TEST(NeighbourFill, SamplesHaveToBeBeyondOneMetreAndSure) {
   }
 }
 
-TEST(NeighbourFill, ErasedEchoIsFilledWithTheToleranceOfItsOldRange) {
+TEST_P(NeighbourFill, ErasedEchoIsFilledWithTheToleranceOfItsOldRange) {
   // Two samples of the pairs lie 0.2 m off the mean: too much for an empty pixel (0.1 m), little
   // enough for an erased echo at 20 m (0.6 m).
   for (const float dist : {0.0F, 20.0F}) {
@@ -194,7 +198,7 @@ TEST(NeighbourFill, ErasedEchoIsFilledWithTheToleranceOfItsOldRange) {
   }
 }
 
-TEST(NeighbourFill, FillToleranceIsThreePercentOfTheErasedRange) {
+TEST_P(NeighbourFill, FillToleranceIsThreePercentOfTheErasedRange) {
   // A range whose 3 % are exactly 0.25 m, so that a sample can lie exactly at the tolerance.
   float d = 8.3F;
   while (0.03F * d < 0.25F) d = std::nextafter(d, 9.0F);
@@ -210,7 +214,7 @@ TEST(NeighbourFill, FillToleranceIsThreePercentOfTheErasedRange) {
   }
 }
 
-TEST(NeighbourFill, ErasedEchoChoosesItsSamplesByItsOldRange) {
+TEST_P(NeighbourFill, ErasedEchoChoosesItsSamplesByItsOldRange) {
   // Slot 1 of each neighbour lies nearer to the erased 20 m than slot 0 does.
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 20.0F, 50.0F, 0.1F);
@@ -222,7 +226,7 @@ TEST(NeighbourFill, ErasedEchoChoosesItsSamplesByItsOldRange) {
   EXPECT_NEAR(scene.Centre().echoes[0].dist_proc, 18.0F, 1e-5F);
 }
 
-TEST(NeighbourFill, FilledPixelSupportsNobody) {
+TEST_P(NeighbourFill, FilledPixelSupportsNobody) {
   // (1, 2) is filled; its right neighbour then has two supporters only, as before.
   Scene scene;
   scene.SetNeighbours(7, 10.0F);
@@ -234,7 +238,7 @@ TEST(NeighbourFill, FilledPixelSupportsNobody) {
   EXPECT_TRUE(IsErased(scene.Neighbour(kRightNeighbour).echoes[0]));
 }
 
-TEST(NeighbourFill, KeptEchoIsSmoothedAndNotFilled) {
+TEST_P(NeighbourFill, KeptEchoIsSmoothedAndNotFilled) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.0F);
   scene.SetNeighbours(8, 10.0F);

@@ -14,8 +14,7 @@
 #include "MIPI_reader/node/neighbours/neighbour_rules.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
 #include "MIPI_reader/node/rows/echo_ordering.h"
-#include "lanes/instruction_set.h"
-#include "support/forced_instruction_set.h"
+#include "support/kernel_forms.h"
 #include "support/record_equality.h"
 
 namespace kerul::lidar {
@@ -26,7 +25,7 @@ using frame_builder::SetEcho;
 using frame_builder::WildContent;
 
 void PrimeThenValidate(FrameRows& rows, int first_row, int row_count) {
-  const ForcedInstructionSet scalar(InstructionSet::kScalar);
+  const ForcedForm scalar(InstructionSet::kScalar);
   PrimeProcessedFields(rows, first_row, row_count);
   ValidateNeighbours(rows, first_row, row_count);
 }
@@ -44,32 +43,19 @@ void ExpectSameRecords(const FrameRows& expected, const FrameRows& got) {
   EXPECT_GT(compared, 0U);
 }
 
-class NeighbourPriming : public testing::TestWithParam<InstructionSet> {
+class NeighbourPriming : public FormsTest {
  protected:
   ~NeighbourPriming() override { LidarPoint::echo_num = 1; }
-
-  void SetUp() override {
-    if (!IsSupported(GetParam())) GTEST_SKIP() << "not on this processor";
-  }
-
-  static void InOneGo(FrameRows& rows, int first_row, int row_count) {
-    const ForcedInstructionSet forced(GetParam());
-    PrimeAndValidateNeighbours(rows, first_row, row_count);
-  }
 
   static void ExpectAsOneAfterTheOther(const FrameRows& rows, int first_row, int row_count) {
     FrameRows expected = rows;
     PrimeThenValidate(expected, first_row, row_count);
     FrameRows got = rows;
-    InOneGo(got, first_row, row_count);
+    PrimeAndValidateNeighbours(got, first_row, row_count);
     ExpectSameRecords(expected, got);
   }
 };
-
-INSTANTIATE_TEST_SUITE_P(Sets, NeighbourPriming,
-                         testing::Values(InstructionSet::kScalar, InstructionSet::kPlain,
-                                         InstructionSet::kAvx2, InstructionSet::kAvx512),
-                         [](const auto& set) { return InstructionSetName(set.param); });
+RUN_IN_EVERY_FORM(NeighbourPriming);
 
 // The processed fields begin with anything, and so do the slots that are not in use.
 TEST_P(NeighbourPriming, GivesTheRecordsOfTheTwoForAnyContent) {
@@ -91,7 +77,7 @@ TEST_P(NeighbourPriming, GivesTheRecordsOfTheTwoForEveryMiniflashRowInTurnAndAga
   // A late row sends the schedule back.
   for (const int m_row : {0, 1, 2, 3, 1, 2, 3, 4, 5, 5}) {
     PrimeThenValidate(expected, 6 * m_row, 6);
-    InOneGo(got, 6 * m_row, 6);
+    PrimeAndValidateNeighbours(got, 6 * m_row, 6);
   }
   ExpectSameRecords(expected, got);
 }
@@ -119,7 +105,7 @@ TEST_P(NeighbourPriming, AnEchoWithoutARangeShowsItsRawFields) {
       echo.refl_raw = 7.0F;
       echo.dist_proc = echo.refl_proc = 99.0F;
     }
-    InOneGo(rows, 1, 1);
+    PrimeAndValidateNeighbours(rows, 1, 1);
     for (const LidarEcho& echo : rows[1][9].echoes) {
       EXPECT_TRUE(SameBitsOrNan(echo.dist_proc, dist)) << dist;
       EXPECT_EQ(echo.refl_proc, 7.0F) << dist;
@@ -137,7 +123,7 @@ TEST_P(NeighbourPriming, TheRowsBesideAndTheSlotNotInUseStayAsTheyAre) {
       }
     }
   }
-  InOneGo(rows, 1, 6);
+  PrimeAndValidateNeighbours(rows, 1, 6);
   int looked_at = 0;
   for (std::size_t row = 0; row < 8; ++row) {
     const bool beside = row == 0 || row == 7;
@@ -171,7 +157,7 @@ void FillWithGround(FrameRows& rows, std::uint32_t seed) {
 
 // The first ground stage may write the processed fields before they are primed: of every echo that
 // it writes the validation writes them anew.
-TEST_P(NeighbourPriming, PrimingBehindTheFirstGroundStageGivesWhatPrimingBeforeItGives) {
+TEST_P(NeighbourPriming, PrimingAfterTheFirstGroundStageGivesWhatPrimingBeforeItGives) {
   const AngleCalibGrid grid = ground_builder::DownwardGrid(36, 80);
   int labelled = 0;
   for (std::uint32_t seed = 0; seed < 12; ++seed) {
@@ -184,12 +170,12 @@ TEST_P(NeighbourPriming, PrimingBehindTheFirstGroundStageGivesWhatPrimingBeforeI
     expected.points = before;
     LidarFrame got = expected;
     for (const int m_row : {0, 1, 2, 3, 1, 2, 3, 4, 5}) {
+      LabelGround(got, m_row, 6, settings, grid);
+      PrimeAndValidateNeighbours(got.points, 6 * m_row, 6);
+      const ForcedForm scalar(InstructionSet::kScalar);
       PrimeProcessedFields(expected.points, 6 * m_row, 6);
       LabelGround(expected, m_row, 6, settings, grid);
       ValidateNeighbours(expected.points, 6 * m_row, 6);
-      const ForcedInstructionSet forced(GetParam());
-      LabelGround(got, m_row, 6, settings, grid);
-      PrimeAndValidateNeighbours(got.points, 6 * m_row, 6);
     }
     ExpectSameRecords(expected.points, got.points);
     for (const auto& line : got.points) {

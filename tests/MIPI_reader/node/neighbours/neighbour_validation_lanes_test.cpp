@@ -11,8 +11,7 @@
 #include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_rules.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
-#include "lanes/instruction_set.h"
-#include "support/forced_instruction_set.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -24,8 +23,8 @@ using frame_builder::SameBytes;
 using frame_builder::SetEcho;
 using frame_builder::WildContent;
 
-void Validate(InstructionSet set, FrameRows& rows, int first_row, int row_count) {
-  const ForcedInstructionSet forced(set);
+void ValidateInScalarForm(FrameRows& rows, int first_row, int row_count) {
+  const ForcedForm scalar(InstructionSet::kScalar);
   ValidateNeighbours(rows, first_row, row_count);
 }
 
@@ -53,27 +52,19 @@ void ExpectSameRecords(const FrameRows& expected, const FrameRows& got) {
   EXPECT_GT(compared, 0U);
 }
 
-class NeighbourLanes : public testing::TestWithParam<InstructionSet> {
+class NeighbourLanes : public FormsTest {
  protected:
-  void SetUp() override {
-    if (!IsSupported(GetParam())) GTEST_SKIP() << "not on this processor";
-  }
-
   // Runs both forms on copies of `rows`; returns what the scalar form gave.
   static FrameRows ExpectLikeScalar(const FrameRows& rows, int first_row, int row_count) {
     FrameRows expected = rows;
-    Validate(InstructionSet::kScalar, expected, first_row, row_count);
+    ValidateInScalarForm(expected, first_row, row_count);
     FrameRows got = rows;
-    Validate(GetParam(), got, first_row, row_count);
+    ValidateNeighbours(got, first_row, row_count);
     ExpectSameRecords(expected, got);
     return expected;
   }
 };
-
-INSTANTIATE_TEST_SUITE_P(Sets, NeighbourLanes,
-                         testing::Values(InstructionSet::kPlain, InstructionSet::kAvx2,
-                                         InstructionSet::kAvx512),
-                         [](const auto& set) { return InstructionSetName(set.param); });
+RUN_IN_EVERY_VECTOR_FORM(NeighbourLanes);
 
 // Few ranges and ratios, on and beside the limits, so that ties and single missing votes abound.
 void FillWithTies(FrameRows& rows, std::uint32_t seed) {
@@ -139,8 +130,8 @@ TEST_P(NeighbourLanes, GivesTheScalarRecordsOnFullRowsOneMiniflashRowAfterAnothe
     }
     FrameRows got = expected;
     for (int m_row = 0; m_row < 6; ++m_row) {
-      Validate(InstructionSet::kScalar, expected, 6 * m_row, 6);
-      Validate(GetParam(), got, 6 * m_row, 6);
+      ValidateInScalarForm(expected, 6 * m_row, 6);
+      ValidateNeighbours(got, 6 * m_row, 6);
     }
     ExpectSameRecords(expected, got);
   }
@@ -162,13 +153,13 @@ TEST_P(NeighbourLanes, TakesTheWidestRowsAndLeavesWiderAndRaggedOnesToTheScalarF
 
 TEST_P(NeighbourLanes, DoesNothingWithoutRowsColumnsOrEchoes) {
   FrameRows none;
-  Validate(GetParam(), none, 0, 6);
+  ValidateNeighbours(none, 0, 6);
   FrameRows rows = MakeRows(3, 20);
   FillWithTies(rows, 1);
   FrameRows untouched = rows;
-  Validate(GetParam(), untouched, 3, 6);
-  Validate(GetParam(), untouched, -6, 6);
-  Validate(GetParam(), untouched, 0, 0);
+  ValidateNeighbours(untouched, 3, 6);
+  ValidateNeighbours(untouched, -6, 6);
+  ValidateNeighbours(untouched, 0, 0);
   ExpectSameRecords(rows, untouched);
 }
 
@@ -183,9 +174,9 @@ FrameRows MakeChain(float first_ratio) {
 
 TEST_P(NeighbourLanes, CarriesADecisionThroughTheWholeRow) {
   FrameRows falls = MakeChain(0.8F);  // three neighbours of five
-  Validate(GetParam(), falls, 0, 1);
+  ValidateNeighbours(falls, 0, 1);
   FrameRows holds = MakeChain(1.0F);
-  Validate(GetParam(), holds, 0, 1);
+  ValidateNeighbours(holds, 0, 1);
   for (std::size_t col = 0; col < 288; ++col) {
     EXPECT_TRUE(IsErased(falls[0][col].echoes[0])) << col;
     EXPECT_EQ(holds[0][col].echoes[0].dist_raw, 10.0F) << col;
@@ -201,7 +192,7 @@ TEST_P(NeighbourLanes, StillSeesTheRightNeighbourThatIsErasedInTheSameVector) {
   SetEcho(pixel.echoes[0], 50.0F);                    // alone: erased
   SetEcho(pixel.echoes[1], 10.0F, 20.0F);             // five neighbours, and a sixth to the right
   SetEcho(rows[1][3].echoes[0], 10.0F, 60.0F, 0.5F);  // needs seven, has three: erased
-  Validate(GetParam(), rows, 1, 1);
+  ValidateNeighbours(rows, 1, 1);
   EXPECT_EQ(pixel.echoes[0].dist_raw, 0.0F);
   EXPECT_TRUE(IsErased(rows[1][3].echoes[0]));
   EXPECT_EQ(pixel.echoes[1].dist_raw, 10.0F);

@@ -9,6 +9,7 @@
 
 #include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_scene.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -21,7 +22,11 @@ using Scene = frame_builder::NeighbourScene;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
-TEST(NeighbourValidation, OffsetTablesCoverTheRingInOppositePairs) {
+
+using NeighbourValidation = FormsTest;
+RUN_IN_EVERY_FORM(NeighbourValidation);
+
+TEST(NeighbourOffsets, CoverTheRingInOppositePairs) {
   std::set<std::pair<int, int>> ring;
   for (int i = 0; i < 4; ++i) {
     EXPECT_EQ(kGrpADr[i], -kGrpBDr[i]);
@@ -39,39 +44,39 @@ TEST(NeighbourValidation, OffsetTablesCoverTheRingInOppositePairs) {
 
 // ---- Support ----
 
-struct SupportCase {
-  float peak_ratio;
-  int required;
-};
+TEST_P(NeighbourValidation, EchoIsKeptWithTheRequiredNeighboursAndErasedWithOneLess) {
+  struct SupportCase {
+    float peak_ratio;
+    int required;
+  };
+  const SupportCase cases[] = {{2.0F, 3},
+                               {1.0F, 3},
+                               {std::nextafter(1.0F, 0.0F), 4},
+                               {0.9F, 4},
+                               {std::nextafter(0.9F, 0.0F), 5},
+                               {0.8F, 5},
+                               {std::nextafter(0.8F, 0.0F), 6},
+                               {0.7F, 6},
+                               {std::nextafter(0.7F, 0.0F), 7},
+                               {-1.0F, 7},
+                               {kNan, 7}};
+  for (const auto& [peak_ratio, required] : cases) {
+    Scene enough;
+    SetEcho(enough.Centre().echoes[0], 10.0F, 20.0F, peak_ratio);
+    enough.SetNeighbours(required, 10.0F);
+    EXPECT_EQ(enough.Run().dist_raw, 10.0F) << peak_ratio;
+    EXPECT_EQ(enough.Centre().echoes[0].refl_raw, 20.0F) << peak_ratio;
 
-class NeighbourSupport : public testing::TestWithParam<SupportCase> {};
-
-TEST_P(NeighbourSupport, EchoIsKeptWithTheRequiredNeighboursAndErasedWithOneLess) {
-  const auto [peak_ratio, required] = GetParam();
-  Scene enough;
-  SetEcho(enough.Centre().echoes[0], 10.0F, 20.0F, peak_ratio);
-  enough.SetNeighbours(required, 10.0F);
-  EXPECT_EQ(enough.Run().dist_raw, 10.0F);
-  EXPECT_EQ(enough.Centre().echoes[0].refl_raw, 20.0F);
-
-  Scene short_of_one;
-  SetEcho(short_of_one.Centre().echoes[0], 10.0F, 20.0F, peak_ratio);
-  short_of_one.SetNeighbours(required - 1, 10.0F, 0.0F);
-  // Weak neighbours do not fill the hole either.
-  for (int i = 0; i < required - 1; ++i) short_of_one.Neighbour(i).echoes[0].peak_ratio = 1.0F;
-  EXPECT_TRUE(IsErased(short_of_one.Run()));
+    Scene short_of_one;
+    SetEcho(short_of_one.Centre().echoes[0], 10.0F, 20.0F, peak_ratio);
+    short_of_one.SetNeighbours(required - 1, 10.0F, 0.0F);
+    // Weak neighbours do not fill the hole either.
+    for (int i = 0; i < required - 1; ++i) short_of_one.Neighbour(i).echoes[0].peak_ratio = 1.0F;
+    EXPECT_TRUE(IsErased(short_of_one.Run())) << peak_ratio;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    PeakRatios, NeighbourSupport,
-    testing::Values(SupportCase{2.0F, 3}, SupportCase{1.0F, 3},
-                    SupportCase{std::nextafter(1.0F, 0.0F), 4}, SupportCase{0.9F, 4},
-                    SupportCase{std::nextafter(0.9F, 0.0F), 5}, SupportCase{0.8F, 5},
-                    SupportCase{std::nextafter(0.8F, 0.0F), 6}, SupportCase{0.7F, 6},
-                    SupportCase{std::nextafter(0.7F, 0.0F), 7}, SupportCase{-1.0F, 7},
-                    SupportCase{kNan, 7}));
-
-TEST(NeighbourValidation, CornerPixelSurvivesOnlyAsASureDetection) {
+TEST_P(NeighbourValidation, CornerPixelSurvivesOnlyAsASureDetection) {
   for (const float ratio : {1.0F, std::nextafter(1.0F, 0.0F)}) {
     FrameRows rows = MakeRows(2, 2);
     FillSlot0(rows, 10.0F);
@@ -81,7 +86,7 @@ TEST(NeighbourValidation, CornerPixelSurvivesOnlyAsASureDetection) {
   }
 }
 
-TEST(NeighbourValidation, FiveNeighboursOnAnEdgeAreEnoughDownToPointEight) {
+TEST_P(NeighbourValidation, FiveNeighboursOnAnEdgeAreEnoughDownToPointEight) {
   for (const float ratio : {0.8F, std::nextafter(0.8F, 0.0F)}) {
     FrameRows rows = MakeRows(3, 2);
     FillSlot0(rows, 10.0F);
@@ -91,7 +96,7 @@ TEST(NeighbourValidation, FiveNeighboursOnAnEdgeAreEnoughDownToPointEight) {
   }
 }
 
-TEST(NeighbourValidation, ErasedEchoNoLongerSupportsTheNextPixel) {
+TEST_P(NeighbourValidation, ErasedEchoNoLongerSupportsTheNextPixel) {
   FrameRows rows = MakeRows(2, 3);
   FillSlot0(rows, 10.0F, 10.0F, 1.0F);     // just too weak to fill holes
   rows[0][1].echoes[0].peak_ratio = 0.5F;  // asks for seven, an edge pixel has five
@@ -104,7 +109,7 @@ TEST(NeighbourValidation, ErasedEchoNoLongerSupportsTheNextPixel) {
   EXPECT_TRUE(IsErased(rows[1][0].echoes[0]));
 }
 
-TEST(NeighbourValidation, SupportGateIsStrictAndGrowsWithRange) {
+TEST_P(NeighbourValidation, SupportGateIsStrictAndGrowsWithRange) {
   // 0.4 m near the sensor, 4 % of the range further out; both differences below are exact.
   const std::pair<float, float> cases[] = {{0.4F, 0.8F}, {50.0F, 52.0F}};
   for (const auto& [d, at_gate] : cases) {
@@ -121,7 +126,7 @@ TEST(NeighbourValidation, SupportGateIsStrictAndGrowsWithRange) {
   }
 }
 
-TEST(NeighbourValidation, GroundDoublesTheSupportGateOfBothEchoes) {
+TEST_P(NeighbourValidation, GroundDoublesTheSupportGateOfBothEchoes) {
   for (const int slot : {0, 1}) {
     for (const bool ground : {false, true}) {
       Scene scene;
@@ -135,7 +140,7 @@ TEST(NeighbourValidation, GroundDoublesTheSupportGateOfBothEchoes) {
   }
 }
 
-TEST(NeighbourValidation, DoubledGateIsStrictToo) {
+TEST_P(NeighbourValidation, DoubledGateIsStrictToo) {
   for (const float neighbour : {54.0F, std::nextafter(54.0F, 0.0F)}) {
     Scene scene;
     SetEcho(scene.Centre().echoes[0], 50.0F);
@@ -145,7 +150,7 @@ TEST(NeighbourValidation, DoubledGateIsStrictToo) {
   }
 }
 
-TEST(NeighbourValidation, NeighboursOutsideTheFrameCountAsEmpty) {
+TEST_P(NeighbourValidation, NeighboursOutsideTheFrameCountAsEmpty) {
   FrameRows rows = MakeRows(1, 1);
   FillSlot0(rows, 10.0F);
   ValidateNeighbours(rows, 0, 1);
@@ -154,7 +159,7 @@ TEST(NeighbourValidation, NeighboursOutsideTheFrameCountAsEmpty) {
 
 // ---- Choice of the neighbour's echo ----
 
-TEST(NeighbourValidation, NearestSlotOfANeighbourCounts) {
+TEST_P(NeighbourValidation, NearestSlotOfANeighbourCounts) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.0F);
   for (int i = 0; i < 3; ++i) {
@@ -164,7 +169,7 @@ TEST(NeighbourValidation, NearestSlotOfANeighbourCounts) {
   EXPECT_EQ(scene.Run().dist_raw, 10.0F);
 }
 
-TEST(NeighbourValidation, OnATieTheLowerSlotWins) {
+TEST_P(NeighbourValidation, OnATieTheLowerSlotWins) {
   // A column pair at 9.95 and 10.05 in both members: slot 0 carries reflectivity 50.
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.0F, 0.0F);
@@ -180,7 +185,7 @@ TEST(NeighbourValidation, OnATieTheLowerSlotWins) {
   EXPECT_EQ(scene.Centre().echoes[0].refl_proc, (0.125F * 50.0F + 0.125F * 50.0F) / sum_w);
 }
 
-TEST(NeighbourValidation, AnEmptyPixelSeesTheSmallestDistanceOfItsNeighbours) {
+TEST_P(NeighbourValidation, AnEmptyPixelSeesTheSmallestDistanceOfItsNeighbours) {
   Scene scene;
   for (int i = 0; i < 8; ++i) {
     scene.SetNeighbour(i, 12.0F);
@@ -194,7 +199,7 @@ TEST(NeighbourValidation, AnEmptyPixelSeesTheSmallestDistanceOfItsNeighbours) {
   EXPECT_NEAR(echo.dist_proc, 8.0F, 1e-6F);
 }
 
-TEST(NeighbourValidation, WithOneEchoInUseTheSecondSlotIsNeitherReadNorWritten) {
+TEST_P(NeighbourValidation, WithOneEchoInUseTheSecondSlotIsNeitherReadNorWritten) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.0F);
   scene.Centre().echoes[1].afterPulse = true;
@@ -207,7 +212,7 @@ TEST(NeighbourValidation, WithOneEchoInUseTheSecondSlotIsNeitherReadNorWritten) 
 
 // ---- Smoothing ----
 
-TEST(NeighbourValidation, WithoutAPairAnEchoKeepsItsOwnValues) {
+TEST_P(NeighbourValidation, WithoutAPairAnEchoKeepsItsOwnValues) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.3F, 20.7F);
   scene.SetNeighbours(4, 10.5F);  // group A only: no pair is complete
@@ -217,7 +222,7 @@ TEST(NeighbourValidation, WithoutAPairAnEchoKeepsItsOwnValues) {
   EXPECT_FALSE(echo.fill_point);
 }
 
-TEST(NeighbourValidation, SmoothingWeighsStraightPairsAboveDiagonals) {
+TEST_P(NeighbourValidation, SmoothingWeighsStraightPairsAboveDiagonals) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.0F, 20.0F);
   const float dist[8] = {10.01F, 10.02F, 10.03F, 10.04F, 9.99F, 9.98F, 9.97F, 9.96F};
@@ -245,7 +250,7 @@ TEST(NeighbourValidation, SmoothingWeighsStraightPairsAboveDiagonals) {
   EXPECT_EQ(echo.refl_raw, 20.0F);
 }
 
-TEST(NeighbourValidation, RaisedNoiseLeansOnTheNeighbours) {
+TEST_P(NeighbourValidation, RaisedNoiseLeansOnTheNeighbours) {
   for (const float noise : {0.0F, -1.0F, kNan, 0.5F}) {
     Scene scene;
     SetEcho(scene.Centre().echoes[0], 10.0F, 0.0F);
@@ -258,7 +263,7 @@ TEST(NeighbourValidation, RaisedNoiseLeansOnTheNeighbours) {
   }
 }
 
-TEST(NeighbourValidation, PairGateIsStrictAndAskedOfBothMembers) {
+TEST_P(NeighbourValidation, PairGateIsStrictAndAskedOfBothMembers) {
   // 0.1 m near the sensor, 1 % of the range further out; both differences below are exact.
   const std::pair<float, float> cases[] = {{0.1F, 0.2F}, {100.0F, 101.0F}};
   for (const auto& [d, at_gate] : cases) {
@@ -281,7 +286,7 @@ TEST(NeighbourValidation, PairGateIsStrictAndAskedOfBothMembers) {
 
 // ---- Ranges that are no numbers ----
 
-TEST(NeighbourValidation, NegativeRangeCountsAsEmptyAndMayBeFilled) {
+TEST_P(NeighbourValidation, NegativeRangeCountsAsEmptyAndMayBeFilled) {
   Scene scene;
   scene.SetNeighbours(8, 10.0F);
   scene.Centre().echoes[0].dist_raw = -5.0F;
@@ -289,7 +294,7 @@ TEST(NeighbourValidation, NegativeRangeCountsAsEmptyAndMayBeFilled) {
   EXPECT_EQ(scene.Centre().echoes[0].dist_raw, -5.0F);
 }
 
-TEST(NeighbourValidation, InfiniteRangeHasNoSupport) {
+TEST_P(NeighbourValidation, InfiniteRangeHasNoSupport) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], kInf);
   scene.SetNeighbours(8, kInf);
@@ -297,7 +302,7 @@ TEST(NeighbourValidation, InfiniteRangeHasNoSupport) {
   EXPECT_EQ(scene.Centre().echoes[0].dist_raw, 0.0F);
 }
 
-TEST(NeighbourValidation, NanNeighboursAreEmpty) {
+TEST_P(NeighbourValidation, NanNeighboursAreEmpty) {
   Scene scene;
   SetEcho(scene.Centre().echoes[0], 10.0F);
   scene.SetNeighbours(8, kNan);
@@ -306,7 +311,7 @@ TEST(NeighbourValidation, NanNeighboursAreEmpty) {
 
 // ---- Extent ----
 
-TEST(NeighbourValidation, OnlyTheGivenRowsAreWritten) {
+TEST_P(NeighbourValidation, OnlyTheGivenRowsAreWritten) {
   for (std::uint32_t seed = 1; seed <= 20; ++seed) {
     FrameRows rows = MakeRows(9, 7);
     frame_builder::WildContent(seed).Fill(rows);
@@ -317,7 +322,7 @@ TEST(NeighbourValidation, OnlyTheGivenRowsAreWritten) {
   }
 }
 
-TEST(NeighbourValidation, AFrameGivesTheSameInsideAnEmptyMargin) {
+TEST_P(NeighbourValidation, AFrameGivesTheSameInsideAnEmptyMargin) {
   // The margin turns every border pixel into an inner one whose outer neighbours are empty.
   for (std::uint32_t seed = 1; seed <= 50; ++seed) {
     FrameRows rows = MakeRows(6, 9);
@@ -339,7 +344,7 @@ TEST(NeighbourValidation, AFrameGivesTheSameInsideAnEmptyMargin) {
   }
 }
 
-TEST(NeighbourValidation, EmptyGridsAndRowsOutsideTheGridAreHarmless) {
+TEST_P(NeighbourValidation, EmptyGridsAndRowsOutsideTheGridAreHarmless) {
   FrameRows none;
   ValidateNeighbours(none, 0, 6);
   FrameRows no_columns = MakeRows(6, 0);
@@ -361,7 +366,7 @@ TEST(NeighbourValidation, EmptyGridsAndRowsOutsideTheGridAreHarmless) {
   EXPECT_TRUE(IsErased(rows[3][2].echoes[0]));
 }
 
-TEST(NeighbourValidation, TinyGridsOfAnyContentStayInsideTheGrid) {
+TEST_P(NeighbourValidation, TinyGridsOfAnyContentStayInsideTheGrid) {
   int runs = 0;
   for (int height = 1; height <= 4; ++height) {
     for (int width = 1; width <= 4; ++width) {
