@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 
-#include "MIPI_reader/node/point_calibration/packet_calibration.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -43,10 +45,14 @@ HighReflCheck DefaultRules() {
 
 enum Outcome { kNothing, kAfterPulse, kHighRefl, kBoth };
 
-class HighReflectivityTest : public ::testing::Test {
+class HighReflectivityTest : public FormsTest {
  protected:
   HighReflectivityTest() { LidarPoint::echo_num = 2; }
   ~HighReflectivityTest() override { LidarPoint::echo_num = 1; }
+
+  void Calibrate(std::vector<LidarPoint>& points) const {
+    PacketCalibrator({.high_refl_check = &check}).Calibrate(points);
+  }
 
   // d0, h0 and d1, h1 as the rules call them.
   Outcome Check(float d0, float h0, float d1, float h1, float rms1 = 0.0F) {
@@ -58,7 +64,7 @@ class HighReflectivityTest : public ::testing::Test {
     points[0].echoes[1].cogh = h1;
     points[0].echoes[1].waveform_rms_ratio = rms1;
     points[0].echoes[1].afterPulse = stale_after_pulse;
-    CheckHighReflectivity(check, points);
+    Calibrate(points);
     EXPECT_FALSE(points[0].echoes[0].afterPulse);
     EXPECT_FALSE(points[0].echoes[1].highRefl);
     const int high = points[0].echoes[0].highRefl ? 2 : 0;
@@ -69,14 +75,15 @@ class HighReflectivityTest : public ::testing::Test {
   bool already_set = false;
   bool stale_after_pulse = true;
 };
+RUN_IN_EVERY_FORM(HighReflectivityTest);
 
-TEST_F(HighReflectivityTest, APlainPointIsNotMarkedAndLosesAStaleAfterPulse) {
+TEST_P(HighReflectivityTest, APlainPointIsNotMarkedAndLosesAStaleAfterPulse) {
   EXPECT_EQ(Check(3.0F, 100.0F, 8.0F, 30.0F), kNothing);
   EXPECT_EQ(Check(0.0F, 300.0F, 8.0F, 30.0F), kNothing);
   EXPECT_EQ(Check(std::nanf(""), 300.0F, 8.0F, 30.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, AFlagFromTheEchoComputationStaysWithAGreatHeight) {
+TEST_P(HighReflectivityTest, AFlagFromTheEchoComputationStaysWithAGreatHeight) {
   already_set = true;
   EXPECT_EQ(Check(1.0F, 251.0F, 2.0F, 30.0F), kBoth);
   EXPECT_EQ(Check(1.0F, 251.0F, 0.0F, 30.0F), kHighRefl);
@@ -85,7 +92,7 @@ TEST_F(HighReflectivityTest, AFlagFromTheEchoComputationStaysWithAGreatHeight) {
   EXPECT_EQ(Check(0.0F, 100.0F, 2.0F, 30.0F), kHighRefl);    // no range: not looked at
 }
 
-TEST_F(HighReflectivityTest, RuleAMarksAStrongPairAtItsGap) {
+TEST_P(HighReflectivityTest, RuleAMarksAStrongPairAtItsGap) {
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 13.0F), kBoth);
   EXPECT_EQ(Check(2.0F, 255.0F, 7.0F, 13.0F), kNothing);  // height not above
   EXPECT_EQ(Check(0.8F, 256.0F, 5.8F, 13.0F), kNothing);  // range: the lower limit is outside
@@ -96,7 +103,7 @@ TEST_F(HighReflectivityTest, RuleAMarksAStrongPairAtItsGap) {
   EXPECT_EQ(Check(2.0F, std::nanf(""), 7.0F, 13.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, RuleASecondTestLooksAtTheWaveform) {
+TEST_P(HighReflectivityTest, RuleASecondTestLooksAtTheWaveform) {
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 12.0F, 0.5F), kNothing);  // 12 fails the first test
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 12.0F, 0.6F), kNothing);
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 12.0F, 0.7F), kBoth);
@@ -104,7 +111,7 @@ TEST_F(HighReflectivityTest, RuleASecondTestLooksAtTheWaveform) {
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 12.0F, std::nanf("")), kNothing);
 }
 
-TEST_F(HighReflectivityTest, RuleAThirdTestStandsInForTheFirst) {
+TEST_P(HighReflectivityTest, RuleAThirdTestStandsInForTheFirst) {
   check.rule_a_height2_low = {2.0F, 9.0F};
   check.rule_a_height2_low_on = true;
   check.rule_a_rms_on = false;
@@ -120,7 +127,7 @@ TEST_F(HighReflectivityTest, RuleAThirdTestStandsInForTheFirst) {
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 9.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, RuleANeedsItsSwitches) {
+TEST_P(HighReflectivityTest, RuleANeedsItsSwitches) {
   check.rule_a_range_on = false;
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 13.0F), kNothing);
   check = DefaultRules();
@@ -131,7 +138,7 @@ TEST_F(HighReflectivityTest, RuleANeedsItsSwitches) {
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 13.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, RuleBMarksASecondEchoAtTwiceTheRange) {
+TEST_P(HighReflectivityTest, RuleBMarksASecondEchoAtTwiceTheRange) {
   EXPECT_EQ(Check(3.0F, 253.5F, 6.2F, 5.0F), kBoth);
   EXPECT_EQ(Check(3.0F, 253.0F, 6.2F, 5.0F), kNothing);
   EXPECT_EQ(Check(3.0F, 253.5F, 5.5F, 30.0F), kBoth);
@@ -148,12 +155,12 @@ TEST_F(HighReflectivityTest, RuleBMarksASecondEchoAtTwiceTheRange) {
   EXPECT_EQ(Check(3.0F, 253.5F, std::nanf(""), 30.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, RuleATakesOverToRuleBWhenItFails) {
+TEST_P(HighReflectivityTest, RuleATakesOverToRuleBWhenItFails) {
   // Rule A: gap 4.5 fits, but the shape does not; rule B: 9.0 - 9.0 = 0 fits.
   EXPECT_EQ(Check(4.5F, 256.0F, 9.0F, 5.0F, 0.1F), kBoth);
 }
 
-TEST_F(HighReflectivityTest, RuleCNeedsNoSecondEcho) {
+TEST_P(HighReflectivityTest, RuleCNeedsNoSecondEcho) {
   EXPECT_EQ(Check(8.0F, 251.0F, 0.0F, 0.0F), kHighRefl);
   EXPECT_EQ(Check(8.0F, 251.0F, 20.0F, 100.0F), kBoth);
   EXPECT_EQ(Check(7.0F, 251.0F, 20.0F, 100.0F), kNothing);
@@ -166,7 +173,7 @@ TEST_F(HighReflectivityTest, RuleCNeedsNoSecondEcho) {
   EXPECT_EQ(Check(8.0F, 251.0F, 0.0F, 0.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, RuleDMarksTheAfterPulseOnly) {
+TEST_P(HighReflectivityTest, RuleDMarksTheAfterPulseOnly) {
   EXPECT_EQ(Check(8.0F, 171.0F, 10.0F, 20.0F), kAfterPulse);
   EXPECT_EQ(Check(8.0F, 170.0F, 10.0F, 20.0F), kNothing);
   EXPECT_EQ(Check(8.0F, 171.0F, 9.0F, 20.0F), kNothing);
@@ -183,7 +190,7 @@ TEST_F(HighReflectivityTest, RuleDMarksTheAfterPulseOnly) {
   EXPECT_EQ(Check(8.0F, 171.0F, 10.0F, 20.0F), kNothing);
 }
 
-TEST_F(HighReflectivityTest, WithOneEchoSlotOnlyRuleCSetsAnything) {
+TEST_P(HighReflectivityTest, WithOneEchoSlotOnlyRuleCSetsAnything) {
   LidarPoint::echo_num = 1;
   stale_after_pulse = false;
   EXPECT_EQ(Check(2.0F, 256.0F, 7.0F, 13.0F), kNothing);
@@ -196,14 +203,14 @@ TEST_F(HighReflectivityTest, WithOneEchoSlotOnlyRuleCSetsAnything) {
   EXPECT_EQ(Check(1.0F, 100.0F, 2.0F, 30.0F), kAfterPulse);
 }
 
-TEST_F(HighReflectivityTest, EveryPointOfThePacketIsChecked) {
+TEST_P(HighReflectivityTest, EveryPointOfThePacketIsChecked) {
   std::vector<LidarPoint> points(9);
   for (LidarPoint& point : points) {
     point.echoes[0].dist_raw = 8.0F;
     point.echoes[0].cogh = 251.0F;
   }
   points[4].echoes[0].dist_raw = 0.0F;
-  CheckHighReflectivity(check, points);
+  Calibrate(points);
   int marked = 0;
   for (const LidarPoint& point : points) marked += point.echoes[0].highRefl ? 1 : 0;
   EXPECT_EQ(marked, 8);

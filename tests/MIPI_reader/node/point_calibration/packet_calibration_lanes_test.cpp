@@ -14,7 +14,7 @@
 #include "MIPI_reader/node/point_calibration/calibration_tables.h"
 #include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 #include "MIPI_reader/parser/raw_packet.h"
-#include "lanes/instruction_set.h"
+#include "support/kernel_forms.h"
 #include "support/point_bits.h"
 
 namespace kerul::lidar {
@@ -22,15 +22,6 @@ namespace {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
-
-std::vector<InstructionSet> VectorForms() {
-  std::vector<InstructionSet> sets;
-  for (const InstructionSet set :
-       {InstructionSet::kPlain, InstructionSet::kAvx2, InstructionSet::kAvx512}) {
-    if (IsSupported(set)) sets.push_back(set);
-  }
-  return sets;
-}
 
 // A NaN is as good as another.
 bool SameValue(float a, float b) { return SameBits(a, b) || (std::isnan(a) && std::isnan(b)); }
@@ -201,61 +192,59 @@ Objects RandomObjects(Numbers& random) {
   return objects;
 }
 
-class PacketCalibrationLanesTest : public ::testing::Test {
+class PacketCalibrationLanes : public FormsTest {
  protected:
-  ~PacketCalibrationLanesTest() override {
-    ForceInstructionSet(chosen_);
-    LidarPoint::echo_num = 1;
-  }
+  PacketCalibrationLanes() { LidarPoint::echo_num = 2; }
+  ~PacketCalibrationLanes() override { LidarPoint::echo_num = 1; }
 
-  // Counts the points that were compared.
-  void CompareForms(const Objects& objects, const std::vector<LidarPoint>& points) {
+  // `calibrator` has these objects. Counts the points that were compared.
+  void ExpectLikeTheSteps(const Objects& objects, const PacketCalibrator& calibrator,
+                          const std::vector<LidarPoint>& points) {
     std::vector<LidarPoint> expected = points;
     CalibratePacket(objects.Steps(), expected);
-    const PacketCalibrator calibrator(objects.Steps());
-    for (const InstructionSet set : VectorForms()) {
-      ForceInstructionSet(set);
-      std::vector<LidarPoint> got = points;
-      calibrator.Calibrate(got);
-      ASSERT_EQ(got.size(), expected.size());
-      for (std::size_t i = 0; i < got.size(); ++i) {
-        ASSERT_TRUE(SameRecord(got[i], expected[i])) << InstructionSetName(set) << " point " << i;
-        ++compared_;
-      }
+    std::vector<LidarPoint> got = points;
+    calibrator.Calibrate(got);
+    ASSERT_EQ(got.size(), expected.size());
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      ASSERT_TRUE(SameRecord(got[i], expected[i])) << "point " << i;
+      ++compared_;
     }
   }
 
-  InstructionSet chosen_ = ChosenInstructionSet();
+  void ExpectLikeTheSteps(const Objects& objects, const std::vector<LidarPoint>& points) {
+    ExpectLikeTheSteps(objects, PacketCalibrator(objects.Steps()), points);
+  }
+
   int compared_ = 0;
 };
+RUN_IN_EVERY_VECTOR_FORM(PacketCalibrationLanes);
 
-TEST_F(PacketCalibrationLanesTest, EveryFormLeavesWhatTheStepsLeave) {
+TEST_P(PacketCalibrationLanes, LeaveWhatTheStepsLeave) {
   Numbers random(1);
   for (int objects_round = 0; objects_round < 60; ++objects_round) {
     const Objects objects = RandomObjects(random);
+    const PacketCalibrator calibrator(objects.Steps());
     LidarPoint::echo_num = random.Whole(1, 2);
     for (int packet = 0; packet < 40; ++packet) {
-      ASSERT_NO_FATAL_FAILURE(CompareForms(objects, RandomPoints(random, 9)));
+      ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(objects, calibrator, RandomPoints(random, 9)));
     }
   }
-  EXPECT_EQ(compared_, 60 * 40 * 9 * static_cast<int>(VectorForms().size()));
+  EXPECT_EQ(compared_, 60 * 40 * 9);
 }
 
-TEST_F(PacketCalibrationLanesTest, AnyNumberOfPointsIsCalibrated) {
+TEST_P(PacketCalibrationLanes, AnyNumberOfPointsIsCalibrated) {
   Numbers random(2);
-  LidarPoint::echo_num = 2;
   Objects objects;
   while (!objects.env || !objects.dist || !objects.retro) objects = RandomObjects(random);
   for (int count = 0; count < 70; ++count) {
-    ASSERT_NO_FATAL_FAILURE(CompareForms(objects, RandomPoints(random, count)));
+    ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(objects, RandomPoints(random, count)));
   }
   EXPECT_GT(compared_, 2000);
 }
 
 // One echo with a range in a packet of empty ones, in every slot.
-TEST_F(PacketCalibrationLanesTest, TheOnlyEchoIsFoundWhereverItStands) {
+TEST_P(PacketCalibrationLanes, TheOnlyEchoIsFoundWhereverItStands) {
   Numbers random(3);
-  LidarPoint::echo_num = 2;
   Objects objects;
   while (!objects.env || !objects.dist || !objects.retro) objects = RandomObjects(random);
   for (int place = 0; place < 18; ++place) {
@@ -264,14 +253,13 @@ TEST_F(PacketCalibrationLanesTest, TheOnlyEchoIsFoundWhereverItStands) {
     LidarEcho& echo = points[static_cast<std::size_t>(place / 2)].echoes[place % 2];
     echo.dist_raw = 5.0F;
     echo.cogh = 60.0F;
-    ASSERT_NO_FATAL_FAILURE(CompareForms(objects, points));
+    ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(objects, points));
   }
   EXPECT_GT(compared_, 0);
 }
 
 // Heights around each rule's limit, the lowest of all in particular.
-TEST_F(PacketCalibrationLanesTest, RulesHoldFromTheFirstHeightAboveTheirLimit) {
-  LidarPoint::echo_num = 2;
+TEST_P(PacketCalibrationLanes, RulesHoldFromTheFirstHeightAboveTheirLimit) {
   Objects objects;
   objects.check = UsualCheck();
   int after_pulses = 0;
@@ -284,40 +272,13 @@ TEST_F(PacketCalibrationLanesTest, RulesHoldFromTheFirstHeightAboveTheirLimit) {
       points[1].echoes[1] = {.dist_raw = 6.2F, .cogh = 30.0F};
       points[2].echoes[0] = {.dist_raw = 8.0F, .cogh = height, .highRefl = height > 251.0F};
       points[2].echoes[1] = {.dist_raw = 8.5F, .cogh = 10.0F};
-      ASSERT_NO_FATAL_FAILURE(CompareForms(objects, points));
+      ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(objects, points));
       CheckHighReflectivity(*objects.check, points);
       for (const LidarPoint& point : points) after_pulses += point.echoes[1].afterPulse;
     }
   }
   EXPECT_GT(after_pulses, 6);
   EXPECT_GT(compared_, 0);
-}
-
-TEST_F(PacketCalibrationLanesTest, TheTracedPixelIsPrintedInEveryForm) {
-  LidarPoint::echo_num = 2;
-  Numbers random(4);
-  Objects objects;
-  AddRetro(random, objects);
-  HighReflCheck& check = objects.retro->high_refl_check;
-  check.trace_enable = true;
-  check.trace_row = 3;
-  check.trace_col = 5;
-  std::vector<LidarPoint> points(9);
-  points[4].row = 3;
-  points[4].col = 5;
-  points[4].echoes[0] = {.dist_raw = 2.0F, .cogh = 100.0F, .highRefl = true};
-  const PacketCalibrator calibrator(objects.Steps());
-  int printed = 0;
-  for (const InstructionSet set : VectorForms()) {
-    ForceInstructionSet(set);
-    std::vector<LidarPoint> traced = points;
-    ::testing::internal::CaptureStdout();
-    calibrator.Calibrate(traced);
-    const std::string text = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(text.rfind("[HighReflDebug] row=3 col=5 echo=0 dist=2 cogh=100", 0), 0U) << text;
-    ++printed;
-  }
-  EXPECT_GT(printed, 0);
 }
 
 // Every pixel has an offset and a scale of its own.
@@ -335,7 +296,7 @@ Objects ObjectsThatTellPixelsApart() {
   return objects;
 }
 
-TEST_F(PacketCalibrationLanesTest, EveryPixelInsideAndOutsideTakesItsOwnEntries) {
+TEST_P(PacketCalibrationLanes, EveryPixelInsideAndOutsideTakesItsOwnEntries) {
   const Objects objects = ObjectsThatTellPixelsApart();
   std::vector<int> places = {-70000, -289, -288, 575, 576, 1535, 1850, 70000};
   for (int place = -13; place < 302; ++place) places.push_back(place);
@@ -348,8 +309,8 @@ TEST_F(PacketCalibrationLanesTest, EveryPixelInsideAndOutsideTakesItsOwnEntries)
       point.echoes[0].dist_raw = 250.0F;
     }
   }
-  ASSERT_NO_FATAL_FAILURE(CompareForms(objects, points));
-  EXPECT_EQ(compared_, static_cast<int>(points.size() * VectorForms().size()));
+  ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(objects, points));
+  EXPECT_EQ(compared_, static_cast<int>(points.size()));
   // That two entries never give the same: the largest offset takes 194 m, the next 0.0023 m less.
   std::set<float> ranges;
   CalibratePacket(objects.Steps(), points);
@@ -384,12 +345,12 @@ TEST(NearestPixelEntry, APixelOutsideTakesThePlaceOfAnotherOne) {
   EXPECT_EQ(NearestPixelEntry(-3, 5), NearestPixelEntry(3, 4));  // 5 * 6 - 3 = 4 * 6 + 3
 }
 
-TEST_F(PacketCalibrationLanesTest, WithoutAnyStepNothingChanges) {
+TEST_P(PacketCalibrationLanes, WithoutAnyStepNothingChanges) {
   Numbers random(5);
   LidarPoint::echo_num = 2;
   for (int packet = 0; packet < 20; ++packet) {
     const std::vector<LidarPoint> points = RandomPoints(random, 9);
-    ASSERT_NO_FATAL_FAILURE(CompareForms(Objects{}, points));
+    ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(Objects{}, points));
   }
   EXPECT_GT(compared_, 0);
 }

@@ -1,4 +1,5 @@
 #include "MIPI_reader/node/point_calibration/packet_calibration.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,9 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
+
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -24,7 +28,7 @@ std::string ErrorOf(Build build) {
   return "";
 }
 
-class PacketCalibrationTest : public ::testing::Test {
+class PacketCalibrationTest : public FormsTest {
  protected:
   PacketCalibrationTest() : points(1) {
     LidarPoint::echo_num = 2;
@@ -34,6 +38,7 @@ class PacketCalibrationTest : public ::testing::Test {
   ~PacketCalibrationTest() override { LidarPoint::echo_num = 1; }
 
   LidarEcho& Echo(int slot = 0) { return points[0].echoes[slot]; }
+  void Calibrate(const CalibrationSteps& steps) { PacketCalibrator(steps).Calibrate(points); }
 
   std::vector<LidarPoint> points;
 };
@@ -68,20 +73,22 @@ class EnvironmentTest : public PacketCalibrationTest {
   EnvironmentTest() : low(1024, 0.0F), high(1024, 0.0F) {}
 
   void Compensate(const std::vector<float>& polynomial = {}, float bias = 15.0F) {
-    CompensateEnvironment(EnvCalib(low, high, polynomial, bias), points);
+    const EnvCalib env(low, high, polynomial, bias);
+    Calibrate({.env = &env});
   }
 
   std::vector<float> low;
   std::vector<float> high;
 };
+RUN_IN_EVERY_FORM(EnvironmentTest);
 
-TEST_F(EnvironmentTest, RefusesEmptyHeightTables) {
+TEST(EnvCalib, RefusesEmptyHeightTables) {
   EXPECT_EQ(ErrorOf([] { EnvCalib({}, {1.0F}, {}, 0.0F); }), "Invalid env cogh calib data (empty)");
   EXPECT_EQ(ErrorOf([] { EnvCalib({1.0F}, {}, {1.0F}, 0.0F); }),
             "Invalid env cogh calib data (empty)");
 }
 
-TEST_F(EnvironmentTest, RefusesAPolynomialThatHasNotFourEntries) {
+TEST(EnvCalib, RefusesAPolynomialThatHasNotFourEntries) {
   EXPECT_EQ(ErrorOf([] {
               EnvCalib({1.0F}, {1.0F}, {1.0F, 2.0F, 3.0F}, 0.0F);
             }),
@@ -90,7 +97,7 @@ TEST_F(EnvironmentTest, RefusesAPolynomialThatHasNotFourEntries) {
             "Invalid env cogt calib data (expect size 4)");
 }
 
-TEST_F(EnvironmentTest, AnEmptyPolynomialSwitchesTheRangeCompensationOff) {
+TEST(EnvCalib, AnEmptyPolynomialSwitchesTheRangeCompensationOff) {
   const EnvCalib without({1.0F}, {2.0F}, {}, 15.0F);
   EXPECT_FALSE(without.has_cogt);
   EXPECT_EQ(without.cogt_a, 0.0F);
@@ -104,7 +111,7 @@ TEST_F(EnvironmentTest, AnEmptyPolynomialSwitchesTheRangeCompensationOff) {
   EXPECT_EQ(with.cogt_d, 4.0F);
 }
 
-TEST_F(EnvironmentTest, TheHeightGrowsByTheGainAtTheNoise) {
+TEST_P(EnvironmentTest, TheHeightGrowsByTheGainAtTheNoise) {
   low[7] = 0.5F;
   Echo().noise = 7.9F;
   Compensate();
@@ -112,7 +119,7 @@ TEST_F(EnvironmentTest, TheHeightGrowsByTheGainAtTheNoise) {
   EXPECT_EQ(Echo().dist_raw, 10.0F);
 }
 
-TEST_F(EnvironmentTest, AValidHighWidthTakesTheOtherTable) {
+TEST_P(EnvironmentTest, AValidHighWidthTakesTheOtherTable) {
   high[7] = 2.0F;
   Echo().noise = 7.0F;
   Echo().cogw_flag = kHigh;
@@ -123,7 +130,7 @@ TEST_F(EnvironmentTest, AValidHighWidthTakesTheOtherTable) {
   EXPECT_EQ(Echo(1).cogh, 20.0F);
 }
 
-TEST_F(EnvironmentTest, NoiseOutsideTheTableTakesTheNearestEntry) {
+TEST_P(EnvironmentTest, NoiseOutsideTheTableTakesTheNearestEntry) {
   low.front() = 1.0F;
   low.back() = 2.0F;
   const auto height = [&](float noise) {
@@ -144,7 +151,7 @@ TEST_F(EnvironmentTest, NoiseOutsideTheTableTakesTheNearestEntry) {
   EXPECT_EQ(height(INFINITY), 55.0F);
 }
 
-TEST_F(EnvironmentTest, AnEmptyEchoKeepsItsHeight) {
+TEST_P(EnvironmentTest, AnEmptyEchoKeepsItsHeight) {
   low.assign(1024, 1.0F);
   Echo().dist_raw = 0.0F;
   Echo(1).dist_raw = -1.0F;
@@ -154,14 +161,26 @@ TEST_F(EnvironmentTest, AnEmptyEchoKeepsItsHeight) {
   EXPECT_TRUE(std::isnan(Echo(1).cogh));
 }
 
-TEST_F(EnvironmentTest, ARangeThatIsNoNumberGoesOn) {
+// It goes on to its reflectivity all the same.
+TEST_P(EnvironmentTest, ABrightTargetWithoutARangeKeepsItsHeight) {
+  low.assign(1024, 1.0F);
+  Echo().dist_raw = 0.0F;
+  Echo().highRefl = true;
+  const EnvCalib env(low, high, {}, 15.0F);
+  const RetroCalib retro(std::vector<float>(512), std::vector<float>(82944, 1.0F), {}, {}, {});
+  Calibrate({.env = &env, .retro = &retro});
+  EXPECT_EQ(Echo().cogh, 20.0F);
+  EXPECT_EQ(Echo().refl_raw, 255.0F);
+}
+
+TEST_P(EnvironmentTest, ARangeThatIsNoNumberGoesOn) {
   low.assign(1024, 1.0F);
   Echo().dist_raw = std::nanf("");
   Compensate();
   EXPECT_EQ(Echo().cogh, 55.0F);
 }
 
-TEST_F(EnvironmentTest, AHeightOrNoiseThatIsNoNumberClearsTheHeight) {
+TEST_P(EnvironmentTest, AHeightOrNoiseThatIsNoNumberClearsTheHeight) {
   Echo().cogh = std::nanf("");
   Echo(1) = LidarEcho{};
   Echo(1).dist_raw = 10.0F;
@@ -174,7 +193,7 @@ TEST_F(EnvironmentTest, AHeightOrNoiseThatIsNoNumberClearsTheHeight) {
   EXPECT_EQ(Echo(1).dist_raw, 10.0F);
 }
 
-TEST_F(EnvironmentTest, ThePolynomialMovesTheRange) {
+TEST_P(EnvironmentTest, ThePolynomialMovesTheRange) {
   low[2] = 1.0F;
   Echo().noise = 2.0F;
   // The new height is 55; (55 - 5) * -0.5 * (3 * 2 + 4 + 10) * 0.15 = -75.
@@ -183,7 +202,7 @@ TEST_F(EnvironmentTest, ThePolynomialMovesTheRange) {
   EXPECT_FLOAT_EQ(Echo().dist_raw, -65.0F);
 }
 
-TEST_F(EnvironmentTest, WithOneEchoSlotTheSecondIsLeftAlone) {
+TEST_P(EnvironmentTest, WithOneEchoSlotTheSecondIsLeftAlone) {
   LidarPoint::echo_num = 1;
   low.assign(1024, 1.0F);
   Echo(1).dist_raw = 10.0F;
@@ -199,7 +218,10 @@ class RangeTest : public PacketCalibrationTest {
  protected:
   RangeTest() : curve(512, 0.0F), offset(82944, 64.0F) {}
 
-  void Calibrate() { CalibrateRange(DistCalib(curve, offset, curve_high), points); }
+  void Calibrate() {
+    const DistCalib dist(curve, offset, curve_high);
+    PacketCalibrationTest::Calibrate({.dist = &dist});
+  }
 
   // Range after a correction of `correction` 1/64 ns, in the arithmetic of the step.
   static float Corrected(float range, float correction) {
@@ -210,8 +232,11 @@ class RangeTest : public PacketCalibrationTest {
   std::vector<float> offset;
   std::vector<float> curve_high;
 };
+RUN_IN_EVERY_FORM(RangeTest);
 
-TEST_F(RangeTest, WrongTableSizesArePrintedAndRefused) {
+TEST(DistCalib, WrongTableSizesArePrintedAndRefused) {
+  const std::vector<float> curve(512);
+  const std::vector<float> offset(82944);
   const std::string expected = "Invalid dist calib data (expect curve=512, offset=288*288)";
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(ErrorOf([&] { DistCalib(std::vector<float>(511), offset, {}); }), expected);
@@ -224,21 +249,25 @@ TEST_F(RangeTest, WrongTableSizesArePrintedAndRefused) {
             "[INFO] dist_curve.size()=512\n[INFO] dist_offset.size()=0\n");
 }
 
-TEST_F(RangeTest, AWrongHighCurveIsRefusedByItsSize) {
+TEST(DistCalib, AWrongHighCurveIsRefusedByItsSize) {
+  const std::vector<float> curve(512);
+  const std::vector<float> offset(82944);
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(ErrorOf([&] { DistCalib(curve, offset, std::vector<float>(100)); }),
             "Invalid dist curve high vector (expect 512, got 100)");
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
-TEST_F(RangeTest, TheHighCurveIsOptional) {
+TEST(DistCalib, TheHighCurveIsOptional) {
+  const std::vector<float> curve(512);
+  const std::vector<float> offset(82944);
   EXPECT_FALSE(DistCalib(curve, offset, {}).has_curve_high);
   EXPECT_TRUE(DistCalib(curve, offset, curve).has_curve_high);
   const DistCalib calib(curve, offset, {});
   EXPECT_EQ(calib.scale, 0.14989623F);
 }
 
-TEST_F(RangeTest, CurveAndOffsetAreTakenOff) {
+TEST_P(RangeTest, CurveAndOffsetAreTakenOff) {
   curve[20] = 100.0F;
   curve[21] = 200.0F;
   Echo().cogh = 20.25F;
@@ -246,14 +275,14 @@ TEST_F(RangeTest, CurveAndOffsetAreTakenOff) {
   EXPECT_EQ(Echo().dist_raw, Corrected(10.0F, 125.0F + 64.0F));
 }
 
-TEST_F(RangeTest, TheBaselineRiseCountsWithTheHeight) {
+TEST_P(RangeTest, TheBaselineRiseCountsWithTheHeight) {
   curve[22] = 100.0F;
   Echo().change_noise_noise_append = 6.0F;
   Calibrate();
   EXPECT_EQ(Echo().dist_raw, Corrected(10.0F, 164.0F));
 }
 
-TEST_F(RangeTest, TheOffsetIsThePixelsOwn) {
+TEST_P(RangeTest, TheOffsetIsThePixelsOwn) {
   points[0].row = 7;
   points[0].col = 13;
   offset[static_cast<std::size_t>(((7 / 6) * 48 + 13 / 6) * 36 + 1 * 6 + 1)] = 320.0F;
@@ -261,7 +290,7 @@ TEST_F(RangeTest, TheOffsetIsThePixelsOwn) {
   EXPECT_EQ(Echo().dist_raw, Corrected(10.0F, 320.0F));
 }
 
-TEST_F(RangeTest, APixelOutsideTheTableTakesTheNearestOffset) {
+TEST_P(RangeTest, APixelOutsideTheTableTakesTheNearestOffset) {
   offset.back() = 320.0F;
   points[0].row = 1535;
   points[0].col = 1800;
@@ -269,24 +298,24 @@ TEST_F(RangeTest, APixelOutsideTheTableTakesTheNearestOffset) {
   EXPECT_EQ(Echo().dist_raw, Corrected(10.0F, 320.0F));
 }
 
-TEST_F(RangeTest, AnUncalibratedPixelLosesAllItsEchoes) {
+TEST_P(RangeTest, AnUncalibratedPixelLosesAllItsEchoes) {
   offset[0] = 0.0F;
   Echo(1).dist_raw = 5.0F;
   Calibrate();
   EXPECT_EQ(Echo().dist_raw, 0.0F);
   EXPECT_EQ(Echo(1).dist_raw, 0.0F);
-  // The steps behind skip it.
+  // The steps after it skip it.
   Echo().cogw_flag = kHigh;
-  MapHighThresholdHeights(HighThresholdMap({1.0F, 2.0F}, {5.0F, 6.0F}), points);
-  EXPECT_EQ(Echo().cogh, 20.0F);
+  const HighThresholdMap map({1.0F, 2.0F}, {5.0F, 6.0F});
   HighReflCheck check;
-  check.rule_c_enable = check.rule_c_range_on = true;
+  check.enable = check.rule_c_enable = check.rule_c_range_on = true;
   check.rule_c_range = {-1.0F, 50.0F};
-  CheckHighReflectivity(check, points);
+  PacketCalibrationTest::Calibrate({.high_threshold_map = &map, .high_refl_check = &check});
+  EXPECT_EQ(Echo().cogh, 20.0F);
   EXPECT_FALSE(Echo().highRefl);
 }
 
-TEST_F(RangeTest, RangesNotAboveZeroBecomeZero) {
+TEST_P(RangeTest, RangesNotAboveZeroBecomeZero) {
   Echo().dist_raw = -3.0F;
   Echo(1).dist_raw = std::nanf("");
   Calibrate();
@@ -295,13 +324,13 @@ TEST_F(RangeTest, RangesNotAboveZeroBecomeZero) {
   EXPECT_EQ(Echo(1).dist_raw, 0.0F);
 }
 
-TEST_F(RangeTest, AHeightThatIsNoNumberErasesTheEcho) {
+TEST_P(RangeTest, AHeightThatIsNoNumberErasesTheEcho) {
   Echo().cogh = std::nanf("");
   Calibrate();
   EXPECT_EQ(Echo().dist_raw, 0.0F);
 }
 
-TEST_F(RangeTest, TheHighCurveServesEchoesWithAHighWidth) {
+TEST_P(RangeTest, TheHighCurveServesEchoesWithAHighWidth) {
   curve.assign(512, 100.0F);
   curve_high.assign(512, 200.0F);
   Echo().cogw_flag = kHigh;
@@ -311,14 +340,14 @@ TEST_F(RangeTest, TheHighCurveServesEchoesWithAHighWidth) {
   EXPECT_EQ(Echo(1).dist_raw, Corrected(10.0F, 164.0F));
 }
 
-TEST_F(RangeTest, WithoutAHighCurveTheLowOneServesAll) {
+TEST_P(RangeTest, WithoutAHighCurveTheLowOneServesAll) {
   curve.assign(512, 100.0F);
   Echo().cogw_flag = kHigh;
   Calibrate();
   EXPECT_EQ(Echo().dist_raw, Corrected(10.0F, 164.0F));
 }
 
-TEST_F(RangeTest, StrongEchoesTakeTheLastCurveEntry) {
+TEST_P(RangeTest, StrongEchoesTakeTheLastCurveEntry) {
   curve[510] = 1000.0F;
   curve[511] = 100.0F;
   for (const float height : {511.0F, 511.5F, 4000.0F, INFINITY}) {
@@ -329,19 +358,19 @@ TEST_F(RangeTest, StrongEchoesTakeTheLastCurveEntry) {
   }
 }
 
-TEST_F(RangeTest, ACorrectionLargerThanTheRangeLeavesFourMillimetres) {
+TEST_P(RangeTest, ACorrectionLargerThanTheRangeLeavesFourMillimetres) {
   curve.assign(512, 1e6F);
   Calibrate();
   EXPECT_EQ(Echo().dist_raw, 0.004F);
 }
 
-TEST_F(RangeTest, ARangeThatIsCorrectedToZeroStaysZero) {
+TEST_P(RangeTest, ARangeThatIsCorrectedToZeroStaysZero) {
   Echo().dist_raw = 64.0F * 0.14989623F * 0.015625F;
   Calibrate();
   EXPECT_EQ(Echo().dist_raw, 0.0F);
 }
 
-TEST_F(RangeTest, WithOneEchoSlotTheSecondIsLeftAlone) {
+TEST_P(RangeTest, WithOneEchoSlotTheSecondIsLeftAlone) {
   LidarPoint::echo_num = 1;
   Echo(1).dist_raw = -3.0F;
   Calibrate();
@@ -356,12 +385,14 @@ class HeightMapTest : public PacketCalibrationTest {
 
   float Mapped(float height) {
     Echo().cogh = height;
-    MapHighThresholdHeights(HighThresholdMap({10.0F, 20.0F, 40.0F}, {1.0F, 3.0F, 13.0F}), points);
+    const HighThresholdMap map({10.0F, 20.0F, 40.0F}, {1.0F, 3.0F, 13.0F});
+    Calibrate({.high_threshold_map = &map});
     return Echo().cogh;
   }
 };
+RUN_IN_EVERY_FORM(HeightMapTest);
 
-TEST_F(HeightMapTest, RefusesShortOrUnequalTables) {
+TEST(HighThresholdMap, RefusesShortOrUnequalTables) {
   const std::string expected = "Invalid high-threshold cogh mapping data";
   EXPECT_EQ(ErrorOf([] { HighThresholdMap({1.0F}, {1.0F}); }), expected);
   EXPECT_EQ(ErrorOf([] { HighThresholdMap({}, {}); }), expected);
@@ -369,20 +400,20 @@ TEST_F(HeightMapTest, RefusesShortOrUnequalTables) {
   EXPECT_EQ(ErrorOf([] { HighThresholdMap({1.0F, 2.0F}, {1.0F, 2.0F}); }), "");
 }
 
-TEST_F(HeightMapTest, InterpolatesBetweenTheEntries) {
+TEST_P(HeightMapTest, InterpolatesBetweenTheEntries) {
   EXPECT_EQ(Mapped(15.0F), 2.0F);
   EXPECT_EQ(Mapped(20.0F), 3.0F);
   EXPECT_EQ(Mapped(30.0F), 8.0F);
 }
 
-TEST_F(HeightMapTest, TakesTheOuterEntriesAtAndBeyondTheEnds) {
+TEST_P(HeightMapTest, TakesTheOuterEntriesAtAndBeyondTheEnds) {
   EXPECT_EQ(Mapped(10.0F), 1.0F);
   EXPECT_EQ(Mapped(-5.0F), 1.0F);
   EXPECT_EQ(Mapped(40.0F), 13.0F);
   EXPECT_EQ(Mapped(INFINITY), 13.0F);
 }
 
-TEST_F(HeightMapTest, SkipsEchoesWithoutRangeHighWidthOrHeight) {
+TEST_P(HeightMapTest, SkipsEchoesWithoutRangeHighWidthOrHeight) {
   Echo().cogw_flag = 5;
   EXPECT_EQ(Mapped(15.0F), 15.0F);
   Echo().cogw_flag = kHigh;
@@ -393,7 +424,7 @@ TEST_F(HeightMapTest, SkipsEchoesWithoutRangeHighWidthOrHeight) {
   EXPECT_EQ(Mapped(15.0F), 15.0F);
 }
 
-TEST_F(HeightMapTest, WithOneEchoSlotTheSecondIsLeftAlone) {
+TEST_P(HeightMapTest, WithOneEchoSlotTheSecondIsLeftAlone) {
   Echo(1) = Echo();
   Echo(1).cogh = 15.0F;
   LidarPoint::echo_num = 1;

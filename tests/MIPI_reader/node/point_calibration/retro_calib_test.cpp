@@ -4,8 +4,10 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "MIPI_reader/node/point_calibration/packet_calibration.h"
+#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -19,7 +21,7 @@ float TwoTo(float exponent) {
   return static_cast<float>(std::pow(2.0, static_cast<double>(exponent)));
 }
 
-class RetroCalibTest : public ::testing::Test {
+class RetroCalibTest : public FormsTest {
  protected:
   RetroCalibTest() : points(1), curve(512, 0.0F), scale(82944, 1.0F) {
     LidarPoint::echo_num = 2;
@@ -30,7 +32,10 @@ class RetroCalibTest : public ::testing::Test {
 
   LidarEcho& Echo(int slot = 0) { return points[0].echoes[slot]; }
   RetroCalib Calib() const { return {curve, scale, check, efficiant, filter}; }
-  void Calibrate() { Calib().calib_points(points); }
+  void Calibrate() {
+    const RetroCalib retro = Calib();
+    PacketCalibrator({.retro = &retro}).Calibrate(points);
+  }
 
   std::vector<LidarPoint> points;
   std::vector<float> curve;
@@ -39,13 +44,15 @@ class RetroCalibTest : public ::testing::Test {
   std::vector<float> efficiant;
   std::vector<float> filter;
 };
+RUN_IN_EVERY_FORM(RetroCalibTest);
 
-TEST_F(RetroCalibTest, WrongTableSizesArePrintedAndRefused) {
-  curve.resize(10);
-  scale.resize(7);
+TEST(RetroCalib, WrongTableSizesArePrintedAndRefused) {
+  std::vector<float> curve(10);
+  const std::vector<float> scale(7);
+  const auto build = [&] { RetroCalib(curve, scale, HighReflCheck{}, {}, {}); };
   ::testing::internal::CaptureStdout();
   try {
-    Calib();
+    build();
     FAIL() << "nothing was thrown";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "Invalid retro calib data (expect curve=512, scale=288*288)");
@@ -54,33 +61,33 @@ TEST_F(RetroCalibTest, WrongTableSizesArePrintedAndRefused) {
             "[INFO] retro_curve.size()=10\n[INFO] retro_scale.size()=7\n");
   curve.resize(512);
   ::testing::internal::CaptureStdout();
-  EXPECT_THROW(Calib(), std::runtime_error);
+  EXPECT_THROW(build(), std::runtime_error);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             "[INFO] retro_curve.size()=512\n[INFO] retro_scale.size()=7\n");
 }
 
-TEST_F(RetroCalibTest, OptionalTablesAreValidAtTheirSizes) {
-  EXPECT_FALSE(Calib().cogh_efficiant_valid);
-  EXPECT_FALSE(Calib().retro_filter_valid);
-  efficiant.resize(600);
-  filter.resize(31);
-  EXPECT_TRUE(Calib().cogh_efficiant_valid);
-  EXPECT_TRUE(Calib().retro_filter_valid);
-  efficiant.resize(599);
-  filter.resize(32);
-  EXPECT_FALSE(Calib().cogh_efficiant_valid);
-  EXPECT_FALSE(Calib().retro_filter_valid);
-  EXPECT_EQ(Calib().ref_distance, 0.14989623F);
-  EXPECT_EQ(Calib().ref_offset, 6.0F);
+TEST(RetroCalib, OptionalTablesAreValidAtTheirSizes) {
+  const auto calib = [](std::size_t efficiant_size, std::size_t filter_size) {
+    return RetroCalib(std::vector<float>(512), std::vector<float>(82944), HighReflCheck{},
+                      std::vector<float>(efficiant_size), std::vector<float>(filter_size));
+  };
+  EXPECT_FALSE(calib(0, 0).cogh_efficiant_valid);
+  EXPECT_FALSE(calib(0, 0).retro_filter_valid);
+  EXPECT_TRUE(calib(600, 31).cogh_efficiant_valid);
+  EXPECT_TRUE(calib(600, 31).retro_filter_valid);
+  EXPECT_FALSE(calib(599, 32).cogh_efficiant_valid);
+  EXPECT_FALSE(calib(599, 32).retro_filter_valid);
+  EXPECT_EQ(calib(0, 0).ref_distance, 0.14989623F);
+  EXPECT_EQ(calib(0, 0).ref_offset, 6.0F);
 }
 
-TEST_F(RetroCalibTest, NoPointsAreNoWork) {
+TEST_P(RetroCalibTest, NoPointsAreNoWork) {
   points.clear();
   Calibrate();
   EXPECT_TRUE(points.empty());
 }
 
-TEST_F(RetroCalibTest, ReflectivityFollowsRangeHeightAndScale) {
+TEST_P(RetroCalibTest, ReflectivityFollowsRangeHeightAndScale) {
   curve[100] = -2.0F;
   curve[101] = -1.0F;
   Echo().cogh = 100.5F;
@@ -96,21 +103,21 @@ TEST_F(RetroCalibTest, ReflectivityFollowsRangeHeightAndScale) {
   EXPECT_EQ(Echo().dist_raw, 10.0F);
 }
 
-TEST_F(RetroCalibTest, TheBaselineRiseCountsWithTheHeight) {
+TEST_P(RetroCalibTest, TheBaselineRiseCountsWithTheHeight) {
   curve[102] = 3.0F;
   Echo().change_noise_noise_append = 6.0F;
   Calibrate();
   EXPECT_EQ(Echo().power, 8.0F);
 }
 
-TEST_F(RetroCalibTest, ReflectivityEndsAtItsTop) {
+TEST_P(RetroCalibTest, ReflectivityEndsAtItsTop) {
   curve[100] = 40.0F;
   Calibrate();
   EXPECT_EQ(Echo().refl_raw, 255.0F);
   EXPECT_EQ(Echo().power, TwoTo(40.0F));
 }
 
-TEST_F(RetroCalibTest, TheScaleIsThePixelsOwn) {
+TEST_P(RetroCalibTest, TheScaleIsThePixelsOwn) {
   points[0].row = 7;
   points[0].col = 13;
   scale[static_cast<std::size_t>(((7 / 6) * 48 + 13 / 6) * 36 + 1 * 6 + 1)] = 3.0F;
@@ -124,7 +131,7 @@ TEST_F(RetroCalibTest, TheScaleIsThePixelsOwn) {
   EXPECT_EQ(Echo().dist_raw, 0.0F);
 }
 
-TEST_F(RetroCalibTest, StrongEchoesTakeTheLastCurveEntry) {
+TEST_P(RetroCalibTest, StrongEchoesTakeTheLastCurveEntry) {
   curve[511] = 2.0F;
   curve[510] = 9.0F;
   for (const float height : {511.0F, 600.5F, 1e30F, INFINITY}) {
@@ -138,7 +145,7 @@ TEST_F(RetroCalibTest, StrongEchoesTakeTheLastCurveEntry) {
   EXPECT_TRUE(std::isnan(Echo().refl_raw));
 }
 
-TEST_F(RetroCalibTest, RangesBelowThirtyCentimetresCountAsThirty) {
+TEST_P(RetroCalibTest, RangesBelowThirtyCentimetresCountAsThirty) {
   const auto nearest = static_cast<float>(std::log2(0.3 / static_cast<double>(0.14989623F)));
   scale[0] = -6.0F;  // takes the constant off again, up to rounding
   for (const float range : {0.2F, 0.01F, std::nextafter(0.3F, 0.0F)}) {
@@ -151,7 +158,7 @@ TEST_F(RetroCalibTest, RangesBelowThirtyCentimetresCountAsThirty) {
   EXPECT_EQ(Echo().refl_raw, TwoTo(RangeLog(0.6F) + RangeLog(0.6F) + 6.0F - 6.0F));
 }
 
-TEST_F(RetroCalibTest, AnEmptyEchoIsLeftAsItIs) {
+TEST_P(RetroCalibTest, AnEmptyEchoIsLeftAsItIs) {
   Echo() = LidarEcho{};
   Echo().refl_raw = 7.0F;
   Echo().power = 3.0F;
@@ -163,7 +170,7 @@ TEST_F(RetroCalibTest, AnEmptyEchoIsLeftAsItIs) {
   EXPECT_EQ(std::memcmp(&before, &points[0], sizeof(LidarPoint)), 0);
 }
 
-TEST_F(RetroCalibTest, APixelWithoutCalibrationLosesItsEchoes) {
+TEST_P(RetroCalibTest, APixelWithoutCalibrationLosesItsEchoes) {
   scale[0] = 0.0F;
   Echo().refl_raw = 7.0F;
   Echo().power = 3.0F;
@@ -173,7 +180,7 @@ TEST_F(RetroCalibTest, APixelWithoutCalibrationLosesItsEchoes) {
   EXPECT_EQ(Echo().power, 3.0F);
 }
 
-TEST_F(RetroCalibTest, ABrightTargetGetsTopReflectivityAndPowerByRange) {
+TEST_P(RetroCalibTest, ABrightTargetGetsTopReflectivityAndPowerByRange) {
   Echo().highRefl = true;
   Echo().dist_raw = 4.0F;
   Calibrate();
@@ -182,7 +189,7 @@ TEST_F(RetroCalibTest, ABrightTargetGetsTopReflectivityAndPowerByRange) {
   EXPECT_EQ(Echo().dist_raw, 4.0F);
 }
 
-TEST_F(RetroCalibTest, ABrightTargetWithoutARangeGetsInfinitePower) {
+TEST_P(RetroCalibTest, ABrightTargetWithoutARangeGetsInfinitePower) {
   Echo().highRefl = true;
   Echo().dist_raw = 0.0F;
   Calibrate();
@@ -191,7 +198,7 @@ TEST_F(RetroCalibTest, ABrightTargetWithoutARangeGetsInfinitePower) {
   EXPECT_EQ(Echo().dist_raw, 0.0F);
 }
 
-TEST_F(RetroCalibTest, ABrightTargetOnAPixelWithoutCalibrationIsErasedButBright) {
+TEST_P(RetroCalibTest, ABrightTargetOnAPixelWithoutCalibrationIsErasedButBright) {
   scale[0] = 0.0F;
   Echo().highRefl = true;
   Calibrate();
@@ -201,7 +208,7 @@ TEST_F(RetroCalibTest, ABrightTargetOnAPixelWithoutCalibrationIsErasedButBright)
 }
 
 // The reflectivity and power in the line are those from before the override.
-TEST_F(RetroCalibTest, TheTracedBrightTargetIsPrinted) {
+TEST_P(RetroCalibTest, TheTracedBrightTargetIsPrinted) {
   points[0].row = 3;
   points[0].col = 4;
   Echo(1) = Echo();
@@ -223,7 +230,7 @@ TEST_F(RetroCalibTest, TheTracedBrightTargetIsPrinted) {
             "high_refl_power=inf\n");
 }
 
-TEST_F(RetroCalibTest, OnlyTheTracedBrightTargetIsPrinted) {
+TEST_P(RetroCalibTest, OnlyTheTracedBrightTargetIsPrinted) {
   points[0].row = 3;
   points[0].col = 4;
   Echo().highRefl = true;
@@ -265,8 +272,9 @@ class NearRangeTest : public RetroCalibTest {
                                     2.0 * static_cast<double>(log) + 1.0 + 6.0);
   }
 };
+RUN_IN_EVERY_FORM(NearRangeTest);
 
-TEST_F(NearRangeTest, HighReflectivitiesAreSoftenedInTheNearRange) {
+TEST_P(NearRangeTest, HighReflectivitiesAreSoftenedInTheNearRange) {
   check.near_refl_enable = true;
   check.near_refl_range = 1.0F;
   SetReflectivity(0.9F, 200.0F);
@@ -283,7 +291,7 @@ TEST_F(NearRangeTest, HighReflectivitiesAreSoftenedInTheNearRange) {
 }
 
 // 100 itself is where both branches meet; below it, softening would raise the value.
-TEST_F(NearRangeTest, ReflectivitiesUpToAHundredAreNotSoftened) {
+TEST_P(NearRangeTest, ReflectivitiesUpToAHundredAreNotSoftened) {
   check.near_refl_enable = true;
   check.near_refl_range = 1.0F;
   for (const float reflectivity : {10.0F, 99.0F, 99.999F}) {
@@ -293,7 +301,7 @@ TEST_F(NearRangeTest, ReflectivitiesUpToAHundredAreNotSoftened) {
   }
 }
 
-TEST_F(NearRangeTest, ABrightTargetIsNotSoftened) {
+TEST_P(NearRangeTest, ABrightTargetIsNotSoftened) {
   check.near_refl_enable = true;
   check.near_refl_range = 1.0F;
   SetReflectivity(0.5F, 200.0F);
@@ -324,16 +332,17 @@ class EfficiantTest : public RetroCalibTest {
     efficiant[static_cast<std::size_t>(row * 6 + lane)] = value;
   }
 };
+RUN_IN_EVERY_FORM(EfficiantTest);
 
 // The recovered exponent carries the rounding of two exponents near 10: a tolerance of 1e-5.
-TEST_F(EfficiantTest, IsLinearInRangeBetweenItsRows) {
+TEST_P(EfficiantTest, IsLinearInRangeBetweenItsRows) {
   SetRow(12, 1.0F);
   SetRow(13, 2.0F);
   EXPECT_NEAR(Added(1.2500001F), 1.5F - 2.0F, 1e-5F);
   EXPECT_NEAR(Added(5.05F), -2.0F, 1e-5F);
 }
 
-TEST_F(EfficiantTest, TheColumnIsThePixelRowWithinTheMiniflashRow) {
+TEST_P(EfficiantTest, TheColumnIsThePixelRowWithinTheMiniflashRow) {
   points[0].row = 6 * 4 + 5;
   for (int row = 0; row < 100; ++row) SetRow(row, 3.0F, 5);
   EXPECT_NEAR(Added(2.0F), 1.0F, 1e-5F);
@@ -341,7 +350,7 @@ TEST_F(EfficiantTest, TheColumnIsThePixelRowWithinTheMiniflashRow) {
   EXPECT_NEAR(Added(2.0F), -2.0F, 1e-5F);
 }
 
-TEST_F(EfficiantTest, EndsBehindTheLastRow) {
+TEST_P(EfficiantTest, EndsAfterTheLastRow) {
   SetRow(99, 4.0F);
   EXPECT_NEAR(Added(9.900001F), 2.0F, 1e-5F);  // row 99 as it is
   EXPECT_NEAR(Added(std::nextafter(9.900001F, 10.0F)), 0.0F, 1e-5F);
@@ -369,8 +378,9 @@ class FloorTest : public RetroCalibTest {
     curve[100] = static_cast<float>(3.0 - 2.0 * static_cast<double>(RangeLog(range)) + 7.0);
   }
 };
+RUN_IN_EVERY_FORM(FloorTest);
 
-TEST_F(FloorTest, WeakEchoesAreErasedByRange) {
+TEST_P(FloorTest, WeakEchoesAreErasedByRange) {
   SetEight(1.05F);
   filter[10] = 6.0F;
   filter[11] = 9.0F;  // 7.5 at 1.05 m
@@ -379,7 +389,7 @@ TEST_F(FloorTest, WeakEchoesAreErasedByRange) {
   EXPECT_FALSE(Survives(1.05F));
 }
 
-TEST_F(FloorTest, FromThreeMetresOnTheLastEntryCounts) {
+TEST_P(FloorTest, FromThreeMetresOnTheLastEntryCounts) {
   filter[30] = 9.0F;
   SetEight(3.0F);
   EXPECT_FALSE(Survives(3.0F));
@@ -394,7 +404,7 @@ TEST_F(FloorTest, FromThreeMetresOnTheLastEntryCounts) {
   EXPECT_FALSE(Survives(2.95F));
 }
 
-TEST_F(FloorTest, AnEqualReflectivityIsKept) {
+TEST_P(FloorTest, AnEqualReflectivityIsKept) {
   SetEight(50.0F);
   filter[30] = 0.0F;
   Echo().dist_raw = 50.0F;
@@ -405,13 +415,13 @@ TEST_F(FloorTest, AnEqualReflectivityIsKept) {
   EXPECT_FALSE(Survives(50.0F));
 }
 
-TEST_F(FloorTest, BrightTargetsPassEveryFloorUpToTheTop) {
+TEST_P(FloorTest, BrightTargetsPassEveryFloorUpToTheTop) {
   filter.assign(31, 255.0F);
   Echo().highRefl = true;
   EXPECT_TRUE(Survives(50.0F));
 }
 
-TEST_F(RetroCalibTest, SlotsAreIndependentAndOnlyThoseInUseAreTouched) {
+TEST_P(RetroCalibTest, SlotsAreIndependentAndOnlyThoseInUseAreTouched) {
   curve[100] = 1.0F;
   Echo(1).dist_raw = 20.0F;
   Echo(1).cogh = 100.0F;
