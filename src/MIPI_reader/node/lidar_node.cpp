@@ -5,6 +5,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "MIPI_reader/node/bring_up.h"
 #include "source/pcap_source.h"
 
 using kerul::lidar::DefaultConfig;
@@ -37,29 +38,6 @@ class InterruptBlock {
  private:
   sigset_t before_{};
 };
-
-kerul::lidar::GroundSettings MakeGroundSettings(const DefaultConfig& config) {
-  kerul::lidar::GroundSettings settings;
-  settings.vert_seed_enable = config.ground_vert_seed_enable;
-  settings.plane_enable = config.ground_plane_enable;
-  settings.smooth_enable = config.ground_smooth_enable;
-  settings.vert_span_ratio = config.ground_vert_span_ratio;
-  settings.vert_span_max = config.ground_vert_span_max;
-  settings.mean_diff_ratio = config.ground_mean_diff_ratio;
-  settings.mean_diff_max = config.ground_mean_diff_max;
-  settings.max_diff_ratio = config.ground_max_diff_ratio;
-  settings.max_diff_max = config.ground_max_diff_max;
-  settings.min_dist = config.ground_min_dist;
-  settings.plane_min_points = config.ground_plane_min_points;
-  settings.plane_keep_ratio = config.ground_plane_keep_ratio;
-  settings.plane_inlier_m = config.ground_plane_inlier_m;
-  settings.plane_pull = config.ground_plane_pull;
-  settings.plane_pull_full_m = config.ground_plane_pull_full_m;
-  settings.plane_pull_zero_m = config.ground_plane_pull_zero_m;
-  settings.plane_col_step = config.ground_plane_col_step;
-  settings.plane_max_points = config.ground_plane_max_points;
-  return settings;
-}
 
 }  // namespace
 
@@ -114,20 +92,8 @@ void LidarNode::CheckConfig() const {
 
 void LidarNode::MakeParser() {
   parser_ = std::make_shared<LidarParserQDV11>();
+  ConfigureParser(*config_, *parser_);
   const DefaultConfig::Debug& debug = config_->debug;
-  parser_->echo_metrics_debug = debug.if_debug;
-  parser_->debug_row = debug.row;
-  parser_->debug_col = debug.col;
-  parser_->debug_echo = debug.echo;
-  parser_->packet_debug = debug.packet_debug;
-  parser_->cogw_high_mode = config_->cogw_high_mode;
-  parser_->clip_side_peaks = config_->clip_side_peaks;
-  parser_->baseline_samples = config_->baseline_samples > 0 ? config_->baseline_samples : 1;
-  parser_->baseline_rise_gate =
-      config_->baseline_rise_gate < 0.0F ? 0.0F : config_->baseline_rise_gate;
-  parser_->baseline_rise_limit =
-      config_->baseline_rise_limit < 0.0F ? 0.0F : config_->baseline_rise_limit;
-  parser_->keep_bins = config_->frame_output_enable;
   if (debug.if_debug) {
     Log("] debug.if_debug=true (pixel echo debug) row=" + std::to_string(debug.row) +
         " col=" + std::to_string(debug.col) + " echo=" + std::to_string(debug.echo));

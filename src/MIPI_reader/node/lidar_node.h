@@ -25,8 +25,10 @@
 #include "source/source.h"
 
 namespace kerul::lidar {
+enum class OptionalTable;
 struct Para2LidarCalib;
-}
+struct SensorTables;
+}  // namespace kerul::lidar
 
 // Defined only by tests and tools that check the node.
 struct LidarNodeTestAccess;
@@ -75,14 +77,13 @@ class LidarNode {
   void LoadCalibFromSensor(const std::string& cali_path);
   kerul::lidar::Para2LidarCalib LoadPara2(const std::string& cali_path, std::string& label);
   void LoadAnglesFromSensor(const kerul::lidar::Para2LidarCalib& para2, const std::string& label);
-  std::vector<float> TakeOptionalTable(const std::vector<float>& table, std::size_t entries,
-                                       std::string_view table_name, std::string_view origin);
+  void BuildSensorObjects(const kerul::lidar::SensorTables& sensor, std::string_view tables_origin,
+                          const std::string& origin);
+  void LogOptionalTable(kerul::lidar::OptionalTable state, std::string_view table_name,
+                        std::string_view origin) const;
   void BuildHighReflCheck();
-  void BuildDistCalib(const std::vector<float>& curve, const std::vector<float>& offset,
-                      const std::vector<float>& curve_high, const std::string& origin);
-  void BuildRetroCalib(const std::vector<float>& curve, const std::vector<float>& scale,
-                       const std::vector<float>& cogh_efficiant,
-                       const std::vector<float>& retro_filter, const std::string& origin);
+  void BuildDistCalib(const kerul::lidar::SensorTables& sensor, const std::string& origin);
+  void BuildRetroCalib(const kerul::lidar::SensorTables& sensor, const std::string& origin);
   void AssembleCommonTables();
   void BuildEnvCalib();
   void BuildBloomCalib();

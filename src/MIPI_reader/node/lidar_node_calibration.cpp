@@ -1,21 +1,21 @@
 // Calibration assembly: the sensor's own data or the compiled-in tables become the objects that the
 // per-packet steps and the row passes work with.
-#include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
+#include "MIPI_reader/node/bring_up.h"
 #include "MIPI_reader/node/lidar_node.h"
 #include "calibration/para2_lidar_calib.h"
 #include "calibration/para2_loading.h"
 
 using kerul::lidar::AngleCalibGrid;
-using kerul::lidar::BloomSuppressCalib;
 using kerul::lidar::DefaultTables;
+using kerul::lidar::OptionalTable;
 using kerul::lidar::Para2CalibSource;
 using kerul::lidar::Para2LidarCalib;
 using kerul::lidar::Para2LoadOptions;
+using kerul::lidar::SensorTables;
 
 namespace {
 
@@ -23,8 +23,6 @@ constexpr std::string_view kGreen = "\033[32m";
 constexpr std::string_view kYellow = "\033[33m";
 constexpr std::string_view kRed = "\033[31m";
 
-constexpr std::size_t kCoghEfficiantEntries = 600;
-constexpr std::size_t kRetroFilterEntries = 31;
 constexpr std::string_view kFromTables = "default_tables";
 constexpr std::string_view kFromTablesBesideSensor = "para2/default_tables";
 
@@ -78,15 +76,7 @@ void LidarNode::LoadAnglesFromTables() {
 }
 
 void LidarNode::LoadCalibFromTables() {
-  const DefaultTables& tables = config_->tables;
-  const std::vector<float> cogh_efficiant = TakeOptionalTable(
-      tables.cogh_efficiant, kCoghEfficiantEntries, "cogh_efficiant", kFromTables);
-  const std::vector<float> retro_filter =
-      TakeOptionalTable(tables.retro_filter, kRetroFilterEntries, "retro_filter", kFromTables);
-  BuildHighReflCheck();
-  const std::string origin{kFromTables};
-  BuildDistCalib(tables.dist_curve, tables.dist_offset, tables.dist_curve_high, origin);
-  BuildRetroCalib(tables.retro_curve, tables.retro_scale, cogh_efficiant, retro_filter, origin);
+  BuildSensorObjects(TablesOf(config_->tables), kFromTables, std::string(kFromTables));
 }
 
 void LidarNode::LoadCalibFromSensor(const std::string& cali_path) {
@@ -94,16 +84,18 @@ void LidarNode::LoadCalibFromSensor(const std::string& cali_path) {
   const Para2LidarCalib para2 = LoadPara2(cali_path, label);
   LoadAnglesFromSensor(para2, label);
   if (!config_->calib_enable) return;
+  BuildSensorObjects(TablesOf(para2), kFromTablesBesideSensor, "lidar/bin, source=" + label);
+}
 
+// What is always taken from the tables stands beside the sensor's own data.
+void LidarNode::BuildSensorObjects(const SensorTables& sensor, std::string_view tables_origin,
+                                   const std::string& origin) {
   const DefaultTables& tables = config_->tables;
-  const std::vector<float> cogh_efficiant = TakeOptionalTable(
-      tables.cogh_efficiant, kCoghEfficiantEntries, "cogh_efficiant", kFromTablesBesideSensor);
-  const std::vector<float> retro_filter = TakeOptionalTable(
-      tables.retro_filter, kRetroFilterEntries, "retro_filter", kFromTablesBesideSensor);
+  LogOptionalTable(StateOfCoghEfficiant(tables), "cogh_efficiant", tables_origin);
+  LogOptionalTable(StateOfRetroFilter(tables), "retro_filter", tables_origin);
   BuildHighReflCheck();
-  const std::string origin = "lidar/bin, source=" + label;
-  BuildDistCalib(para2.dist_curve, para2.dist_offset, para2.dist_curve_high, origin);
-  BuildRetroCalib(para2.retro_curve, para2.retro_scale, cogh_efficiant, retro_filter, origin);
+  BuildDistCalib(sensor, origin);
+  BuildRetroCalib(sensor, origin);
 }
 
 Para2LidarCalib LidarNode::LoadPara2(const std::string& cali_path, std::string& label) {
@@ -155,28 +147,24 @@ void LidarNode::LoadAnglesFromSensor(const Para2LidarCalib& para2, const std::st
   parser_->angle_grid = angle_grid_;
 }
 
-// An empty table is none, without a word; one of the wrong size is reported and left out.
-std::vector<float> LidarNode::TakeOptionalTable(const std::vector<float>& table,
-                                                std::size_t entries, std::string_view table_name,
-                                                std::string_view origin) {
-  if (table.empty()) return {};
-  const bool fits = table.size() == entries;
-  Log("] " + std::string(table_name) + (fits ? " load succssed (" : " load failed (") +
+// An empty table is none, without a word.
+void LidarNode::LogOptionalTable(OptionalTable state, std::string_view table_name,
+                                 std::string_view origin) const {
+  if (state == OptionalTable::kAbsent) return;
+  const bool taken = state == OptionalTable::kTaken;
+  Log("] " + std::string(table_name) + (taken ? " load succssed (" : " load failed (") +
           std::string(origin) + ")",
-      fits ? kGreen : kRed);
-  return fits ? table : std::vector<float>{};
+      taken ? kGreen : kRed);
 }
 
 void LidarNode::BuildHighReflCheck() {
-  if (!config_->high_refl_check.enable) return;
-  high_refl_check_ = std::make_shared<kerul::lidar::HighReflCheck>(config_->high_refl_check);
-  Log("] highrefl check enabled", kGreen);
+  high_refl_check_ = MakeHighReflCheck(*config_);
+  if (high_refl_check_) Log("] highrefl check enabled", kGreen);
 }
 
-void LidarNode::BuildDistCalib(const std::vector<float>& curve, const std::vector<float>& offset,
-                               const std::vector<float>& curve_high, const std::string& origin) {
+void LidarNode::BuildDistCalib(const SensorTables& sensor, const std::string& origin) {
   try {
-    dist_calib_ = std::make_shared<kerul::lidar::DistCalib>(curve, offset, curve_high);
+    dist_calib_ = MakeDistCalib(sensor);
   } catch (const std::exception& error) {
     Log(std::string("] dist calib load failed: ") + error.what(), kRed);
     throw;
@@ -189,12 +177,9 @@ void LidarNode::BuildDistCalib(const std::vector<float>& curve, const std::vecto
   }
 }
 
-void LidarNode::BuildRetroCalib(const std::vector<float>& curve, const std::vector<float>& scale,
-                                const std::vector<float>& cogh_efficiant,
-                                const std::vector<float>& retro_filter, const std::string& origin) {
+void LidarNode::BuildRetroCalib(const SensorTables& sensor, const std::string& origin) {
   try {
-    retro_calib_ = std::make_shared<kerul::lidar::RetroCalib>(
-        curve, scale, config_->high_refl_check, cogh_efficiant, retro_filter);
+    retro_calib_ = MakeRetroCalib(*config_, sensor);
   } catch (const std::exception& error) {
     Log(std::string("] retro calib load failed: ") + error.what(), kRed);
     throw;
@@ -203,7 +188,6 @@ void LidarNode::BuildRetroCalib(const std::vector<float>& curve, const std::vect
 }
 
 void LidarNode::AssembleCommonTables() {
-  parser_->shot_times = config_->tables.shot_times;
   if (parser_->shot_times.empty()) {
     Log("] shot_times load failed (default_tables empty)", kRed);
   } else {
@@ -220,13 +204,11 @@ void LidarNode::AssembleCommonTables() {
 }
 
 void LidarNode::BuildEnvCalib() {
-  const DefaultTables& tables = config_->tables;
-  if (tables.env_cogh.empty() || tables.env_cogh_high.empty()) {
+  env_calib_ = MakeEnvCalib(*config_);
+  if (!env_calib_) {
     Log("] env load failed (default_tables env_cogh empty)", kRed);
     return;
   }
-  env_calib_ = std::make_shared<kerul::lidar::EnvCalib>(tables.env_cogh, tables.env_cogh_high,
-                                                        tables.env_cogt, config_->env_bias);
   Log("] env normal load succssed (default_tables)", kGreen);
   Log("] env high load succssed (default_tables)", kGreen);
   if (env_calib_->has_cogt) {
@@ -239,63 +221,37 @@ void LidarNode::BuildEnvCalib() {
 }
 
 void LidarNode::BuildBloomCalib() {
-  bloom_calib_ = {};
+  bloom_calib_ = MakeBloomCalib(*config_);
   if (!config_->high_ref_blooming) {
-    bloom_calib_.enable = false;
     Log("] bloom load failed (high_ref_blooming=false)", kRed);
     return;
   }
-  BloomSuppressCalib calib = config_->bloom_suppress_calib;
-  const DefaultTables& tables = config_->tables;
-  // Tables that do not fit leave the block's own, without a word.
-  if (tables.psf_same_block.size() == std::size(calib.psf_same_block) &&
-      tables.psf_adjacent_block.size() == std::size(calib.psf_adjacent_block) &&
-      tables.psf_diagonal_block.size() == std::size(calib.psf_diagonal_block)) {
-    std::copy(tables.psf_same_block.begin(), tables.psf_same_block.end(), calib.psf_same_block);
-    std::copy(tables.psf_adjacent_block.begin(), tables.psf_adjacent_block.end(),
-              calib.psf_adjacent_block);
-    std::copy(tables.psf_diagonal_block.begin(), tables.psf_diagonal_block.end(),
-              calib.psf_diagonal_block);
-  }
-  constexpr std::size_t kSide = kerul::lidar::kTemplateSide;
-  if (tables.power_template.size() == kSide * kSide) {
-    for (std::size_t i = 0; i < kSide * kSide; ++i) {
-      calib.power_template[i / kSide][i % kSide] = tables.power_template[i];
-    }
-  }
-  bloom_calib_ = calib;
   Log("] bloom load succssed (default_tables)", kGreen);
   Log(std::string("] bloom filter ") + (config_->blooming_filter_enable ? "enabled" : "disabled"),
       kGreen);
 }
 
 void LidarNode::BuildCogwFilter() {
-  const DefaultTables& tables = config_->tables;
-  if (tables.cogw_a.empty() || tables.cogw_b.empty() || tables.cogw_c.empty()) {
+  cogw_filter_ = MakeCogwFilter(config_->tables);
+  parser_->cogw_filter = cogw_filter_;
+  if (!cogw_filter_) {
     Log("] cogw filter load failed (default_tables cogw empty)", kRed);
     return;
   }
-  cogw_filter_ =
-      std::make_shared<kerul::lidar::CogwFilter>(tables.cogw_a, tables.cogw_b, tables.cogw_c);
-  parser_->cogw_filter = cogw_filter_;
   Log("] cogw filter load succssed (default_tables)", kGreen);
 }
 
 void LidarNode::BuildHighThresholdMap() {
-  const DefaultTables& tables = config_->tables;
-  if (tables.high_threshold_cogh_in.empty() || tables.high_threshold_cogh_out.empty()) {
-    high_threshold_map_.reset();
+  high_threshold_map_ = MakeHighThresholdMap(config_->tables);
+  if (!high_threshold_map_) {
     Log("] high-threshold map load failed (default_tables empty)", kRed);
     return;
   }
-  high_threshold_map_ = std::make_shared<kerul::lidar::HighThresholdMap>(
-      tables.high_threshold_cogh_in, tables.high_threshold_cogh_out);
   Log("] high-threshold map load succssed (default_tables)", kGreen);
 }
 
 void LidarNode::TakeDetectThreshold() {
   detect_threshold_bins_ = config_->tables.detect_threshold;
-  parser_->detect_threshold_bins = detect_threshold_bins_;
   detect_threshold_valid_ = !detect_threshold_bins_.empty();
   if (detect_threshold_valid_) {
     Log("] detect threshold load succssed (default_tables, bins=" +
