@@ -36,64 +36,32 @@ std::vector<InstructionSet> SupportedSets() {
   return sets;
 }
 
-GroundSettings MakeGroundSettings(const DefaultConfig& config) {
-  GroundSettings settings;
-  settings.vert_seed_enable = config.ground_vert_seed_enable;
-  settings.smooth_enable = config.ground_smooth_enable;
-  settings.vert_span_ratio = config.ground_vert_span_ratio;
-  settings.vert_span_max = config.ground_vert_span_max;
-  settings.mean_diff_ratio = config.ground_mean_diff_ratio;
-  settings.mean_diff_max = config.ground_mean_diff_max;
-  settings.max_diff_ratio = config.ground_max_diff_ratio;
-  settings.max_diff_max = config.ground_max_diff_max;
-  settings.min_dist = config.ground_min_dist;
-  settings.plane_min_points = 8;  // few enough for a small frame
-  settings.plane_keep_ratio = config.ground_plane_keep_ratio;
-  settings.plane_inlier_m = config.ground_plane_inlier_m;
-  settings.plane_pull = config.ground_plane_pull;
-  settings.plane_pull_full_m = config.ground_plane_pull_full_m;
-  settings.plane_pull_zero_m = config.ground_plane_pull_zero_m;
-  settings.plane_col_step = config.ground_plane_col_step;
-  settings.plane_max_points = config.ground_plane_max_points;
-  return settings;
+// All steps on, and a plane from as few points as a small frame has.
+DefaultConfig WithAllSteps(DefaultConfig config) {
+  config.calib_enable = true;
+  config.high_refl_check.enable = true;
+  config.high_ref_blooming = true;
+  config.bloom_suppress_calib.enable = true;
+  config.ground_plane_min_points = 8;
+  return config;
 }
 
-BloomSuppressCalib MakeBloomCalib(const DefaultConfig& config) {
-  BloomSuppressCalib calib = config.bloom_suppress_calib;
-  calib.enable = true;
-  const DefaultTables& tables = config.tables;
-  std::copy(tables.psf_same_block.begin(), tables.psf_same_block.end(), calib.psf_same_block);
-  std::copy(tables.psf_adjacent_block.begin(), tables.psf_adjacent_block.end(),
-            calib.psf_adjacent_block);
-  std::copy(tables.psf_diagonal_block.begin(), tables.psf_diagonal_block.end(),
-            calib.psf_diagonal_block);
-  return calib;
-}
-
-HighReflCheck EnabledCheck(const DefaultConfig& config) {
-  HighReflCheck check = config.high_refl_check;
-  check.enable = true;
-  return check;
+SensorTables TablesOf(const reference::SensorCalibration& sensor) {
+  return {.dist_curve = sensor.dist_curve,
+          .dist_offset = sensor.dist_offset,
+          .dist_curve_high = sensor.dist_curve_high,
+          .retro_curve = sensor.retro_curve,
+          .retro_scale = sensor.retro_scale};
 }
 
 }  // namespace
 
-TwinTables::TwinTables(const DefaultConfig& config, const simulator::CalibrationBlobs& blobs)
-    : sensor(reference::CalibrationFromPara2(blobs.head, blobs.main, config)),
-      env(config.tables.env_cogh, config.tables.env_cogh_high, config.tables.env_cogt,
-          config.env_bias),
-      dist(sensor.dist_curve, sensor.dist_offset, sensor.dist_curve_high),
-      height_map(config.tables.high_threshold_cogh_in, config.tables.high_threshold_cogh_out),
-      check(EnabledCheck(config)),
-      retro(sensor.retro_curve, sensor.retro_scale, check, config.tables.cogh_efficiant,
-            config.tables.retro_filter),
-      calibrator({.env = &env,
-                  .dist = &dist,
-                  .high_threshold_map = &height_map,
-                  .high_refl_check = &check,
-                  .retro = &retro}),
-      cogw_filter(std::make_shared<CogwFilter>(config.tables.cogw_a, config.tables.cogw_b,
-                                               config.tables.cogw_c)),
+TwinTables::TwinTables(const DefaultConfig& product, const simulator::CalibrationBlobs& blobs)
+    : config(WithAllSteps(product)),
+      sensor(reference::CalibrationFromPara2(blobs.head, blobs.main, config)),
+      objects(MakeCalibration(config, TablesOf(sensor))),
+      calibrator(StepsOf(objects)),
+      cogw_filter(MakeCogwFilter(config.tables)),
       ground(MakeGroundSettings(config)),
       bloom(MakeBloomCalib(config)),
       reference_env{config.tables.env_cogh, config.tables.env_cogh_high, config.tables.env_cogt,
@@ -101,7 +69,7 @@ TwinTables::TwinTables(const DefaultConfig& config, const simulator::Calibration
       reference_range{sensor.dist_curve, sensor.dist_offset, sensor.dist_curve_high},
       reference_heights{config.tables.high_threshold_cogh_in,
                         config.tables.high_threshold_cogh_out},
-      reference_reflectivity{sensor.retro_curve, sensor.retro_scale, check,
+      reference_reflectivity{sensor.retro_curve, sensor.retro_scale, config.high_refl_check,
                              config.tables.cogh_efficiant, config.tables.retro_filter} {}
 
 TwinRows::TwinRows(const DefaultConfig& config, const simulator::CalibrationBlobs& blobs)
@@ -110,13 +78,9 @@ TwinRows::TwinRows(const DefaultConfig& config, const simulator::CalibrationBlob
   for (const InstructionSet set : SupportedSets()) {
     NodeSide& side = sides_.emplace_back();
     side.set = set;
-    side.parser.shot_times = tables.shot_times;
-    side.parser.detect_threshold_bins = tables.detect_threshold;
+    ConfigureParser(config, side.parser);
     side.parser.cogw_filter = tables_.cogw_filter;
     side.parser.angle_grid = tables_.sensor.angle_grid;
-    side.parser.baseline_samples = config.baseline_samples;
-    side.parser.baseline_rise_gate = config.baseline_rise_gate;
-    side.parser.baseline_rise_limit = config.baseline_rise_limit;
   }
   reference_parser_.shot_times = tables.shot_times;
   reference_parser_.detect_threshold = tables.detect_threshold;
@@ -184,7 +148,7 @@ void TwinRows::RunReferencePacket() {
     reference::CompensateForEnvironment(tables_.reference_env, reference_points_);
     reference::CorrectRange(tables_.reference_range, reference_points_);
     reference::MapHeights(tables_.reference_heights, reference_points_);
-    reference::CheckHighRefl(tables_.check, reference_points_);
+    reference::CheckHighRefl(tables_.config.high_refl_check, reference_points_);
     reference::CalibrateReflectivity(tables_.reference_reflectivity, reference_points_);
   }
   for (const LidarPoint& point : reference_points_) {

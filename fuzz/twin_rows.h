@@ -6,8 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "MIPI_reader/node/ground/ground_labelling.h"
-#include "MIPI_reader/node/point_calibration/packet_calibrator.h"
+#include "MIPI_reader/node/bring_up.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "config/default_config.h"
 #include "lanes/instruction_set.h"
@@ -36,14 +35,11 @@ struct TwinSettings {
 
 // The tables and objects of both sides, from the simulated sensor's blobs; made once.
 struct TwinTables {
-  explicit TwinTables(const DefaultConfig& config, const simulator::CalibrationBlobs& blobs);
+  TwinTables(const DefaultConfig& product, const simulator::CalibrationBlobs& blobs);
 
+  DefaultConfig config;
   reference::SensorCalibration sensor;
-  EnvCalib env;
-  DistCalib dist;
-  HighThresholdMap height_map;
-  HighReflCheck check;
-  RetroCalib retro;
+  CalibrationObjects objects;
   PacketCalibrator calibrator;
   std::shared_ptr<CogwFilter> cogw_filter;
   GroundSettings ground;
