@@ -170,6 +170,7 @@ int SocketSource::SendTo(const sockaddr_in& destination, const std::uint8_t* buf
 }
 
 int SocketSource::Receive(UdpPacket& packet, std::uint16_t length, int flags, int timeout_us) {
+  found_nothing_ = false;
   if (!IsOpened() && !Open()) return -1;
   if (!use_select_) return Read(packet, length, flags);
 
@@ -189,7 +190,10 @@ int SocketSource::Receive(UdpPacket& packet, std::uint16_t length, int flags, in
 int SocketSource::Read(UdpPacket& packet, std::uint16_t length, int flags) {
   const std::size_t room = std::min<std::size_t>(length, sizeof packet.buffer);
   const ssize_t received = ::recvfrom(socket_fd_, packet.buffer, room, flags, nullptr, nullptr);
-  if (received == -1) use_select_ = true;
+  if (received == -1) {
+    use_select_ = true;
+    found_nothing_ = errno == EAGAIN || errno == EWOULDBLOCK;
+  }
   return static_cast<int>(received);
 }
 

@@ -33,6 +33,8 @@ class SocketSource : public Source {
   // Opens a source that is closed. Reads directly until nothing is there (-1), from then on waits
   // first (0 and packet.timed_out when the wait ends with nothing), until something came.
   int Receive(UdpPacket& packet, std::uint16_t length, int flags, int timeout_us) override;
+  // The -1 of the last Receive is an empty queue, not a call that failed.
+  bool FoundNothing() const noexcept { return found_nothing_; }
   int SetSocketBufferSize(std::uint32_t size) override;
 
  private:
@@ -49,7 +51,8 @@ class SocketSource : public Source {
   std::string client_ip_;
   std::uint16_t port_;  // 0 marks a closed source
   int socket_fd_ = -1;
-  bool use_select_ = false;       // the next Receive waits before it reads
+  bool use_select_ = false;  // the next Receive waits before it reads
+  bool found_nothing_ = false;
   sockaddr_in broadcast_addr_{};  // destination while client_ip_ is a broadcast
 };
 

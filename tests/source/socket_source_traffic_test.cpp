@@ -219,6 +219,22 @@ TEST_F(SocketSourceReceiving, AnEmptyDatagramGivesZeroWithoutTheFlag) {
   EXPECT_EQ(packet_.timed_out, 0);
 }
 
+TEST_F(SocketSourceReceiving, AnEmptyQueueIsToldFromAFailingCall) {
+  EXPECT_EQ(Receive(), -1);
+  EXPECT_TRUE(source_.FoundNothing());
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_FALSE(source_.FoundNothing());
+  ::close(fd_);
+  Printed([&] { EXPECT_EQ(Receive(), -1); });  // the wait
+  EXPECT_FALSE(source_.FoundNothing());
+}
+
+TEST_F(SocketSourceReceiving, AFailingFirstReadIsNoEmptyQueue) {
+  ::close(fd_);
+  EXPECT_EQ(Receive(), -1);
+  EXPECT_FALSE(source_.FoundNothing());
+}
+
 TEST_F(SocketSourceReceiving, AFailingWaitIsReported) {
   EXPECT_EQ(Receive(), -1);
   ::close(fd_);

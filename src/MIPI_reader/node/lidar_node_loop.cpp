@@ -9,6 +9,7 @@
 
 using kerul::lidar::LidarPoint;
 using kerul::lidar::PcapSource;
+using kerul::lidar::SocketSource;
 using kerul::lidar::Source;
 using kerul::lidar::UdpPacket;
 
@@ -51,6 +52,13 @@ ReceiveResult TryReceive(Source& source, UdpPacket& packet, int tries) {
     }
   }
   return result;
+}
+
+// A wait that says ready for an empty datagram, or for one of a false checksum, is followed by a
+// read that finds nothing. That may be the last of the tries, but nothing has failed.
+bool IsIdle(const Source& source) {
+  const auto* socket = dynamic_cast<const SocketSource*>(&source);
+  return socket != nullptr && socket->FoundNothing();
 }
 
 }  // namespace
@@ -106,6 +114,7 @@ void LidarNode::CloseFrame(int frame_id) {
 int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
   ReceiveResult result = TryReceive(*source, packet, kReceiveTries);
   if (result.taken || result.length != -1) return result.length;
+  if (IsIdle(*source)) return 0;
 
   if (!source->IsOpened() && source->GetType() == "PCAP") {
     if (auto* capture = dynamic_cast<PcapSource*>(source)) {

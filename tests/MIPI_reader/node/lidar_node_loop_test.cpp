@@ -2,6 +2,8 @@
 #include <filesystem>
 #include <numeric>
 
+#include "source/loopback.h"
+#include "source/socket_source.h"
 #include "support/node_fixture.h"
 
 namespace kerul::lidar::testing {
@@ -232,6 +234,51 @@ TEST_F(PacketLoop, AnOpenSourceThatKeepsFailingThrows) {
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "Failed to receive packet in max_retry_times");
   }
+}
+
+// A socket in the place of the scripted source, with nothing to read yet.
+class LiveLoop : public PacketLoop {
+ protected:
+  void SetUp() override {
+    PacketLoop::SetUp();
+    Start();
+    auto source = std::make_unique<SocketSource>(port_, "");
+    fd_ = DescriptorIn(Printed([&] { source->Open(); }));
+    Access().source() = std::move(source);
+  }
+  ~LiveLoop() override {
+    ::testing::internal::CaptureStdout();
+    node_.reset();
+    ::testing::internal::GetCapturedStdout();
+  }
+
+  const std::uint16_t port_ = FreePort();
+  const Peer peer_;
+  int fd_ = -1;
+  UdpPacket packet_{};
+};
+
+// Empty datagrams are read one a try; the read after the last of them finds nothing.
+TEST_F(LiveLoop, AnEmptyQueueAtTheLastTryIsNoFailure) {
+  for (int empty = 0; empty <= 20; ++empty) {
+    for (int i = 0; i < empty; ++i) peer_.SendTo(port_, {});
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Access().GetOnePacket(packet_), 0) << empty;
+  }
+  peer_.SendTo(port_, {1, 2, 3});
+  EXPECT_EQ(Access().GetOnePacket(packet_), 3);
+}
+
+TEST_F(LiveLoop, AReadOrWaitThatFailsTenTimesThrows) {
+  ASSERT_EQ(::close(fd_), 0);
+  std::string thrown;
+  Printed([&] {
+    try {
+      Access().GetOnePacket(packet_);
+    } catch (const std::runtime_error& error) {
+      thrown = error.what();
+    }
+  });
+  EXPECT_EQ(thrown, "Failed to receive packet in max_retry_times");
 }
 
 TEST_F(PacketLoop, AClosedSourceStopsTheNode) {
