@@ -50,6 +50,12 @@ void WriteInterruptLine(int signal_number) noexcept {
 std::atomic<bool> nodes_settled{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
 
+std::atomic<bool> interrupted{false};
+
+// So that a supervisor starts a node again whose port was taken. An interrupt and run_once end the
+// node as they should: 0.
+constexpr int kStatusSourceClosed = 3;
+
 void StopNodes() noexcept {
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
@@ -59,6 +65,7 @@ void StopNodes() noexcept {
 
 void signal_interrupt(int signal_number) {
   const int saved_errno = errno;
+  interrupted = true;
   WriteInterruptLine(signal_number);
   if (nodes_settled) StopNodes();
   errno = saved_errno;
@@ -97,10 +104,12 @@ int main(int argc, char** argv) {
   }
 
   nodes_settled = true;
+  bool source_closed = false;
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
     node->JoinWorker();
+    source_closed = source_closed || node->SourceHasClosed();
   }
   nodes_settled = false;  // the worker has ended: only this thread takes signals now
-  return 0;
+  return source_closed && !interrupted ? kStatusSourceClosed : 0;
 }

@@ -59,6 +59,9 @@ class LidarNode {
   void RequestStop() noexcept { running_ = false; }
   // Waits for the worker to end and releases its thread. Harmless without one.
   void JoinWorker();
+  // The worker ended because its source had closed for good, for instance a port that another
+  // program holds. Asked once the worker has been joined.
+  bool SourceHasClosed() const noexcept { return source_has_closed_; }
 
  private:
   friend struct LidarNodeTestAccess;
@@ -145,6 +148,7 @@ class LidarNode {
   std::unique_ptr<std::thread> thread_;
   std::atomic<bool> running_{false};
   static_assert(std::atomic<bool>::is_always_lock_free);  // the interrupt handler writes it
+  bool source_has_closed_ = false;
   kerul::lidar::PacketClock packet_clock_;
   std::chrono::system_clock::time_point packet_start_time_ = packet_clock_.Now();
   std::int64_t frame_busy_ns_ = 0;  // time spent on packets of the frame in hand
