@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "MIPI_reader/parser/point_packet_layout.h"
 #include "output/shm_words.h"
 #include "sensor_simulator/raw_packet.h"
 
@@ -24,7 +25,7 @@ struct LidarNodeTestAccess {
 namespace kerul::lidar::report {
 namespace {
 
-constexpr std::uint16_t kModeWithFlags = 12;
+constexpr auto kModeWithFlags = static_cast<std::uint16_t>(OutputMode::kFlags);
 constexpr std::uint16_t kBothSlotsAsTheyStand = 34;
 // More than the 3456 packets of a frame, which are read when the frame is through.
 constexpr std::uint32_t kRingSlots = 8192;

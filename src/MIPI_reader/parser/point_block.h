@@ -1,4 +1,5 @@
-// The points of a block in output mode 0, the mode that is published by default, in vector form.
+// The points of a block in OutputMode::kReflectivity, the mode published by default, in vector
+// form.
 #pragma once
 
 #include <cstdint>

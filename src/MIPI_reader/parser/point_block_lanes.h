@@ -1,5 +1,5 @@
 // The points of a block over W points at once, bit for bit the scalar form beside it
-// (point_packet_encoder.cpp, mode 0).
+// (point_packet_encoder.cpp, OutputMode::kReflectivity).
 #pragma once
 
 #include <cstdint>

@@ -55,14 +55,17 @@ PayloadBytes PackNoise(float noise, std::int32_t low, std::uint8_t high) noexcep
   return {TruncatedByte(noise * 0.0625F), PackBytes(low % 16, 16, noise), high};
 }
 
+static_assert(point_flag::kCogwFlagMask == cogw_flags::kAll);
+
 PayloadBytes EncodeFlags(const LidarEcho& echo) noexcept {
-  const int first = (echo.cogw_flag & cogw_flags::kAll) | echo.highRefl << 3 |
-                    echo.highReflBlooming << 4 | echo.afterPulse << 5 | echo.ground << 6 |
-                    echo.fill_point << 7;
-  const int second = static_cast<int>(echo.shot_noise_point) | echo.debug_flag << 1 |
-                     (echo.echo_flags & 1) << 2 | (echo.detect_pass ? 0 : 8) |
-                     echo.shot_noise_group_point << 4;
-  return {EncodeReflectivity(echo.refl_proc), LowByte(first), LowByte(second)};
+  using namespace point_flag;
+  const int flags = (echo.cogw_flag & kCogwFlagMask) | echo.highRefl << kHighRefl |
+                    echo.highReflBlooming << kBloom | echo.afterPulse << kAfterPulse |
+                    echo.ground << kGround | echo.fill_point << kFilled |
+                    echo.shot_noise_point << kShotNoise | echo.debug_flag << kDebug |
+                    (echo.echo_flags & 1) << kEchoFlag | !echo.detect_pass << kDetectFailed |
+                    echo.shot_noise_group_point << kShotNoiseGroup;
+  return {EncodeReflectivity(echo.refl_proc), LowByte(flags), LowByte(flags >> 8)};
 }
 
 }  // namespace
@@ -76,14 +79,13 @@ std::uint8_t EncodeReturnCode(int code) noexcept {
 std::uint32_t PointPacketSequence(std::uint32_t base, int packet_index,
                                   std::uint8_t marker) noexcept {
   const auto index = static_cast<std::uint32_t>(packet_index);
-  if (marker == 0) return base + index;
-  return base + 2 * index + (marker == 2 ? 1U : 0U);
+  if (marker == point_packet::kMarkerOnly) return base + index;
+  return base + 2 * index + (marker == point_packet::kMarkerSecond ? 1U : 0U);
 }
 
 void WritePointPacketHeader(const PointPacketHeader& header, std::uint8_t* packet) noexcept {
   using namespace point_packet;
-  packet[kMagicOffset] = 0xEE;
-  packet[kMagicOffset + 1] = 0xFF;
+  std::copy_n(kMagic, 2, packet + kMagicOffset);
   packet[kVersionOffset] = kVersionMajor;
   packet[kVersionOffset + 1] = kVersionMinor;
   StoreU16(packet + kHeightOffset, static_cast<std::uint32_t>(header.height));
@@ -94,25 +96,24 @@ void WritePointPacketHeader(const PointPacketHeader& header, std::uint8_t* packe
   packet[kUnitOffset] = kUnitMillimetres;
   StoreU16(packet + kPointCountOffset, kPoints);
   packet[kOutputModeOffset] = LowByte(header.output_mode);
-  packet[kTailOffset] = 0xDD;
-  packet[kTailOffset + 1] = 0xEE;
-  packet[kTailOffset + 2] = 0xFF;
+  std::copy_n(kTail, 3, packet + kTailOffset);
   packet[kBlockRowOffset] = LowByte(header.packet_index / kBlocksPerRow);
   packet[kBlockColOffset] = LowByte(header.packet_index % kBlocksPerRow);
   packet[kFrameIdOffset] = LowByte(header.frame_id);
-  packet[210] = 0;
+  packet[kZeroOffset] = 0;
   packet[kReturnCodeOffset] = EncodeReturnCode(header.echo_output_code);
-  StoreU16(packet + 212, 100);
-  StoreU16(packet + 214, 0);
+  StoreU16(packet + kFixedWordOffset, kFixedWord);
+  StoreU16(packet + kZeroWordOffset, 0);
   StoreU32BigEndian(packet + kSecondsOffset, header.time.seconds);
   StoreU32(packet + kMicrosecondsOffset, header.time.microseconds);
-  packet[224] = 0x42;
+  packet[kMarkOffset] = kMark;
   StoreU32(packet + kSequenceOffset, header.sequence);
 }
 
 std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept {
   // The published range is limited to this span in the one mode that consumers measure with.
-  if (output_mode == kOutputModeReflectivity && (dist_proc <= 0.05F || dist_proc >= 40.0F))
+  if (OutputMode{output_mode} == OutputMode::kReflectivity &&
+      (dist_proc <= 0.05F || dist_proc >= 40.0F))
     return 0;
   return static_cast<std::uint16_t>(TruncateToInt32(
       static_cast<double>(dist_proc) / static_cast<double>(point_packet::kUnitMetres)));
@@ -121,35 +122,35 @@ std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept {
 PayloadBytes EncodePayload(const LidarPoint& point, int echo, int output_mode) noexcept {
   const LidarEcho& e = point.echoes[echo];
   PayloadBytes bytes{};
-  switch (output_mode) {
-    case kOutputModeReflectivity:
+  switch (OutputMode{output_mode}) {
+    case OutputMode::kReflectivity:
       bytes[0] = EncodeReflectivity(e.refl_proc);
       PackHeight(e, 10.0F * point.shot_ratio, bytes);
       return bytes;
-    case 1:
+    case OutputMode::kPixelWord:
       return {TruncatedByte(point.pixel_word22 * 0.00390625F), TruncatedByte(point.pixel_word22),
               0};
-    case 3: {
+    case OutputMode::kNoiseAndWidth: {
       const std::int32_t width = TruncateToInt32(128.0F * e.cogw);
       return PackNoise(e.noise, width, LowByte(width / 16));
     }
-    case 4:
+    case OutputMode::kNoiseAndPeak:
       return PackNoise(e.noise, TruncateToInt32(e.peak), TruncatedByte(e.peak * 0.0625F));
-    case 5:
+    case OutputMode::kNoiseAndHeight:
       return PackNoise(e.noise, TruncateToInt32(e.cogh), TruncatedByte(e.cogh * 0.0625F));
-    case 6:
+    case OutputMode::kWidthAndPeak:
       return PackNoise(128.0F * e.cogw, TruncateToInt32(e.peak), TruncatedByte(e.peak * 0.0625F));
-    case 9:
+    case OutputMode::kPixelWordAndHeight:
       return {TruncatedByte(point.pixel_word22 * 0.0625F),
               PackBytes(TruncateToInt32(point.pixel_word22) % 16, 128, e.cogh),
               LowByte(TruncateToInt32(e.cogh) / 2)};
-    case 11: {
+    case OutputMode::kWaveformRms: {
       const float rms = 256.0F * e.waveform_rms_ratio;
       bytes[0] = rms > 255.0F ? 255 : TruncatedByte(rms);
       PackHeight(e, 0.015625F * point.shot_times, bytes);
       return bytes;
     }
-    case 12:
+    case OutputMode::kFlags:
       return EncodeFlags(e);
     default:
       return {LowByte(e.peak_addr), 0, 0};
@@ -189,11 +190,12 @@ void WritePointsOneByOne(const FrameRows& rows, const AngleCalibGrid& grid, int 
       PayloadBytes payload{};
       if (const LidarPoint* point = FindPoint(rows, row, col)) {
         distance = EncodeDistance(point->echoes[echo].dist_proc, output_mode);
-        payload = output_mode == kOutputModeDirection ? EncodeDirection(grid, row, col)
-                                                      : EncodePayload(*point, echo, output_mode);
+        payload = OutputMode{output_mode} == OutputMode::kDirection
+                      ? EncodeDirection(grid, row, col)
+                      : EncodePayload(*point, echo, output_mode);
       }
       StoreU16(bytes, distance);
-      std::copy(payload.begin(), payload.end(), bytes + 2);
+      std::copy(payload.begin(), payload.end(), bytes + point_packet::kPayloadOffset);
       bytes += point_packet::kPointBytes;
     }
   }
@@ -220,7 +222,8 @@ bool FindBlock(const FrameRows& rows, int packet_index, BlockRows& block) noexce
 
 void WritePoints(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index, int echo,
                  int output_mode, std::uint8_t* packet) noexcept {
-  const VectorForm form = output_mode == kOutputModeReflectivity ? kForms.Chosen() : nullptr;
+  const VectorForm form =
+      OutputMode{output_mode} == OutputMode::kReflectivity ? kForms.Chosen() : nullptr;
   BlockRows block;
   if (form != nullptr && FindBlock(rows, packet_index, block)) {
     form(block, echo, packet + point_packet::kPointsOffset);

@@ -58,15 +58,17 @@ int LidarParserQDV11::GetPacket_7_10_FromFrame(const kerul::lidar::FrameRows& ro
   if (echo < 0 || echo >= kerul::lidar::kEchoSlots || echo >= LidarPoint::echo_num) return -1;
 
   kerul::lidar::WritePoints(rows, angle_grid, packet_index, echo, output_mode, packet.buffer);
-  if (echo_metrics_debug && output_mode == kerul::lidar::kOutputModeReflectivity &&
-      echo == debug_echo) {
+  if (echo_metrics_debug && echo == debug_echo &&
+      kerul::lidar::OutputMode{output_mode} == kerul::lidar::OutputMode::kReflectivity) {
     TraceEcho(*this, rows, packet_index, echo, packet.buffer);
   }
 
   // The frame's last block: the next frame counts on from as many packets as this one has sent.
   if (packet_index == packet_count / 4 - 1) {
-    if (marker == 0) udp_seq_base += static_cast<std::uint32_t>(packet_count / 4);
-    if (marker == 2) udp_seq_base += static_cast<std::uint32_t>(packet_count / 2);
+    if (marker == point_packet::kMarkerOnly)
+      udp_seq_base += static_cast<std::uint32_t>(packet_count / 4);
+    if (marker == point_packet::kMarkerSecond)
+      udp_seq_base += static_cast<std::uint32_t>(packet_count / 2);
   }
   return point_packet::kBytes;
 }

@@ -56,7 +56,7 @@ class PointBlockLanesTest : public ::testing::Test {
                                           int echo) {
     ForceInstructionSet(set);
     std::vector<std::uint8_t> packet(kMaxDatagramBytes, kUntouched);
-    WritePoints(rows, AngleCalibGrid{}, index, echo, kOutputModeReflectivity, packet.data());
+    WritePoints(rows, AngleCalibGrid{}, index, echo, 0, packet.data());
     return packet;
   }
 
@@ -127,7 +127,7 @@ TEST(PointBlockDistance, EveryPublishedRangeComesOutAsByDivision) {
     }
     const V::Int units = PointBlockKernel<4>::EncodeDistance(range);
     for (int lane = 0; lane < 4; ++lane) {
-      wrong += units[lane] != EncodeDistance(range[lane], kOutputModeReflectivity);
+      wrong += units[lane] != EncodeDistance(range[lane], 0);
       ++compared;
     }
   }
