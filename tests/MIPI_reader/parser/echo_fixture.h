@@ -4,11 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <vector>
 
 #include "MIPI_reader/parser/echo_computation.h"
+#include "decode_blocks.h"
+#include "raw_packet_builder.h"
+#include "support/kernel_forms.h"
+#include "support/record_equality.h"
 
 namespace kerul::lidar {
 
@@ -35,17 +40,24 @@ struct Curves {
   std::vector<float> high = std::vector<float>(641, 100.0F);
 };
 
-class ComputeEchoTest : public ::testing::Test {
- protected:
-  ComputeEchoTest() {
+// What the computation is given and, in `point`, what it gives.
+struct EchoInputs {
+  EchoSettings settings;
+  LidarPoint point;
+  Curves used;
+
+  EchoInputs() {
     settings.baseline_rise_gate = 1e9F;  // no baseline adaptation unless a test asks for it
     settings.cogw_high_mode = 0;
-    for (LidarEcho& echo : point.echoes) {
-      echo.peak_addr = 100;
-      echo.noise = 10.0F;
-      echo.baseline = 16.0F;
-    }
+    for (LidarEcho& echo : point.echoes) Reset(echo, 16.0F);
     point.detect_threshold = 36.0F;
+  }
+
+  static void Reset(LidarEcho& echo, float baseline) {
+    echo = LidarEcho{};
+    echo.peak_addr = 100;
+    echo.noise = kNoise;
+    echo.baseline = baseline;
   }
 
   void UseCurves(const Curves& curves) {
@@ -55,14 +67,42 @@ class ComputeEchoTest : public ::testing::Test {
     settings.cogw_high_curve = used.high.data();
   }
 
-  const LidarEcho& Compute(const Samples& samples, int slot = 0) {
-    ComputeEcho(settings, samples.data(), point, slot);
-    return point.echoes[slot];
-  }
+  // A power of two, so that a number of shots gives any baseline exactly.
+  static constexpr int kNoise = 8;
+};
 
-  EchoSettings settings;
-  LidarPoint point;
-  Curves used;
+// Takes the window through a packet, in each form of its decoding.
+class EchoFormsTest : public FormsTest, protected EchoInputs {
+ protected:
+  EchoFormsTest() { LidarPoint::echo_num = 2; }
+  ~EchoFormsTest() override { LidarPoint::echo_num = 1; }
+
+  // All nine pixels have this window: enough for lanes, and for one window after them.
+  const LidarEcho& Compute(const Samples& samples, int slot = 0) {
+    LidarEcho& echo = point.echoes[slot];
+    BlockSamples block = EmptyPixel(0);
+    block[5] = kNoise;
+    SetWindow(block, slot, samples, echo.peak_addr);
+    std::array<std::uint8_t, 9 * 72> blocks;
+    for (std::size_t i = 0; i < 9; ++i) PackBlock(block, blocks.data() + 72 * i);
+
+    const auto threshold = static_cast<std::uint16_t>(point.detect_threshold);
+    const float shot_times = echo.baseline / 3.0F * (2048.0F / kNoise);
+    EXPECT_EQ(3.0F * (shot_times * (kNoise / 2048.0F)), echo.baseline);
+    const PacketContext context{.settings = settings,
+                                .threshold_bins = &threshold,
+                                .threshold_count = 1,
+                                .shot_times = shot_times,
+                                .shot_ratio = point.shot_ratio,
+                                .first_row = 0,
+                                .first_col = 0,
+                                .echo_count = 2};
+    std::array<LidarPoint, 9> points;
+    DecodeBlocksInForce(context, blocks.data(), points.data());
+    for (const LidarPoint& other : points) EXPECT_TRUE(SameRecord(other, points[0]));
+    echo = points[0].echoes[slot];
+    return echo;
+  }
 };
 
 }  // namespace kerul::lidar

@@ -8,17 +8,20 @@
 namespace kerul::lidar {
 namespace {
 
-TEST_F(ComputeEchoTest, ASumAtTheThresholdTakesTheHalfPosition) {
+using EchoWidths = EchoFormsTest;
+RUN_IN_EVERY_FORM(EchoWidths);
+
+TEST_P(EchoWidths, ASumAtTheThresholdTakesTheHalfPosition) {
   const LidarEcho& echo = Compute(Rounded());
   EXPECT_EQ(echo.cogw, 3.0F);  // 9.5 - 6.5
 }
 
-TEST_F(ComputeEchoTest, ASumBelowTheThresholdIsInterpolated) {
+TEST_P(EchoWidths, ASumBelowTheThresholdIsInterpolated) {
   const Samples samples = Window(6, {7, 20, 36, 20, 7});  // outer sums 11, inner ones 47
   EXPECT_FLOAT_EQ(Compute(samples).cogw, static_cast<float>(4.0 - 2.0 / 36.0));
 }
 
-TEST_F(ComputeEchoTest, AnEdgeAtTheWindowsEndStartsFromZero) {
+TEST_P(EchoWidths, AnEdgeAtTheWindowsEndStartsFromZero) {
   Samples samples;
   samples.fill(100);  // every sum 300, 284 above the baseline
   const LidarEcho& echo = Compute(samples);
@@ -27,7 +30,7 @@ TEST_F(ComputeEchoTest, AnEdgeAtTheWindowsEndStartsFromZero) {
   EXPECT_FLOAT_EQ(echo.dist_raw, 108.0F * 0.15F);
 }
 
-TEST_F(ComputeEchoTest, ACentreBelowTheThresholdHasNoHeight) {
+TEST_P(EchoWidths, ACentreBelowTheThresholdHasNoHeight) {
   point.echoes[0].baseline = 100.0F;  // threshold 30
   point.detect_threshold = 101.0F;
   const LidarEcho& echo = Compute(Window(7, {40, 40, 40}));  // 20 above the baseline
@@ -38,7 +41,7 @@ TEST_F(ComputeEchoTest, ACentreBelowTheThresholdHasNoHeight) {
   EXPECT_EQ(echo.cogw, 8.5F - 7.5F);
 }
 
-TEST_F(ComputeEchoTest, ANegativeBaselineFlowsThroughAsNotANumber) {
+TEST_P(EchoWidths, ANegativeBaselineFlowsThroughAsNotANumber) {
   point.echoes[0].baseline = -4.0F;
   const LidarEcho& echo = Compute(Triangle());
   EXPECT_EQ(echo.dist_raw, 108.0F * 0.15F);  // no sum is above NaN: the centre as it is
@@ -46,7 +49,7 @@ TEST_F(ComputeEchoTest, ANegativeBaselineFlowsThroughAsNotANumber) {
   EXPECT_EQ(echo.cogw, 7.5F - 8.5F);
 }
 
-TEST_F(ComputeEchoTest, AWidthBelowTheLowCurveIsFlagged) {
+TEST_P(EchoWidths, AWidthBelowTheLowCurveIsFlagged) {
   Curves curves;
   curves.low[76] = 3.0F;  // the rounded pulse: peak 76, width 3
   UseCurves(curves);
@@ -58,7 +61,7 @@ TEST_F(ComputeEchoTest, AWidthBelowTheLowCurveIsFlagged) {
 }
 
 // Finds the curve entry that is read: the only one that flags the width as too low.
-TEST_F(ComputeEchoTest, TheCurveIndexIsTheRoundedNormalisedPeak) {
+TEST_P(EchoWidths, TheCurveIndexIsTheRoundedNormalisedPeak) {
   const auto reads = [&](std::size_t index, float shot_ratio) {
     Curves curves;
     curves.low[index] = 1000.0F;
@@ -78,7 +81,7 @@ TEST_F(ComputeEchoTest, TheCurveIndexIsTheRoundedNormalisedPeak) {
   EXPECT_TRUE(reads(0, std::nanf("")));
 }
 
-TEST_F(ComputeEchoTest, ModeOneAlwaysComputesTheHighWidth) {
+TEST_P(EchoWidths, ModeOneAlwaysComputesTheHighWidth) {
   settings.cogw_high_mode = 1;
   const LidarEcho& echo = Compute(Triangle());
   const double threshold = 368.0 / 3.0;
@@ -93,18 +96,17 @@ TEST_F(ComputeEchoTest, ModeOneAlwaysComputesTheHighWidth) {
   EXPECT_FLOAT_EQ(echo.dist_raw, 108.0F * 0.15F);
 }
 
-TEST_F(ComputeEchoTest, OtherModesAndModeTwoWithoutCurvesLeaveTheHighWidthOut) {
+TEST_P(EchoWidths, OtherModesAndModeTwoWithoutCurvesLeaveTheHighWidthOut) {
   for (const int mode : {0, 2, 3}) {
     settings.cogw_high_mode = static_cast<std::uint16_t>(mode);
     point.echoes[0].baseline = 16.0F;
-    point.echoes[0].cogw_high = 5.0F;
     const LidarEcho& echo = Compute(Triangle());
     EXPECT_EQ(echo.cogw_high, 0.0F);
     EXPECT_EQ(echo.cogw_flag, 0);
   }
 }
 
-TEST_F(ComputeEchoTest, ModeTwoComputesTheHighWidthAboveTheGateCurve) {
+TEST_P(EchoWidths, ModeTwoComputesTheHighWidthAboveTheGateCurve) {
   settings.cogw_high_mode = 2;
   Curves curves;
   curves.gate[76] = 2.9375F;  // 0.1 above it is more than the width of 3
@@ -119,7 +121,7 @@ TEST_F(ComputeEchoTest, ModeTwoComputesTheHighWidthAboveTheGateCurve) {
   EXPECT_FLOAT_EQ(echo.cogw_high, static_cast<float>(4.0 - 2.0 * 28.0 / 36.0));
 }
 
-TEST_F(ComputeEchoTest, AHighWidthAboveItsCurveIsFlagged) {
+TEST_P(EchoWidths, AHighWidthAboveItsCurveIsFlagged) {
   settings.cogw_high_mode = 1;
   Curves curves;
   curves.high[76] = 2.4F;  // the width is 2.444
@@ -131,7 +133,7 @@ TEST_F(ComputeEchoTest, AHighWidthAboveItsCurveIsFlagged) {
   EXPECT_EQ(Compute(Rounded()).cogw_flag, 6);
 }
 
-TEST_F(ComputeEchoTest, APulseTooWideAndTooHighIsDropped) {
+TEST_P(EchoWidths, APulseTooWideAndTooHighIsDropped) {
   settings.cogw_high_mode = 1;
   Curves curves;
   curves.high.assign(641, 0.0F);
@@ -144,7 +146,7 @@ TEST_F(ComputeEchoTest, APulseTooWideAndTooHighIsDropped) {
   EXPECT_EQ(echo.cogw_flag & 4, 4);
 }
 
-TEST_F(ComputeEchoTest, AWidePulseThatIsLowIsKept) {
+TEST_P(EchoWidths, AWidePulseThatIsLowIsKept) {
   settings.cogw_high_mode = 1;
   Curves curves;
   curves.high.assign(641, 0.0F);
@@ -157,7 +159,7 @@ TEST_F(ComputeEchoTest, AWidePulseThatIsLowIsKept) {
 // Sums of 100, 160, 184, 176, 112 above the baseline 16 at 6 to 10.
 Samples Skewed() { return Window(6, {84, 32, 60, 108, 24}); }
 
-TEST_F(ComputeEchoTest, AModeratelyWidePulseTakesTheParabola) {
+TEST_P(EchoWidths, AModeratelyWidePulseTakesTheParabola) {
   settings.cogw_high_mode = 1;
   // Sums at 7, 8, 9: 176, 200, 192, so 160, 184, 176 above the baseline.
   const double curvature = 160.0 - 368.0 + 176.0;
@@ -180,7 +182,7 @@ TEST_F(ComputeEchoTest, AModeratelyWidePulseTakesTheParabola) {
   EXPECT_EQ(range_at(width - 0.05F), centroid);  // not above the curve by 0.1
 }
 
-TEST_F(ComputeEchoTest, ATopWithoutAVertexKeepsTheCentreSample) {
+TEST_P(EchoWidths, ATopWithoutAVertexKeepsTheCentreSample) {
   settings.cogw_high_mode = 1;
   Curves curves;
   UseCurves(curves);
@@ -193,7 +195,7 @@ TEST_F(ComputeEchoTest, ATopWithoutAVertexKeepsTheCentreSample) {
   EXPECT_EQ(Compute(flat).dist_raw, 108.0F * 0.15F);
 }
 
-TEST_F(ComputeEchoTest, AVertexMoreThanABinAwayIsNotTaken) {
+TEST_P(EchoWidths, AVertexMoreThanABinAwayIsNotTaken) {
   settings.cogw_high_mode = 1;
   // Sums at 7, 8, 9: 300, 396, 490; the vertex lies far to the right.
   const Samples samples = Window(5, {100, 100, 100, 100, 196, 194, 150});

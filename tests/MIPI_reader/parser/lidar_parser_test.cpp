@@ -3,26 +3,33 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <memory>
+#include <vector>
 
 #include "raw_packet_builder.h"
 #include "support/allocation_counter.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
 
-class LidarParserTest : public ::testing::Test {
- protected:
-  void SetUp() override { LidarPoint::echo_num = 2; }
-  void TearDown() override { LidarPoint::echo_num = 1; }
+struct ParsedPacket {
+  LidarParserQDV11 parser;
+  std::vector<LidarPoint> points;
+  int frame_id = -7;
+
+  ParsedPacket() { LidarPoint::echo_num = 2; }
+  ~ParsedPacket() { LidarPoint::echo_num = 1; }
 
   int Parse(const UdpPacket& packet, int echo_count = 2) {
     return parser.ParsePacket(packet, points, frame_id, echo_count);
   }
-
-  LidarParserQDV11 parser;
-  std::vector<LidarPoint> points;
-  int frame_id = -7;
 };
+
+class LidarParserTest : public ::testing::Test, protected ParsedPacket {};
+
+class PacketDecoding : public FormsTest, protected ParsedPacket {};
+RUN_IN_EVERY_FORM(PacketDecoding);
 
 TEST_F(LidarParserTest, TheBaseClassHasItsOwnGeometry) {
   LidarParser base;
@@ -127,7 +134,7 @@ TEST_F(LidarParserTest, TheVersionIsCheckedBeforeTheChannelCount) {
   EXPECT_EQ(Parse(packet), -1);
 }
 
-TEST_F(LidarParserTest, GivesNinePointsWithTheirPlacesAndWords) {
+TEST_P(PacketDecoding, GivesNinePointsWithTheirPlacesAndWords) {
   UdpPacket packet = RawPacket();
   packet.buffer[673] = 35;
   packet.buffer[671] = 3;
@@ -150,7 +157,7 @@ TEST_F(LidarParserTest, GivesNinePointsWithTheirPlacesAndWords) {
   EXPECT_EQ(points[8].pixel_word11, 3.0F);
 }
 
-TEST_F(LidarParserTest, LongerAndOlderVectorsAreCutAndReset) {
+TEST_P(PacketDecoding, LongerAndOlderVectorsAreCutAndReset) {
   points.resize(12);
   points[4].echoes[0].dist_raw = 3.0F;
   points[4].echoes[1].highRefl = true;
@@ -162,7 +169,7 @@ TEST_F(LidarParserTest, LongerAndOlderVectorsAreCutAndReset) {
   EXPECT_TRUE(points[4].echoes[1].debug_flag);
 }
 
-TEST_F(LidarParserTest, WildGroupAndSlotGivePlacesOutsideTheFrame) {
+TEST_P(PacketDecoding, WildGroupAndSlotGivePlacesOutsideTheFrame) {
   UdpPacket packet = RawPacket();
   packet.buffer[673] = 255;
   packet.buffer[671] = 255;
@@ -173,7 +180,7 @@ TEST_F(LidarParserTest, WildGroupAndSlotGivePlacesOutsideTheFrame) {
   EXPECT_EQ(points[0].col, 1530);
 }
 
-TEST_F(LidarParserTest, ShotsComeFromTheTableOfTheGroup) {
+TEST_P(PacketDecoding, ShotsComeFromTheTableOfTheGroup) {
   parser.shot_times.assign(48, 80.0F);
   parser.shot_times[3] = 400.0F;
   UdpPacket packet = RawPacket();
@@ -186,7 +193,7 @@ TEST_F(LidarParserTest, ShotsComeFromTheTableOfTheGroup) {
   EXPECT_EQ(points[8].shot_ratio, 2.5F);
 }
 
-TEST_F(LidarParserTest, AGroupBeyondTheShotTableUsesTheNominalCount) {
+TEST_P(PacketDecoding, AGroupBeyondTheShotTableUsesTheNominalCount) {
   parser.shot_times.assign(48, 80.0F);
   UdpPacket packet = RawPacket();
   for (const int group : {48, 200}) {
@@ -209,7 +216,7 @@ UdpPacket PacketWithNoise(int noise) {
   return packet;
 }
 
-TEST_F(LidarParserTest, TheDetectThresholdIsReadByNoiseAndShots) {
+TEST_P(PacketDecoding, TheDetectThresholdIsReadByNoiseAndShots) {
   for (int i = 0; i < 100; ++i) {
     parser.detect_threshold_bins.push_back(static_cast<std::uint16_t>(1000 + i));
   }
@@ -224,7 +231,7 @@ TEST_F(LidarParserTest, TheDetectThresholdIsReadByNoiseAndShots) {
   EXPECT_EQ(points[0].detect_threshold, 1074.0F);
 }
 
-TEST_F(LidarParserTest, ADetectThresholdIndexBehindTheTableTakesTheLastEntry) {
+TEST_P(PacketDecoding, ADetectThresholdIndexPastTheTableTakesTheLastEntry) {
   parser.detect_threshold_bins = {10, 20, 30};
   parser.shot_times = {432.0F};  // ratio 2.7
   Parse(PacketWithNoise(1));
@@ -236,7 +243,7 @@ TEST_F(LidarParserTest, ADetectThresholdIndexBehindTheTableTakesTheLastEntry) {
   EXPECT_EQ(points[0].detect_threshold, 10.0F);
 }
 
-TEST_F(LidarParserTest, WithoutATableTheDetectThresholdIsZero) {
+TEST_P(PacketDecoding, WithoutATableTheDetectThresholdIsZero) {
   Parse(PacketWithNoise(5));
   EXPECT_EQ(points[0].detect_threshold, 0.0F);
 }
@@ -252,7 +259,7 @@ UdpPacket PacketWithEchoes(int first_addr, int second_addr) {
   return packet;
 }
 
-TEST_F(LidarParserTest, EchoesGetAddressNoiseAndBaseline) {
+TEST_P(PacketDecoding, EchoesGetAddressNoiseAndBaseline) {
   parser.shot_times = {80.0F};
   parser.baseline_rise_gate = 1e9F;
   Parse(PacketWithEchoes(100, 200));
@@ -265,7 +272,7 @@ TEST_F(LidarParserTest, EchoesGetAddressNoiseAndBaseline) {
   EXPECT_EQ(points[0].echoes[1].baseline, 900.0F);
 }
 
-TEST_F(LidarParserTest, TheLastAddressIsTakenAndTheNextIsNot) {
+TEST_P(PacketDecoding, TheLastAddressIsTakenAndTheNextIsNot) {
   Parse(PacketWithEchoes(1000, 1001));
   EXPECT_EQ(points[0].echoes[0].peak_addr, 1000);
   EXPECT_EQ(points[0].echoes[0].noise, 7680.0F);
@@ -275,7 +282,7 @@ TEST_F(LidarParserTest, TheLastAddressIsTakenAndTheNextIsNot) {
   EXPECT_TRUE(points[0].echoes[1].detect_pass);  // reset state, nothing was computed
 }
 
-TEST_F(LidarParserTest, TheEchoCountLimitsTheWindowsThatAreRead) {
+TEST_P(PacketDecoding, TheEchoCountLimitsTheWindowsThatAreRead) {
   Parse(PacketWithEchoes(100, 200), 1);
   EXPECT_EQ(points[0].echoes[0].peak_addr, 100);
   EXPECT_EQ(points[0].echoes[1].peak_addr, 0);
@@ -289,7 +296,7 @@ TEST_F(LidarParserTest, TheEchoCountLimitsTheWindowsThatAreRead) {
   EXPECT_EQ(points[0].echoes[1].peak_addr, 200);
 }
 
-TEST_F(LidarParserTest, EachEchoIsComputedFromItsOwnWindow) {
+TEST_P(PacketDecoding, EachEchoIsComputedFromItsOwnWindow) {
   // Noise 0: baseline 0, every sum above it counts and the threshold 0 is always passed.
   UdpPacket packet = RawPacket();
   BlockSamples samples = EmptyPixel(0);
@@ -346,7 +353,7 @@ TEST_F(LidarParserTest, ThePacketLineHasAllItsItems) {
             "timestamp=4294967295 pixel_id=80 udp_sequence_num=-1 m_row=2\n");
 }
 
-TEST_F(LidarParserTest, AShortDatagramIsReadFromWhatTheBufferHolds) {
+TEST_P(PacketDecoding, AShortDatagramIsReadFromWhatTheBufferHolds) {
   UdpPacket packet = RawPacket();
   packet.buffer[673] = 5;
   packet.length = 4;
@@ -354,7 +361,7 @@ TEST_F(LidarParserTest, AShortDatagramIsReadFromWhatTheBufferHolds) {
   EXPECT_EQ(points.size(), 9U);
 }
 
-TEST_F(LidarParserTest, NothingIsAllocatedAfterTheFirstPacket) {
+TEST_P(PacketDecoding, NothingIsAllocatedAfterTheFirstPacket) {
   parser.detect_threshold_bins = {1};
   const UdpPacket packet = PacketWithEchoes(100, 200);
   Parse(packet);
@@ -364,7 +371,7 @@ TEST_F(LidarParserTest, NothingIsAllocatedAfterTheFirstPacket) {
   EXPECT_GT(before, 0);  // the counter works
 }
 
-TEST_F(LidarParserTest, AnySampleAndHeaderBytesAreTaken) {
+TEST_P(PacketDecoding, AnySampleAndHeaderBytesAreTaken) {
   parser.detect_threshold_bins = {1, 2, 3};
   parser.shot_times.assign(48, 432.0F);
   parser.cogw_filter = std::make_shared<CogwFilter>(

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "MIPI_reader/parser/point_packet_encoder.h"
-#include "lanes/instruction_set.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
@@ -48,69 +48,45 @@ FrameRows RandomRows(std::mt19937& random) {
   return rows;
 }
 
-class PointBlockLanesTest : public ::testing::Test {
+class PointBlockLanes : public FormsTest {
  protected:
-  ~PointBlockLanesTest() override { ForceInstructionSet(chosen_); }
-
-  static std::vector<std::uint8_t> Packet(InstructionSet set, const FrameRows& rows, int index,
-                                          int echo) {
-    ForceInstructionSet(set);
+  static std::vector<std::uint8_t> Packet(const FrameRows& rows, int index, int echo) {
     std::vector<std::uint8_t> packet(kMaxDatagramBytes, kUntouched);
     WritePoints(rows, AngleCalibGrid{}, index, echo, 0, packet.data());
     return packet;
   }
 
   // Counts the packets that were compared.
-  void CompareForms(const FrameRows& rows, int index, int echo) {
-    const std::vector<std::uint8_t> expected = Packet(InstructionSet::kScalar, rows, index, echo);
-    for (const InstructionSet set :
-         {InstructionSet::kPlain, InstructionSet::kAvx2, InstructionSet::kAvx512}) {
-      if (!IsSupported(set)) continue;
-      EXPECT_EQ(Packet(set, rows, index, echo), expected)
-          << InstructionSetName(set) << " block " << index << " echo " << echo;
-      ++compared_;
-    }
+  void ExpectLikeScalar(const FrameRows& rows, int index, int echo) {
+    const std::vector<std::uint8_t> packet = Packet(rows, index, echo);
+    const ForcedForm scalar(InstructionSet::kScalar);
+    EXPECT_EQ(packet, Packet(rows, index, echo)) << "block " << index << " echo " << echo;
+    ++compared_;
   }
 
-  InstructionSet chosen_ = ChosenInstructionSet();
   int compared_ = 0;
 };
+RUN_IN_EVERY_VECTOR_FORM(PointBlockLanes);
 
-TEST_F(PointBlockLanesTest, EveryFormWritesTheSameBytesAndNoOthers) {
+TEST_P(PointBlockLanes, WriteTheScalarBytesAndNoOthers) {
   std::mt19937 random(1);
   for (int round = 0; round < 10; ++round) {
     const FrameRows rows = RandomRows(random);
-    for (int index = 0; index < kRows / 6 * 48; ++index) CompareForms(rows, index, index % 2);
+    for (int index = 0; index < kRows / 6 * 48; ++index) ExpectLikeScalar(rows, index, index % 2);
   }
   EXPECT_GE(compared_, 10 * 96);
 }
 
-TEST_F(PointBlockLanesTest, BlocksThatLeaveTheRowsAreTheSameInEveryForm) {
+TEST_P(PointBlockLanes, WriteTheScalarBytesOfBlocksThatLeaveTheRows) {
   std::mt19937 random(2);
   FrameRows rows = RandomRows(random);
   rows.resize(9);
   for (std::vector<LidarPoint>& row : rows) row.resize(100);
   rows[3].resize(20);
   for (const int index : {-97, -49, -48, -1, 0, 2, 3, 15, 16, 17, 47, 48, 49, 64, 95, 96, 5000}) {
-    CompareForms(rows, index, 0);
+    ExpectLikeScalar(rows, index, 0);
   }
   EXPECT_GE(compared_, 17);
-}
-
-TEST_F(PointBlockLanesTest, BytesBehindThePointsStayAsTheyWere) {
-  std::mt19937 random(3);
-  const FrameRows rows = RandomRows(random);
-  const std::vector<std::uint8_t> packet = Packet(InstructionSet::kPlain, rows, 5, 0);
-  int untouched = 0;
-  for (int i = 0; i < kMaxDatagramBytes; ++i) {
-    const bool is_point =
-        i >= point_packet::kPointsOffset &&
-        i < point_packet::kPointsOffset + point_packet::kPoints * point_packet::kPointBytes;
-    if (is_point) continue;
-    EXPECT_EQ(packet[static_cast<std::size_t>(i)], kUntouched) << i;
-    ++untouched;
-  }
-  EXPECT_EQ(untouched, kMaxDatagramBytes - 180);
 }
 
 // The vector forms multiply where the scalar form divides: every float of the published span, its

@@ -5,28 +5,103 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
+
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
 
 using Bytes = PayloadBytes;
 
-TEST(EncodeDistance, CountsUnitsSlightlyAboveFourMillimetres) {
-  EXPECT_EQ(EncodeDistance(0.06F, 0), 14);
-  EXPECT_EQ(EncodeDistance(1.0F, 0), 249);
-  EXPECT_EQ(EncodeDistance(39.99F, 0), 9997);
-  EXPECT_EQ(EncodeDistance(40.0F, 3), 9999);
+// The default mode, which the vector forms write too: a whole block of one point.
+class DefaultMode : public FormsTest {
+ protected:
+  DefaultMode() { LidarPoint::echo_num = 2; }
+  ~DefaultMode() override { LidarPoint::echo_num = 1; }
+
+  // What all 36 points of the block are: distance units, then the payload.
+  struct Encoded {
+    int distance;
+    Bytes payload;
+  };
+  Encoded Encode(int echo = 0) const {
+    const FrameRows rows(6, std::vector<LidarPoint>(6, point));
+    std::vector<std::uint8_t> packet(kMaxDatagramBytes);
+    WritePoints(rows, AngleCalibGrid{}, 0, echo, kOutputModeReflectivity, packet.data());
+    const std::uint8_t* const first = packet.data() + point_packet::kPointsOffset;
+    for (int i = 1; i < point_packet::kPoints; ++i) {
+      EXPECT_EQ(std::memcmp(first, first + 5 * i, 5), 0) << "point " << i;
+    }
+    return {first[0] + 256 * first[1], {first[2], first[3], first[4]}};
+  }
+  int Distance(float range) {
+    point.echoes[0].dist_proc = range;
+    return Encode().distance;
+  }
+  int Reflectivity(float value) {
+    point.echoes[0].refl_proc = value;
+    return Encode().payload[0];
+  }
+
+  LidarPoint point;
+};
+RUN_IN_EVERY_FORM(DefaultMode);
+
+TEST_P(DefaultMode, CountsUnitsSlightlyAboveFourMillimetres) {
+  EXPECT_EQ(Distance(0.06F), 14);
+  EXPECT_EQ(Distance(1.0F), 249);
+  EXPECT_EQ(Distance(39.99F), 9997);
 }
 
-TEST(EncodeDistance, ModeZeroPublishesOnlyItsSpan) {
-  EXPECT_EQ(EncodeDistance(0.05F, 0), 0);
-  EXPECT_EQ(EncodeDistance(std::nextafter(0.05F, 1.0F), 0), 12);
-  EXPECT_EQ(EncodeDistance(40.0F, 0), 0);
-  EXPECT_EQ(EncodeDistance(std::nextafter(40.0F, 0.0F), 0), 9999);
-  EXPECT_EQ(EncodeDistance(0.0F, 0), 0);
+TEST_P(DefaultMode, PublishesOnlyItsSpan) {
+  EXPECT_EQ(Distance(0.05F), 0);
+  EXPECT_EQ(Distance(std::nextafter(0.05F, 1.0F)), 12);
+  EXPECT_EQ(Distance(40.0F), 0);
+  EXPECT_EQ(Distance(std::nextafter(40.0F, 0.0F)), 9999);
+  EXPECT_EQ(Distance(0.0F), 0);
+  EXPECT_EQ(Distance(-1.0F), 0);
+}
+
+TEST_P(DefaultMode, WhatIsNoNumberIsNoReturn) {
+  for (const float range : {std::nanf(""), INFINITY, -INFINITY}) EXPECT_EQ(Distance(range), 0);
+}
+
+TEST_P(DefaultMode, ReflectivityIsTruncatedAndLimited) {
+  EXPECT_EQ(Reflectivity(254.9F), 254);
+  EXPECT_EQ(Reflectivity(255.0F), 255);
+  EXPECT_EQ(Reflectivity(300.0F), 255);
+  EXPECT_EQ(Reflectivity(INFINITY), 255);
+  EXPECT_EQ(Reflectivity(std::nanf("")), 0);
+  EXPECT_EQ(Reflectivity(-3.5F), 253);
+}
+
+TEST_P(DefaultMode, SpreadsHeightGroundAndShots) {
+  LidarEcho& echo = point.echoes[0];
+  echo.cogh = 6.0F;
+  echo.ground = true;
+  EXPECT_EQ(Encode().payload, (Bytes{0, 42, 129}));
+  echo.ground = false;
+  EXPECT_EQ(Encode().payload, (Bytes{0, 42, 1}));
+  point.shot_ratio = 1.8F;  // in single precision 18
+  echo.cogh = 511.9F;
+  EXPECT_EQ(Encode().payload, (Bytes{0, 3 + 72, 127}));
+  // The bytes wrap: 4 * 70 = 280, 1000 / 4 = 250, 250 - 128 = 122.
+  point.shot_ratio = 7.0F;
+  echo.cogh = 1001.0F;
+  echo.ground = true;
+  EXPECT_EQ(Encode().payload, (Bytes{0, 25, 122}));
+}
+
+TEST_P(DefaultMode, ReadsTheGivenEcho) {
+  point.echoes[0].refl_proc = 1.0F;
+  point.echoes[1].refl_proc = 2.0F;
+  EXPECT_EQ(Encode(0).payload[0], 1);
+  EXPECT_EQ(Encode(1).payload[0], 2);
 }
 
 TEST(EncodeDistance, OtherModesPublishAll) {
+  EXPECT_EQ(EncodeDistance(40.0F, 3), 9999);
   EXPECT_EQ(EncodeDistance(0.05F, 12), 12);
   EXPECT_EQ(EncodeDistance(0.0F, 3), 0);
   // 300 m are 74999 units, of which 16 bits are kept.
@@ -35,52 +110,21 @@ TEST(EncodeDistance, OtherModesPublishAll) {
 }
 
 TEST(EncodeDistance, WhatIsNoNumberIsNoReturn) {
-  for (const int mode : {0, 3}) {
-    EXPECT_EQ(EncodeDistance(std::nanf(""), mode), 0);
-    EXPECT_EQ(EncodeDistance(INFINITY, mode), 0);
-    EXPECT_EQ(EncodeDistance(-INFINITY, mode), 0);
-  }
+  EXPECT_EQ(EncodeDistance(std::nanf(""), 3), 0);
+  EXPECT_EQ(EncodeDistance(INFINITY, 3), 0);
+  EXPECT_EQ(EncodeDistance(-INFINITY, 3), 0);
 }
 
 TEST(EncodePayload, ReflectivityIsTruncatedAndLimited) {
   LidarPoint point;
-  const auto reflectivity = [&](float value, int mode) {
+  const auto reflectivity = [&](float value) {
     point.echoes[0].refl_proc = value;
-    return EncodePayload(point, 0, mode)[0];
+    return EncodePayload(point, 0, 12)[0];
   };
-  for (const int mode : {0, 12}) {
-    EXPECT_EQ(reflectivity(254.9F, mode), 254);
-    EXPECT_EQ(reflectivity(255.0F, mode), 255);
-    EXPECT_EQ(reflectivity(300.0F, mode), 255);
-    EXPECT_EQ(reflectivity(INFINITY, mode), 255);
-    EXPECT_EQ(reflectivity(std::nanf(""), mode), 0);
-    EXPECT_EQ(reflectivity(-3.5F, mode), 253);
-  }
-}
-
-TEST(EncodePayload, ModeZeroSpreadsHeightGroundAndShots) {
-  LidarPoint point;
-  point.echoes[0].cogh = 6.0F;
-  point.echoes[0].ground = true;
-  EXPECT_EQ(EncodePayload(point, 0, 0), (Bytes{0, 42, 129}));
-  point.echoes[0].ground = false;
-  EXPECT_EQ(EncodePayload(point, 0, 0), (Bytes{0, 42, 1}));
-  point.shot_ratio = 1.8F;  // in single precision 18
-  point.echoes[0].cogh = 511.9F;
-  EXPECT_EQ(EncodePayload(point, 0, 0), (Bytes{0, 3 + 72, 127}));
-  // The bytes wrap: 4 * 70 = 280, 1000 / 4 = 250, 250 - 128 = 122.
-  point.shot_ratio = 7.0F;
-  point.echoes[0].cogh = 1001.0F;
-  point.echoes[0].ground = true;
-  EXPECT_EQ(EncodePayload(point, 0, 0), (Bytes{0, 25, 122}));
-}
-
-TEST(EncodePayload, ReadsTheGivenEcho) {
-  LidarPoint point;
-  point.echoes[0].refl_proc = 1.0F;
-  point.echoes[1].refl_proc = 2.0F;
-  EXPECT_EQ(EncodePayload(point, 0, 0)[0], 1);
-  EXPECT_EQ(EncodePayload(point, 1, 0)[0], 2);
+  EXPECT_EQ(reflectivity(254.9F), 254);
+  EXPECT_EQ(reflectivity(300.0F), 255);
+  EXPECT_EQ(reflectivity(std::nanf("")), 0);
+  EXPECT_EQ(reflectivity(-3.5F), 253);
 }
 
 TEST(EncodePayload, ModeOneCarriesTheWideWord) {

@@ -6,11 +6,12 @@
 
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "support/allocation_counter.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
 
-class PointPacketTest : public ::testing::Test {
+class PointPacketTest : public FormsTest {
  protected:
   PointPacketTest() : frame(216, 288, 2) {
     for (int row = 0; row < 216; ++row) {
@@ -45,8 +46,9 @@ class PointPacketTest : public ::testing::Test {
   LidarParserQDV11 parser;
   UdpPacket packet{};
 };
+RUN_IN_EVERY_FORM(PointPacketTest);
 
-TEST_F(PointPacketTest, HoldsTheBlockColumnByColumn) {
+TEST_P(PointPacketTest, HoldsTheBlockColumnByColumn) {
   EXPECT_EQ(Encode(49), 249);  // block row 1, block column 1
   At(6, 6).echoes[0].dist_proc = 2.0F;
   At(11, 11).echoes[0].dist_proc = 3.0F;
@@ -65,7 +67,7 @@ TEST_F(PointPacketTest, HoldsTheBlockColumnByColumn) {
   EXPECT_EQ(packet.buffer[209], 7);
 }
 
-TEST_F(PointPacketTest, TheHeaderTellsTheFrameGeometry) {
+TEST_P(PointPacketTest, TheHeaderTellsTheFrameGeometry) {
   Encode(0, 0, 1);
   EXPECT_EQ(packet.buffer[6] + 256 * packet.buffer[7], 216);
   EXPECT_EQ(packet.buffer[8] + 256 * packet.buffer[9], 288);
@@ -75,7 +77,7 @@ TEST_F(PointPacketTest, TheHeaderTellsTheFrameGeometry) {
   EXPECT_EQ(packet.buffer[13], 4);
 }
 
-TEST_F(PointPacketTest, BytesThatNothingNamesKeepTheirValue) {
+TEST_P(PointPacketTest, BytesThatNothingNamesKeepTheirValue) {
   std::memset(packet.buffer, 0x5A, sizeof(packet.buffer));
   Encode(3);
   for (const int i : {4, 5, 16, 17, 18, 19, 200, 201, 202, 229, 248, 249, 1499}) {
@@ -83,13 +85,13 @@ TEST_F(PointPacketTest, BytesThatNothingNamesKeepTheirValue) {
   }
 }
 
-TEST_F(PointPacketTest, TheSecondPacketHoldsTheSecondEcho) {
+TEST_P(PointPacketTest, TheSecondPacketHoldsTheSecondEcho) {
   Encode(0, 1, 2);
   EXPECT_EQ(packet.buffer[12], 2);
   EXPECT_EQ(packet.buffer[22], 100);
 }
 
-TEST_F(PointPacketTest, AnEchoThatIsNotInUseGetsAHeaderOnly) {
+TEST_P(PointPacketTest, AnEchoThatIsNotInUseGetsAHeaderOnly) {
   LidarPoint::echo_num = 1;
   parser.udp_seq_base = 5;
   EXPECT_EQ(Encode(1727, 1, 2), -1);
@@ -104,7 +106,7 @@ TEST_F(PointPacketTest, AnEchoThatIsNotInUseGetsAHeaderOnly) {
   EXPECT_EQ(Encode(0, -1), -1);
 }
 
-TEST_F(PointPacketTest, TheLastBlockMovesTheBaseAfterItsOwnNumber) {
+TEST_P(PointPacketTest, TheLastBlockMovesTheBaseAfterItsOwnNumber) {
   parser.udp_seq_base = 100;
   Encode(1726);
   EXPECT_EQ(parser.udp_seq_base, 100U);
@@ -113,7 +115,7 @@ TEST_F(PointPacketTest, TheLastBlockMovesTheBaseAfterItsOwnNumber) {
   EXPECT_EQ(parser.udp_seq_base, 1828U);
 }
 
-TEST_F(PointPacketTest, WithTwoPacketsABlockOnlyTheSecondMovesTheBase) {
+TEST_P(PointPacketTest, WithTwoPacketsABlockOnlyTheSecondMovesTheBase) {
   parser.udp_seq_base = 100;
   Encode(1727, 0, 1);
   EXPECT_EQ(Sequence(), 100U + 3454);
@@ -125,7 +127,7 @@ TEST_F(PointPacketTest, WithTwoPacketsABlockOnlyTheSecondMovesTheBase) {
   EXPECT_EQ(Sequence(), 100U + 3456);
 }
 
-TEST_F(PointPacketTest, TheTimeIsTheSystemClock) {
+TEST_P(PointPacketTest, TheTimeIsTheSystemClock) {
   using std::chrono::duration_cast;
   using std::chrono::microseconds;
   const auto now = [] {
@@ -142,7 +144,7 @@ TEST_F(PointPacketTest, TheTimeIsTheSystemClock) {
   EXPECT_LE(seconds * 1000000 + micros, after);
 }
 
-TEST_F(PointPacketTest, ModeTenUsesThePixelsPlaceInTheGrid) {
+TEST_P(PointPacketTest, ModeTenUsesThePixelsPlaceInTheGrid) {
   parser.angle_grid.rows = 12;
   parser.angle_grid.cols = 12;
   parser.angle_grid.xyz.assign(3 * 144, 0.0F);
@@ -162,7 +164,7 @@ TEST_F(PointPacketTest, ModeTenUsesThePixelsPlaceInTheGrid) {
   EXPECT_EQ(packet.buffer[20 + 5 * 6 + 2], 0);
 }
 
-TEST_F(PointPacketTest, PixelsThatTheFrameDoesNotHaveAreNoReturn) {
+TEST_P(PointPacketTest, PixelsThatTheFrameDoesNotHaveAreNoReturn) {
   for (const int index : {1728, 100000, 2147483647, -1, -49, -2147483647 - 1}) {
     std::memset(packet.buffer, 0x5A, sizeof(packet.buffer));
     EXPECT_EQ(Encode(index), 249);
@@ -177,7 +179,7 @@ TEST_F(PointPacketTest, PixelsThatTheFrameDoesNotHaveAreNoReturn) {
   EXPECT_EQ(packet.buffer[20 + 5 * (6 * 2 + 2) + 2], 2 * 6 + 2);  // row 2 is whole
 }
 
-TEST_F(PointPacketTest, NothingIsAllocated) {
+TEST_P(PointPacketTest, NothingIsAllocated) {
   const long before = AllocationCount();
   for (int mode = 0; mode < 14; ++mode) Encode(5, 0, 0, mode);
   EXPECT_EQ(AllocationCount(), before);
@@ -227,12 +229,13 @@ class EchoMetricsTest : public PointPacketTest {
     return ::testing::internal::GetCapturedStdout();
   }
 };
+RUN_IN_EVERY_FORM(EchoMetricsTest);
 
-TEST_F(EchoMetricsTest, TheTracedEchoIsPrintedWithARuler) {
+TEST_P(EchoMetricsTest, TheTracedEchoIsPrintedWithARuler) {
   EXPECT_EQ(Printed(49, 1), kLine + std::string(100, '-') + "\n");
 }
 
-TEST_F(EchoMetricsTest, NothingElseIsPrinted) {
+TEST_P(EchoMetricsTest, NothingElseIsPrinted) {
   EXPECT_EQ(Printed(49, 0), "");     // the other echo
   EXPECT_EQ(Printed(48, 1), "");     // another block
   EXPECT_EQ(Printed(49, 1, 3), "");  // another mode
