@@ -2,15 +2,15 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
 
 #include "MIPI_reader/parser/lidar_point.h"
+#include "support/raw_packet_builder.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 
 // Random numbers in closed ranges.
 class RandomSource {
@@ -31,7 +31,7 @@ class RandomSource {
 };
 
 // 17 samples of 12 bits over a background level.
-inline void FillWindow(RandomSource& random, float background, int* window) {
+inline void FillWindow(RandomSource& random, float background, std::uint16_t* window) {
   const int kind = random.Int(0, 5);
   const float height = kind == 0 ? 0.0F : random.Float(0.0F, random.OneIn(2) ? 300.0F : 5000.0F);
   const float centre = random.Float(7.0F, 9.0F);
@@ -44,42 +44,35 @@ inline void FillWindow(RandomSource& random, float background, int* window) {
     if (kind == 1 && i > 4 && i < 12) value = height;           // flat top
     if (kind == 2 && (i == 2 || i == 14)) value += height / 2;  // side peaks
     if (kind == 3) value = random.Float(0.0F, 4095.0F);
-    window[i] = static_cast<int>(std::clamp(value, 0.0F, 4095.0F));
+    window[i] = static_cast<std::uint16_t>(std::clamp(value, 0.0F, 4095.0F));
   }
 }
 
-inline void FillBlock(RandomSource& random, std::uint8_t* block) {
-  std::array<int, 48> samples;
-  for (int& sample : samples) sample = random.Int(0, 4095);
+inline BlockSamples RandomBlock(RandomSource& random) {
+  BlockSamples samples;
+  const auto number = [&](int lo, int hi) {
+    return static_cast<std::uint16_t>(random.Int(lo, hi));
+  };
+  for (std::uint16_t& sample : samples) sample = number(0, 4095);
   for (const std::size_t address : {1U, 2U}) {
-    samples[address] = random.Int(0, random.OneIn(2) ? 1100 : 60);
+    samples[address] = number(0, random.OneIn(2) ? 1100 : 60);
   }
-  if (!random.OneIn(40)) samples[3] = random.Int(0, 431);
+  if (!random.OneIn(40)) samples[3] = number(0, 431);
   if (!random.OneIn(10)) samples[4] = 0;
-  if (!random.OneIn(3)) samples[5] = random.Int(0, 300);
+  if (!random.OneIn(3)) samples[5] = number(0, 300);
   const float background = static_cast<float>(samples[5]) * random.Float(0.05F, 0.15F);
   FillWindow(random, background, &samples[10]);
   FillWindow(random, background, &samples[29]);
-  for (std::size_t i = 0; i < samples.size(); i += 2) {
-    *block++ = static_cast<std::uint8_t>(samples[i] >> 4);
-    *block++ = static_cast<std::uint8_t>(samples[i + 1] >> 4);
-    *block++ = static_cast<std::uint8_t>((samples[i] & 15) | ((samples[i + 1] & 15) << 4));
-  }
+  return samples;
 }
 
 // A packet that is taken; its place is now and then outside the frame.
 inline UdpPacket RandomRawPacket(RandomSource& random) {
-  UdpPacket packet{};
-  packet.length = 692;
+  UdpPacket packet = RawPacket();
   const auto byte = [&](int offset, int value) {
     packet.buffer[offset] = static_cast<std::uint8_t>(value);
   };
-  byte(0, 0xEE);
-  byte(1, 0xFF);
-  byte(2, 7);
-  byte(3, 11);
-  byte(12, 9);
-  for (int block = 0; block < 9; ++block) FillBlock(random, packet.buffer + 20 + 72 * block);
+  for (int block = 0; block < 9; ++block) SetBlock(packet, block, RandomBlock(random));
   byte(671, random.OneIn(50) ? random.Int(0, 255) : random.Int(0, 3));
   byte(673, random.OneIn(50) ? random.Int(0, 255) : random.Int(0, 35));
   byte(674, random.Int(0, 7));
@@ -88,4 +81,4 @@ inline UdpPacket RandomRawPacket(RandomSource& random) {
   return packet;
 }
 
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing

@@ -9,7 +9,7 @@
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "echo_fixture.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 namespace {
 
 using EchoComputation = EchoFormsTest;
@@ -243,7 +243,7 @@ class ClippingTest : public EchoFormsTest {
     Reset(point.echoes[0], 9.0F);
     settings.clip_side_peaks = false;
     Compute(expected);
-    EXPECT_TRUE(SameRecord(clipped, point));
+    EXPECT_EQ(PointDifference(clipped, point), "");
     EXPECT_GT(point.echoes[0].dist_raw, 0.0F);
   }
 };
@@ -263,6 +263,13 @@ TEST_P(ClippingTest, ASmallerPeakIsCutToTheLevel) {
 TEST_P(ClippingTest, TheRunOfTheMaximumStaysWhole) {
   Samples samples = Window(5, {7, 90, 30, 100, 8, 99, 7});
   ExpectSameAs(samples, samples);
+}
+
+TEST_P(ClippingTest, ASampleAtTheLevelEndsTheRunOfTheMaximum) {
+  Samples samples = Window(8, {100, 6, 90});
+  Samples cut = samples;
+  cut[10] = 6;
+  ExpectSameAs(samples, cut);
 }
 
 TEST_P(ClippingTest, ARunThatReachesTheWindowsEndCutsNothingThere) {
@@ -369,4 +376,4 @@ TEST_F(ComputeEchoTest, TheParserHandsItsSettingsOver) {
 }
 
 }  // namespace
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing

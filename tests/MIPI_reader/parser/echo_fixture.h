@@ -11,11 +11,11 @@
 
 #include "MIPI_reader/parser/echo_computation.h"
 #include "decode_blocks.h"
-#include "raw_packet_builder.h"
 #include "support/kernel_forms.h"
-#include "support/record_equality.h"
+#include "support/point_compare.h"
+#include "support/raw_packet_builder.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 
 using Samples = std::array<std::uint16_t, 17>;
 
@@ -99,10 +99,10 @@ class EchoFormsTest : public FormsTest, protected EchoInputs {
                                 .echo_count = 2};
     std::array<LidarPoint, 9> points;
     DecodeBlocksInForce(context, blocks.data(), points.data());
-    for (const LidarPoint& other : points) EXPECT_TRUE(SameRecord(other, points[0]));
+    for (const LidarPoint& other : points) EXPECT_EQ(PointDifference(other, points[0]), "");
     echo = points[0].echoes[slot];
     return echo;
   }
 };
 
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing

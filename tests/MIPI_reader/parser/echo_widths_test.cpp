@@ -5,7 +5,7 @@
 
 #include "echo_fixture.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 namespace {
 
 using EchoWidths = EchoFormsTest;
@@ -208,5 +208,20 @@ TEST_P(EchoWidths, AVertexMoreThanABinAwayIsNotTaken) {
   EXPECT_EQ(Compute(samples).dist_raw, 108.0F * 0.15F);
 }
 
+TEST_P(EchoWidths, AVertexOneBinAwayIsTakenAndOneJustBeyondIsNot) {
+  settings.cogw_high_mode = 1;
+  Curves curves;
+  // Sums at 7, 8, 9: 300, 396 and 428, whose vertex is 9; with 429 it is 8 + 129 / 126.
+  for (const int last : {132, 133}) {
+    const Samples samples = Window(5, {100, 100, 100, 100, 196, last, 150});
+    UseCurves(Curves());
+    point.echoes[0].baseline = 16.0F;
+    curves.high.assign(641, Compute(samples).cogw_high - 0.5F);
+    UseCurves(curves);
+    point.echoes[0].baseline = 16.0F;
+    EXPECT_FLOAT_EQ(Compute(samples).dist_raw, (last == 132 ? 109.0F : 108.0F) * 0.15F);
+  }
+}
+
 }  // namespace
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing

@@ -6,11 +6,11 @@
 #include <memory>
 #include <vector>
 
-#include "raw_packet_builder.h"
 #include "support/allocation_counter.h"
 #include "support/kernel_forms.h"
+#include "support/raw_packet_builder.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 namespace {
 
 struct ParsedPacket {
@@ -393,4 +393,4 @@ TEST_P(PacketDecoding, AnySampleAndHeaderBytesAreTaken) {
 }
 
 }  // namespace
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing

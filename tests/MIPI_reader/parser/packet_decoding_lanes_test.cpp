@@ -12,12 +12,12 @@
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/packet_decoding.h"
 #include "decode_blocks.h"
-#include "raw_packet_builder.h"
 #include "support/kernel_forms.h"
+#include "support/point_compare.h"
 #include "support/random_raw_packets.h"
-#include "support/record_equality.h"
+#include "support/raw_packet_builder.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 namespace {
 
 constexpr float kInf = std::numeric_limits<float>::infinity();
@@ -178,7 +178,7 @@ class PacketLanes : public FormsTest {
       const int place = Parse(packet, points, echo_count);
       ASSERT_EQ(place, ParseInScalarForm(packet, expected, echo_count));
       for (std::size_t k = 0; k < expected.size(); ++k) {
-        ASSERT_TRUE(SameRecord(points[k], expected[k])) << "packet " << i << " point " << k;
+        ASSERT_EQ(PointDifference(points[k], expected[k]), "") << "packet " << i << " point " << k;
         echoes += expected[k].echoes[0].dist_raw != 0.0F ? 1 : 0;
         echoes += expected[k].echoes[1].dist_raw != 0.0F ? 1 : 0;
       }
@@ -235,7 +235,8 @@ TEST_P(PacketLanes, CurveEntriesAreRoundedHalfAwayFromZero) {
       std::vector<LidarPoint> expected;
       Parse(packet, points, 1);
       ParseInScalarForm(packet, expected, 1);
-      ASSERT_TRUE(SameRecord(points[8], expected[8])) << "peak " << peak << " ratio " << ratio;
+      ASSERT_EQ(PointDifference(points[8], expected[8]), "")
+          << "peak " << peak << " ratio " << ratio;
       const float normalised = static_cast<float>(peak) / (parser.shot_times[0] / 160.0F);
       const long entry = std::min(std::lroundf(normalised), 640L);
       ASSERT_EQ(points[3].echoes[0].cogw_flag, entry % 2 == 0 ? 1 : 0)
@@ -264,9 +265,9 @@ TEST_P(PacketLanes, NothingOutsideTheBlocksIsRead) {
     std::vector<LidarPoint> expected(9);
     const int pixel_id = DecodeBlocks(context, blocks.data(), expected.data());
     EXPECT_EQ(DecodeBlocksInForce(context, blocks.data(), points.data()), pixel_id);
-    for (std::size_t k = 0; k < 9; ++k) EXPECT_TRUE(SameRecord(points[k], expected[k]));
+    for (std::size_t k = 0; k < 9; ++k) EXPECT_EQ(PointDifference(points[k], expected[k]), "");
   });
 }
 
 }  // namespace
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing

@@ -6,9 +6,9 @@
 #include <set>
 #include <utility>
 
-#include "raw_packet_builder.h"
+#include "support/raw_packet_builder.h"
 
-namespace kerul::lidar {
+namespace kerul::lidar::testing {
 namespace {
 
 TEST(UnpackBlock, TwoSamplesShareThreeBytes) {
@@ -52,7 +52,7 @@ TEST(ReadRawPixel, JoinsTheSplitWords) {
   samples[6] = 0xFFF;  // only the low ten bits count: 22 bits in all
   samples[7] = 0x456;
   samples[8] = 0xFFF;  // only the low eleven bits count
-  const RawPixel pixel = ReadRawPixel(samples.data());
+  const auto pixel = ReadRawPixel(samples.data());
   EXPECT_EQ(pixel.peak_addr[0], 1000);
   EXPECT_EQ(pixel.peak_addr[1], 4095);
   EXPECT_EQ(pixel.pixel_id, 431);
@@ -171,4 +171,4 @@ TEST(ReadRawHeader, ReadsTheFixedOffsets) {
 }
 
 }  // namespace
-}  // namespace kerul::lidar
+}  // namespace kerul::lidar::testing
