@@ -15,6 +15,7 @@
 #include "sensor_simulator/scenes.h"
 #include "support/allocation_counter.h"
 #include "support/node_access.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -43,9 +44,8 @@ class CountingSource : public ScriptedSource {
 class WorkerAllocation : public ::testing::Test {
  protected:
   void SetUp() override {
-    directory_ = std::filesystem::temp_directory_path() / UniqueShmName("allocation").substr(1);
-    const std::filesystem::path calibration =
-        simulator::WriteBlobs(simulator::MakeBlobs(simulator::SimulatorOptions{}), directory_);
+    const std::filesystem::path calibration = simulator::WriteBlobs(
+        simulator::MakeBlobs(simulator::SimulatorOptions{}), directory_.path());
     DefaultConfig config = default_config::kConfig;
     config.recv_port = 0;
     config.shm_name = shm_name_ = UniqueShmName("allocation");
@@ -59,7 +59,6 @@ class WorkerAllocation : public ::testing::Test {
     node_.reset();
     ::testing::internal::GetCapturedStdout();
     shm_unlink(shm_name_.c_str());
-    std::filesystem::remove_all(directory_);
   }
 
   // Allocations for each packet of the scene's third frame; the first two have warmed the node up.
@@ -86,7 +85,7 @@ class WorkerAllocation : public ::testing::Test {
  private:
   std::unique_ptr<LidarNode> node_;
   std::string shm_name_;
-  std::filesystem::path directory_;
+  TempDir directory_;
 };
 
 // The other tests would hold of a counter that counts nothing.

@@ -13,7 +13,7 @@
 #include "calibration/thrown_text.h"
 #include "calibration/wire_peer.h"
 #include "sensor_simulator/command_service.h"
-#include "support/temporary_working_directory.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
@@ -31,9 +31,9 @@ using Bytes = std::vector<std::uint8_t>;
 
 const std::string kId = "QNDR_003";
 
-class Para2Files : public testing::Test {
+class Para2Files : public ::testing::Test {
  protected:
-  TemporaryWorkingDirectory directory_;
+  testing::TempWorkingDir directory_;
 };
 
 TEST_F(Para2Files, TheCachePathsAreMadeOfTheId) {

@@ -15,7 +15,7 @@
 #include "calibration/thrown_text.h"
 #include "calibration/wire_peer.h"
 #include "sensor_simulator/command_service.h"
-#include "support/temporary_working_directory.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
@@ -36,7 +36,7 @@ const std::string kAngleFile = "Lidar-QNDR_003_angle_calib.dat";
 constexpr const char* kNoRegisterId = "cannot parse lidar_id from para2 head register bytes[0:20]";
 
 // A sensor with the sample in its memory, and an empty working directory.
-class Para2Loading : public testing::Test {
+class Para2Loading : public ::testing::Test {
  protected:
   Para2Loading() {
     options_.host = "127.0.0.1";
@@ -53,7 +53,7 @@ class Para2Loading : public testing::Test {
     WriteFile(ParaReadMainBinPath(kId), sample.main);
   }
 
-  TemporaryWorkingDirectory directory_;
+  testing::TempWorkingDir directory_;
   SamplePara2 sample_ = MakeSample(kId);
   std::unique_ptr<CommandService> service_ =
       std::make_unique<CommandService>(ServiceContent{sample_.head, sample_.main});

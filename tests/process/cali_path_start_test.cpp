@@ -187,9 +187,10 @@ TEST_F(CaliPathStart, ABrokenCameraModelEndsTheStart) {
   const std::string reason = "角度标定参数无效 (rows/cols/f)";
   ExpectFailure(
       "SIM-0001", "angle calib from para2 head failed: " + reason,
-      Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
-          Green("para2 load succeeded (source=local_cache, lidar_id=SIM-0001, CRC PASS)") +
-          Red("angle calib from lidar memory failed: " + reason));
+      kDefaultNode.Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
+          kDefaultNode.Green(
+              "para2 load succeeded (source=local_cache, lidar_id=SIM-0001, CRC PASS)") +
+          kDefaultNode.Red("angle calib from lidar memory failed: " + reason));
 }
 
 TEST_F(CaliPathStart, ARestartReportsTheRingThatItFinds) {
@@ -222,7 +223,7 @@ TEST_F(CaliPathStart, APortThatIsTakenEndsTheNodeAfterItsStart) {
   const std::size_t opened = expected.find("SocketSource::Open succeed");
   expected.replace(opened, expected.find("[LidarNode]") - opened, refused);
   for (int i = 0; i < 10; ++i) expected += refused;
-  expected += Plain("the udp source has been closed") + kClosingLines;
+  expected += kDefaultNode.Plain("the udp source has been closed") + kClosingLines;
   EXPECT_EQ(node->Out(), expected);
   EXPECT_EQ(node->Err(), "");
 }

@@ -37,7 +37,7 @@ int CountOf(const std::string& text, const std::string& part) {
 class CaptureReplay : public ::testing::Test {
  protected:
   CaptureReplay() {
-    simulator::WriteBlobs(SensorBlobs(), directory_.Path());
+    simulator::WriteBlobs(SensorBlobs(), directory_.path());
     config_.data_source = 2;
     config_.pcap_path = Capture();
     config_.shm_name = UniqueShmName("replay");
@@ -45,8 +45,8 @@ class CaptureReplay : public ::testing::Test {
   }
   ~CaptureReplay() override { shm_unlink(config_.shm_name.c_str()); }
 
-  std::string Capture() const { return (directory_.Path() / "run.pcap").string(); }
-  std::string Calibration() const { return (directory_.Path() / kSensorId).string(); }
+  std::string Capture() const { return (directory_.path() / "run.pcap").string(); }
+  std::string Calibration() const { return (directory_.path() / kSensorId).string(); }
   std::unique_ptr<LidarNode> MakeNode() const {
     return std::make_unique<LidarNode>("A_node", config_, Calibration());
   }
@@ -63,7 +63,7 @@ class CaptureReplay : public ::testing::Test {
     writer.Close();
   }
 
-  TemporaryDirectory directory_;
+  TempDir directory_;
   DefaultConfig config_ = default_config::kConfig;
 };
 

@@ -49,17 +49,6 @@ const simulator::CalibrationBlobs& SensorBlobs() {
   return blobs;
 }
 
-TemporaryDirectory::TemporaryDirectory() {
-  std::string name = (fs::temp_directory_path() / "lidar_process_XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-  path_ = fs::canonical(name);
-}
-
-TemporaryDirectory::~TemporaryDirectory() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
 std::unique_ptr<ChildProcess> ProcessTest::StartNode(
     const std::vector<std::string>& arguments) const {
   return Start(kNodeProgram, arguments, Directory());

@@ -14,6 +14,7 @@
 #include "child_process.h"
 #include "isolation.h"
 #include "sensor_simulator/calibration_blobs.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 
@@ -30,29 +31,15 @@ inline constexpr std::uint16_t kSensorPort = 9347;
 // The calibration of the simulated sensor with the default serial number; made once.
 const simulator::CalibrationBlobs& SensorBlobs();
 
-// Exists as long as the object.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  const std::filesystem::path& Path() const noexcept { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
 // A working directory for the programs.
 class ProcessTest : public ::testing::Test {
  protected:
-  const std::filesystem::path& Directory() const noexcept { return directory_.Path(); }
+  const std::filesystem::path& Directory() const noexcept { return directory_.path(); }
   std::unique_ptr<ChildProcess> StartNode(const std::vector<std::string>& arguments = {}) const;
   std::unique_ptr<ChildProcess> StartSimulator(const std::vector<std::string>& arguments) const;
 
  private:
-  TemporaryDirectory directory_;
+  TempDir directory_;
 };
 
 // And a network and a shared memory. Skipped where namespaces are not permitted.

@@ -177,7 +177,7 @@ TEST_F(ServiceFaultsTest, OddButSoundAnswersServe) {
   const auto node = StartNode();
   ASSERT_TRUE(WaitUntilRunning(*node)) << node->Err();
   EXPECT_EQ(node->Interrupt(), 0);
-  EXPECT_TRUE(node->WaitFor(Stream::kOut, kLastStartLine));
+  EXPECT_TRUE(node->WaitFor(Stream::kOut, kDefaultNode.Last()));
 }
 
 // Interrupts do not reach a node that is not there yet; each of them uses up one of the reads.
@@ -206,7 +206,7 @@ TEST_F(ServiceFaultsTest, AnInterruptInASlowStartIsForgottenAndTheNextOneEndsThe
   ASSERT_TRUE(WaitUntil([&] { return service_->received_requests() == 1; }));
   node->Signal(SIGINT);
   ASSERT_TRUE(node->WaitFor(Stream::kOut, "Interrupt signal (2) received.\n"));
-  ASSERT_TRUE(node->WaitFor(Stream::kOut, kLastStartLine)) << node->Err();
+  ASSERT_TRUE(node->WaitFor(Stream::kOut, kDefaultNode.Last())) << node->Err();
   ASSERT_TRUE(WaitUntilRunning(*node));
   EXPECT_EQ(node->WaitForExit(200ms), std::nullopt);
   EXPECT_EQ(node->Interrupt(), 0);
@@ -266,14 +266,14 @@ Ending StartAgainst(const std::function<std::shared_ptr<void>()>& make_sensor) {
   }
   isolation.AddAddress(SensorIp());
   const std::shared_ptr<void> sensor = make_sensor();
-  const TemporaryDirectory directory;
+  const TempDir directory;
   const auto begin = std::chrono::steady_clock::now();
-  ChildProcess node({kNodeProgram}, directory.Path());
+  ChildProcess node({kNodeProgram}, directory.path());
   ending.status = node.WaitForExit().value_or(-1);
   ending.time = std::chrono::steady_clock::now() - begin;
   ending.out = node.Out();
   ending.err = node.Err();
-  ending.cached = std::filesystem::exists(directory.Path() / "data");
+  ending.cached = std::filesystem::exists(directory.path() / "data");
   return ending;
 }
 

@@ -3,13 +3,11 @@
 
 #include <string>
 
+#include "support/start_lines.h"
+
 namespace kerul::lidar::testing {
 
-// Lines of the node: uncoloured, for success, a warning, a failure.
-std::string Plain(const std::string& text);
-std::string Green(const std::string& text);
-std::string Yellow(const std::string& text);
-std::string Red(const std::string& text);
+inline const StartLines kDefaultNode("QNDR_001_node");
 
 // From the first line to the one before the calibration. `cali_path` empty: from the sensor.
 // Opens a socket of its own to learn how much buffer the system grants.
@@ -34,8 +32,5 @@ inline const std::string kClosingLines = "SocketSource::Close()\nSource::Close()
 inline std::string FailedStartLog(const std::string& cali_path, const std::string& more = "") {
   return OpeningLines(cali_path) + LoadingLine(cali_path) + more + kClosingLines;
 }
-
-// The last line of a start: waiting for it is waiting for the whole log.
-extern const std::string kLastStartLine;
 
 }  // namespace kerul::lidar::testing

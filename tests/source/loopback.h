@@ -92,18 +92,18 @@ inline std::vector<int> OpenSockets() {
 // What `action` prints on standard output.
 template <typename Action>
 std::string Printed(Action action) {
-  testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStdout();
   action();
   std::fflush(stdout);
-  return testing::internal::GetCapturedStdout();
+  return ::testing::internal::GetCapturedStdout();
 }
 
 // What `action` prints on standard error.
 template <typename Action>
 std::string PrintedAsError(Action action) {
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   action();
-  return testing::internal::GetCapturedStderr();
+  return ::testing::internal::GetCapturedStderr();
 }
 
 // The descriptor named in the line of a successful Open, -1 without such a line.

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "source/loopback.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
@@ -86,22 +87,14 @@ Bytes Counting(std::size_t count) {
   return bytes;
 }
 
-class PcapSourceTest : public testing::Test {
+class PcapSourceTest : public ::testing::Test {
  protected:
   PcapSourceTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "pcap_XXXXXX").string();
-    directory_ = ::mkdtemp(pattern.data());
-    path_ = (directory_ / "some.pcap").string();
     std::memset(packet_.buffer, 0xEE, sizeof packet_.buffer);
     packet_.length = 4321;
   }
-  ~PcapSourceTest() override { std::filesystem::remove_all(directory_); }
 
-  void Write(const Bytes& bytes) const {
-    std::ofstream file(path_, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  }
+  void Write(const Bytes& bytes) const { directory_.Write("some.pcap", bytes); }
 
   // A source on a file of these bytes, opened.
   PcapSource& Opened(const Bytes& bytes) {
@@ -127,8 +120,8 @@ class PcapSourceTest : public testing::Test {
   int Receive() { return source_->Receive(packet_, 1500, 0, 1000); }
   Bytes Head(std::size_t count) const { return Bytes(packet_.buffer, packet_.buffer + count); }
 
-  std::filesystem::path directory_;
-  std::string path_;
+  testing::TempDir directory_;
+  std::string path_ = directory_.File("some.pcap");
   std::unique_ptr<PcapSource> source_;
   UdpPacket packet_{};
 };
@@ -154,8 +147,8 @@ TEST_F(PcapSourceTest, AMissingFileThrows) {
 }
 
 TEST_F(PcapSourceTest, ADirectoryThrowsLikeAMissingFile) {
-  PcapSource source(directory_.string());
-  EXPECT_EQ(OpenError(source), "Fail to open .pcap file: \"" + directory_.string() + "\"");
+  PcapSource source(directory_.path().string());
+  EXPECT_EQ(OpenError(source), "Fail to open .pcap file: \"" + directory_.path().string() + "\"");
 }
 
 TEST_F(PcapSourceTest, AnEmptyFileIsNoCapture) {

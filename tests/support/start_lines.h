@@ -1,4 +1,4 @@
-// The lines that a node called A_node logs at its start with the settings of TestConfig.
+// The lines that a node logs at its start.
 #pragma once
 
 #include <sstream>
@@ -8,13 +8,54 @@
 
 namespace kerul::lidar::testing {
 
-inline std::string Plain(const std::string& text) { return "[LidarNode][A_node] " + text + "\n"; }
-inline std::string Coloured(const std::string& colour, const std::string& text) {
-  return colour + "[LidarNode][A_node] " + text + "\033[0m\n";
-}
-inline std::string Green(const std::string& text) { return Coloured("\033[32m", text); }
-inline std::string Yellow(const std::string& text) { return Coloured("\033[33m", text); }
-inline std::string Red(const std::string& text) { return Coloured("\033[31m", text); }
+// Of the node with the given name.
+class StartLines {
+ public:
+  explicit StartLines(const std::string& node) : prefix_("[LidarNode][" + node + "] ") {}
+
+  // Uncoloured, for success, a warning, a failure.
+  std::string Plain(const std::string& text) const { return prefix_ + text + "\n"; }
+  std::string Green(const std::string& text) const { return Coloured("\033[32m", text); }
+  std::string Yellow(const std::string& text) const { return Coloured("\033[33m", text); }
+  std::string Red(const std::string& text) const { return Coloured("\033[31m", text); }
+
+  // Of tables that come from the configuration whatever the source of the calibration.
+  std::string OfTables() const {
+    return Green("shot_times load succssed (default_tables, 48 entries)") +
+           Green("env normal load succssed (default_tables)") +
+           Green("env high load succssed (default_tables)") +
+           Red("env cogt load failed (default_tables empty), cogt compensation disabled") +
+           Green("bloom load succssed (default_tables)") + Green("bloom filter enabled") +
+           Green("cogw filter load succssed (default_tables)") + Green("shot_noise enabled") +
+           Green("high-threshold map load succssed (default_tables)") + Last();
+  }
+
+  // What follows a calibration from the sensor or its files: label is "online", "local_cache" or
+  // "bin".
+  std::string OfCalibration(const std::string& label) const {
+    return Green("angle calib load succssed (" + label + ", shape=3x216x288)") +
+           Green("cogh_efficiant load succssed (para2/default_tables)") +
+           Green("highrefl check enabled") +
+           Green("dist calib load succssed (lidar/bin, source=" + label + ")") +
+           Green("dist curve high load succssed (embedded)") +
+           Green("retro calib load succssed (lidar/bin, source=" + label + ")") + OfTables();
+  }
+
+  // The last line of a start: waiting for it is waiting for the whole log.
+  std::string Last() const {
+    return Green("detect threshold load succssed (default_tables, bins=513)");
+  }
+
+ private:
+  std::string Coloured(const char* colour, const std::string& text) const {
+    return colour + prefix_ + text + "\033[0m\n";
+  }
+
+  std::string prefix_;
+};
+
+// The node of NodeFixture.
+inline const StartLines kANode("A_node");
 
 // The lines of the node out of a start-up log. Input and output have lines too: the worker opens
 // the input socket anew at every look, so that their number is not given.
@@ -29,21 +70,10 @@ inline std::string NodeLines(const std::string& log) {
   return kept;
 }
 
-// Up to the calibration.
+// Those of kANode up to the calibration, with the settings of TestConfig.
 inline std::string OpeningNodeLines(const DefaultConfig& config) {
-  return Plain("recv=:0") +
-         Plain("output=SHM name=" + config.shm_name + " size=" + std::to_string(config.shm_size));
+  return kANode.Plain("recv=:0") + kANode.Plain("output=SHM name=" + config.shm_name +
+                                                " size=" + std::to_string(config.shm_size));
 }
-
-// Tables that are taken from the configuration whatever the source of the calibration.
-inline const std::string kCommonLines =
-    Green("shot_times load succssed (default_tables, 48 entries)") +
-    Green("env normal load succssed (default_tables)") +
-    Green("env high load succssed (default_tables)") +
-    Red("env cogt load failed (default_tables empty), cogt compensation disabled") +
-    Green("bloom load succssed (default_tables)") + Green("bloom filter enabled") +
-    Green("cogw filter load succssed (default_tables)") + Green("shot_noise enabled") +
-    Green("high-threshold map load succssed (default_tables)") +
-    Green("detect threshold load succssed (default_tables, bins=513)");
 
 }  // namespace kerul::lidar::testing

@@ -10,16 +10,17 @@
 namespace kerul::lidar::testing {
 namespace {
 
-const std::string kHighCurve = Green("dist curve high load succssed (embedded)");
-const std::string kTables =
-    Green("cogh_efficiant load succssed (default_tables)") + Green("highrefl check enabled");
-const std::string kDist = kTables + Green("dist calib load succssed (default_tables)");
-const std::string kRetro = kDist + kHighCurve + Green("retro calib load succssed (default_tables)");
+const std::string kHighCurve = kANode.Green("dist curve high load succssed (embedded)");
+const std::string kTables = kANode.Green("cogh_efficiant load succssed (default_tables)") +
+                            kANode.Green("highrefl check enabled");
+const std::string kDist = kTables + kANode.Green("dist calib load succssed (default_tables)");
+const std::string kRetro =
+    kDist + kHighCurve + kANode.Green("retro calib load succssed (default_tables)");
 
 // The common lines before the one that begins with this text.
 std::string CommonLinesBefore(const std::string& text) {
-  const std::size_t line = kCommonLines.find("] " + text);
-  return kCommonLines.substr(0, kCommonLines.rfind('\n', line) + 1);
+  const std::size_t line = kANode.OfTables().find("] " + text);
+  return kANode.OfTables().substr(0, kANode.OfTables().rfind('\n', line) + 1);
 }
 
 class CalibrationAssembly : public NodeFixture {
@@ -39,12 +40,12 @@ class CalibrationAssembly : public NodeFixture {
 };
 
 TEST_F(CalibrationAssembly, AStartFromTablesLogsEachStepInOrder) {
-  ExpectStart(kRetro + kCommonLines);
+  ExpectStart(kRetro + kANode.OfTables());
 }
 
 TEST_F(CalibrationAssembly, WithCalibrationOffOnlyTheCommonTablesAreBuilt) {
   config_.calib_enable = false;
-  ExpectStart(kCommonLines);
+  ExpectStart(kANode.OfTables());
   EXPECT_FALSE(Access().HasDistCalib());
   EXPECT_FALSE(Access().HasRetroCalib());
   EXPECT_FALSE(Access().HasHighReflCheck());
@@ -57,19 +58,20 @@ TEST_F(CalibrationAssembly, TheDefaultTablesAloneFailAtTheRangeCalibration) {
   config_.tables.dist_offset.clear();
   const std::string error = "Invalid dist calib data (expect curve=512, offset=288*288)";
   ExpectFailure(error, kTables + "[INFO] dist_curve.size()=0\n[INFO] dist_offset.size()=0\n" +
-                           Red("dist calib load failed: " + error));
+                           kANode.Red("dist calib load failed: " + error));
 }
 
 TEST_F(CalibrationAssembly, AHighCurveOfTheWrongSizeFailsTheStart) {
   config_.tables.dist_curve_high.assign(100, 0.0F);
   const std::string error = "Invalid dist curve high vector (expect 512, got 100)";
-  ExpectFailure(error, kTables + Red("dist calib load failed: " + error));
+  ExpectFailure(error, kTables + kANode.Red("dist calib load failed: " + error));
 }
 
 TEST_F(CalibrationAssembly, WithoutAHighCurveTheLowOneServes) {
   config_.tables.dist_curve_high.clear();
-  ExpectStart(kDist + Yellow("dist curve high not configured, high-threshold uses low curve") +
-              Green("retro calib load succssed (default_tables)") + kCommonLines);
+  ExpectStart(kDist +
+              kANode.Yellow("dist curve high not configured, high-threshold uses low curve") +
+              kANode.Green("retro calib load succssed (default_tables)") + kANode.OfTables());
 }
 
 TEST_F(CalibrationAssembly, AReflectivityTableOfTheWrongSizeFailsTheStart) {
@@ -77,15 +79,15 @@ TEST_F(CalibrationAssembly, AReflectivityTableOfTheWrongSizeFailsTheStart) {
   const std::string error = "Invalid retro calib data (expect curve=512, scale=288*288)";
   ExpectFailure(error, kDist + kHighCurve +
                            "[INFO] retro_curve.size()=512\n[INFO] retro_scale.size()=5\n" +
-                           Red("retro calib load failed: " + error));
+                           kANode.Red("retro calib load failed: " + error));
 }
 
 TEST_F(CalibrationAssembly, OptionalTablesOfTheWrongSizeAreReportedAndLeftOut) {
   config_.tables.cogh_efficiant.resize(599);
   config_.tables.retro_filter.assign(30, 1.0F);
-  ExpectStart(Red("cogh_efficiant load failed (default_tables)") +
-              Red("retro_filter load failed (default_tables)") +
-              kRetro.substr(kRetro.find('\n') + 1) + kCommonLines);
+  ExpectStart(kANode.Red("cogh_efficiant load failed (default_tables)") +
+              kANode.Red("retro_filter load failed (default_tables)") +
+              kRetro.substr(kRetro.find('\n') + 1) + kANode.OfTables());
   EXPECT_FALSE(Access().retro_calib().cogh_efficiant_valid);
   EXPECT_FALSE(Access().retro_calib().retro_filter_valid);
 }
@@ -93,22 +95,23 @@ TEST_F(CalibrationAssembly, OptionalTablesOfTheWrongSizeAreReportedAndLeftOut) {
 TEST_F(CalibrationAssembly, AReflectivityFloorOfTheRightSizeIsTaken) {
   config_.tables.retro_filter.assign(31, 1.0F);
   StartNode(config_);
-  EXPECT_TRUE(Logged(Green("retro_filter load succssed (default_tables)")));
+  EXPECT_TRUE(Logged(kANode.Green("retro_filter load succssed (default_tables)")));
   EXPECT_TRUE(Access().retro_calib().retro_filter_valid);
 }
 
 TEST_F(CalibrationAssembly, ABrokenAngleTableIsReportedAndTheStartGoesOn) {
   config_.tables.angle_dat.assign(77, 0);
-  ExpectStart(Red("angle calib load failed (default_tables): 角度标定内存块长度不足 (need 78)") +
-              kRetro + kCommonLines);
+  ExpectStart(
+      kANode.Red("angle calib load failed (default_tables): 角度标定内存块长度不足 (need 78)") +
+      kRetro + kANode.OfTables());
   EXPECT_FALSE(Access().angle_grid().valid);
 }
 
 TEST_F(CalibrationAssembly, AnAngleTableThatServesIsReportedWithItsShape) {
   const simulator::CalibrationBlobs blobs = simulator::MakeBlobs(simulator::SimulatorOptions{});
   config_.tables.angle_dat.assign(blobs.head.begin() + 20, blobs.head.begin() + 98);
-  ExpectStart(Green("angle calib load succssed (default_tables, shape=3x216x288)") + kRetro +
-              kCommonLines);
+  ExpectStart(kANode.Green("angle calib load succssed (default_tables, shape=3x216x288)") + kRetro +
+              kANode.OfTables());
   EXPECT_TRUE(Access().angle_grid().valid);
 }
 
@@ -127,9 +130,9 @@ TEST_F(CalibrationAssembly, AWidthCurveOfTheWrongSizeFailsTheStart) {
 TEST_F(CalibrationAssembly, RangeCompensationParametersAreTaken) {
   config_.tables.env_cogt = {1.0F, 2.0F, 3.0F, 4.0F};
   StartNode(config_);
-  EXPECT_TRUE(Logged(Green("env high load succssed (default_tables)") +
-                     Green("env cogt load succssed (default_tables), bias=15") +
-                     Green("bloom load succssed (default_tables)")));
+  EXPECT_TRUE(Logged(kANode.Green("env high load succssed (default_tables)") +
+                     kANode.Green("env cogt load succssed (default_tables), bias=15") +
+                     kANode.Green("bloom load succssed (default_tables)")));
   EXPECT_TRUE(Access().env_calib().has_cogt);
   EXPECT_EQ(Access().env_calib().cogt_d, 4.0F);
 }
@@ -154,12 +157,12 @@ TEST_F(CalibrationAssembly, EmptyOptionalTablesSwitchTheirStepsOff) {
   config_.tables.detect_threshold.clear();
   config_.high_ref_blooming = false;
   config_.shot_noise_enable = false;
-  ExpectStart(kRetro + Red("shot_times load failed (default_tables empty)") +
-              Red("env load failed (default_tables env_cogh empty)") +
-              Red("bloom load failed (high_ref_blooming=false)") +
-              Red("cogw filter load failed (default_tables cogw empty)") +
-              Red("high-threshold map load failed (default_tables empty)") +
-              Red("detect threshold load failed (default_tables empty)"));
+  ExpectStart(kRetro + kANode.Red("shot_times load failed (default_tables empty)") +
+              kANode.Red("env load failed (default_tables env_cogh empty)") +
+              kANode.Red("bloom load failed (high_ref_blooming=false)") +
+              kANode.Red("cogw filter load failed (default_tables cogw empty)") +
+              kANode.Red("high-threshold map load failed (default_tables empty)") +
+              kANode.Red("detect threshold load failed (default_tables empty)"));
   EXPECT_FALSE(Access().HasEnvCalib());
   EXPECT_FALSE(Access().HasCogwFilter());
   EXPECT_FALSE(Access().HasHighThresholdMap());
@@ -180,7 +183,7 @@ TEST_F(CalibrationAssembly, BloomTablesAreCopiedOnlyWhenAllFit) {
   StartNode(config_);
   EXPECT_EQ(Access().bloom_calib().psf_same_block[0], 0.0F);
   EXPECT_EQ(Access().bloom_calib().power_template[5][5], 0.0F);
-  EXPECT_TRUE(Logged(Green("bloom filter disabled")));
+  EXPECT_TRUE(Logged(kANode.Green("bloom filter disabled")));
 }
 
 TEST_F(CalibrationAssembly, TheHighReflectivityBlockDecidesForItself) {

@@ -5,6 +5,7 @@
 #include "source/loopback.h"
 #include "source/socket_source.h"
 #include "support/node_fixture.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -133,18 +134,16 @@ TEST_F(PacketLoop, RowsStillUnprocessedAtTheLastPacketAreDropped) {
 }
 
 TEST_F(PacketLoop, AnExportedFileCarriesTheIdOfTheLastPacketNotThatOfTheFrame) {
-  std::string dir = (std::filesystem::temp_directory_path() / "packet_loop_XXXXXX").string();
-  ASSERT_NE(mkdtemp(dir.data()), nullptr);
+  const TempDir dir;
   config_.frame_output_enable = true;
-  config_.export_dir = dir;
+  config_.export_dir = dir.path().string();
   config_.export_mode = "raw";
   Start();
   // The first frame is published under 0; the second is closed by a packet of the first.
   Play({MakeRawPacket(9, kPacketsPerFrame - 1), MakeRawPacket(11, 0),
         MakeRawPacket(10, kPacketsPerFrame - 1)});
-  EXPECT_TRUE(std::filesystem::exists(dir + "/A_node_raw_f009_n000000.bin"));
-  EXPECT_TRUE(std::filesystem::exists(dir + "/A_node_raw_f010_n000001.bin"));
-  std::filesystem::remove_all(dir);
+  EXPECT_TRUE(std::filesystem::exists(dir.File("A_node_raw_f009_n000000.bin")));
+  EXPECT_TRUE(std::filesystem::exists(dir.File("A_node_raw_f010_n000001.bin")));
 }
 
 TEST_F(PacketLoop, RunOnceStopsAtTheFrameEnd) {

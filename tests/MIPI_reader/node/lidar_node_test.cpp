@@ -66,11 +66,11 @@ TEST_F(NodeBringUp, ACaptureIsReportedInPlaceOfThePort) {
       << "\xD4\xC3\xB2\xA1" << std::string(20, '\0');  // a header and nothing behind
   StartNode(config);
   const std::string lines = NodeLines(start_log_);
-  const std::string opening =
-      "[INFO] Trying to open pcap file: \"" + config.pcap_path + "\"\n" +
-      Plain("pcap=" + config.pcap_path) +
-      Plain("output=SHM name=" + config.shm_name + " size=" + std::to_string(config.shm_size)) +
-      Green("cogh_efficiant load succssed (default_tables)");
+  const std::string opening = "[INFO] Trying to open pcap file: \"" + config.pcap_path + "\"\n" +
+                              kANode.Plain("pcap=" + config.pcap_path) +
+                              kANode.Plain("output=SHM name=" + config.shm_name +
+                                           " size=" + std::to_string(config.shm_size)) +
+                              kANode.Green("cogh_efficiant load succssed (default_tables)");
   EXPECT_EQ(lines.substr(0, opening.size()), opening);
 }
 
@@ -78,7 +78,7 @@ TEST_F(NodeBringUp, ARegionTooSmallForTheRingEndsTheStart) {
   DefaultConfig config = TestConfig();
   config.shm_size = 3035;
   EXPECT_EQ(StartFailure(config), "ShmUdpWriter::Open failed: " + config.shm_name);
-  EXPECT_EQ(NodeLines(start_log_), Plain("recv=:0"));
+  EXPECT_EQ(NodeLines(start_log_), kANode.Plain("recv=:0"));
 }
 
 TEST_F(NodeBringUp, AFailingCalibrationLeavesNoThreadBehind) {

@@ -15,7 +15,7 @@
 #include "sensor_simulator/frame_simulator.h"
 #include "support/node_fixture.h"
 #include "support/start_lines.h"
-#include "support/temporary_working_directory.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -29,11 +29,12 @@ using simulator::ServiceFaults;
 using simulator::StallPhase;
 
 const std::string kId = "SIM-0001";
-const std::string kLoading = Yellow("Loading para2 calibration (RCX head -> cache or full RCX)...");
+const std::string kLoading =
+    kANode.Yellow("Loading para2 calibration (RCX head -> cache or full RCX)...");
 const std::string kForced =
-    Yellow("para2 force_read_from_lidar: must read head+main from lidar memory");
+    kANode.Yellow("para2 force_read_from_lidar: must read head+main from lidar memory");
 const std::string kFellBack =
-    Yellow("para2 online read failed; fallback to para_read (lidar_id=SIM-0001)");
+    kANode.Yellow("para2 online read failed; fallback to para_read (lidar_id=SIM-0001)");
 const std::string kHeadFailed = "para2 head register read failed: ";
 const std::string kMainFailed = "para2 main read failed: ";
 
@@ -54,20 +55,10 @@ CalibrationBlobs BrokenCameraBlobs() {
 }
 
 std::string Loaded(const std::string& label) {
-  return Green("para2 load succeeded (source=" + label + ", lidar_id=SIM-0001, CRC PASS)");
+  return kANode.Green("para2 load succeeded (source=" + label + ", lidar_id=SIM-0001, CRC PASS)");
 }
 
-const std::string kCacheSaved = Green("para_read cache saved (data/SIM-0001/para_read/)");
-
-// What follows a calibration with this label.
-std::string Assembled(const std::string& label) {
-  return Green("angle calib load succssed (" + label + ", shape=3x216x288)") +
-         Green("cogh_efficiant load succssed (para2/default_tables)") +
-         Green("highrefl check enabled") +
-         Green("dist calib load succssed (lidar/bin, source=" + label + ")") +
-         Green("dist curve high load succssed (embedded)") +
-         Green("retro calib load succssed (lidar/bin, source=" + label + ")") + kCommonLines;
-}
+const std::string kCacheSaved = kANode.Green("para_read cache saved (data/SIM-0001/para_read/)");
 
 class StartLog : public NodeFixture {
  protected:
@@ -108,7 +99,7 @@ class StartLog : public NodeFixture {
     fate.join();
   }
 
-  TemporaryWorkingDirectory directory_;
+  TempWorkingDir directory_;
   std::unique_ptr<CommandService> service_ =
       std::make_unique<CommandService>(ServiceContent{Blobs().head, Blobs().main});
   DefaultConfig config_ = TestConfig();
@@ -131,51 +122,56 @@ std::string CheckFailure(const CalibrationBlobs& blobs) {
 // ---- Sources.
 
 TEST_F(StartLog, OfAFirstStartTellsOfTheSensorAndTheCacheThatWasSaved) {
-  ExpectStart(kLoading + Loaded("online") + kCacheSaved + Assembled("online"));
+  ExpectStart(kLoading + Loaded("online") + kCacheSaved + kANode.OfCalibration("online"));
 }
 
 TEST_F(StartLog, OfASecondStartTellsOfTheCache) {
   WriteCache(Blobs());
-  ExpectStart(kLoading +
-              Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
-              Loaded("local_cache") + Assembled("local_cache"));
+  ExpectStart(
+      kLoading +
+      kANode.Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
+      Loaded("local_cache") + kANode.OfCalibration("local_cache"));
 }
 
 TEST_F(StartLog, OfAStartThatFellBackNamesItsFilesAndNoSavedCache) {
-  LoseTheSensor([] { WriteCache(Blobs()); },
-                [this] { ExpectStart(kLoading + kFellBack + Loaded("bin") + Assembled("bin")); });
+  LoseTheSensor(
+      [] { WriteCache(Blobs()); },
+      [this] { ExpectStart(kLoading + kFellBack + Loaded("bin") + kANode.OfCalibration("bin")); });
 }
 
 TEST_F(StartLog, OfADirectoryTellsOfTheCacheToo) {
   WriteCache(Blobs());
-  ExpectStart(Yellow("Loading para2 calibration from cali_path=data/SIM-0001 (no RCX)...") +
-                  Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
-                  Loaded("local_cache") + Assembled("local_cache"),
-              "data/SIM-0001");
+  ExpectStart(
+      kANode.Yellow("Loading para2 calibration from cali_path=data/SIM-0001 (no RCX)...") +
+          kANode.Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
+          Loaded("local_cache") + kANode.OfCalibration("local_cache"),
+      "data/SIM-0001");
   EXPECT_EQ(service_->accepted_connections(), 0);
 }
 
 TEST_F(StartLog, OfAForcedReadSaysSoAndThatTheCacheWasSavedAnew) {
   WriteCache(Blobs());
   config_.force_read_from_lidar = true;
-  ExpectStart(kLoading + kForced + Loaded("online") + kCacheSaved + Assembled("online"));
+  ExpectStart(kLoading + kForced + Loaded("online") + kCacheSaved + kANode.OfCalibration("online"));
 }
 
 TEST_F(StartLog, OfADirectorySaysThatItOverridesAForcedRead) {
   WriteCache(Blobs());
   config_.force_read_from_lidar = true;
-  ExpectStart(Yellow("Loading para2 calibration from cali_path=data/SIM-0001 (no RCX)...") +
-                  Yellow("cali_path overrides force_read_from_lidar") +
-                  Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
-                  Loaded("local_cache") + Assembled("local_cache"),
-              "data/SIM-0001");
+  ExpectStart(
+      kANode.Yellow("Loading para2 calibration from cali_path=data/SIM-0001 (no RCX)...") +
+          kANode.Yellow("cali_path overrides force_read_from_lidar") +
+          kANode.Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
+          Loaded("local_cache") + kANode.OfCalibration("local_cache"),
+      "data/SIM-0001");
   EXPECT_EQ(service_->accepted_connections(), 0);
 }
 
 TEST_F(StartLog, WithCalibrationOffEndsTheSensorsPartAtTheAngles) {
   config_.calib_enable = false;
   ExpectStart(kLoading + Loaded("online") + kCacheSaved +
-              Green("angle calib load succssed (online, shape=3x216x288)") + kCommonLines);
+              kANode.Green("angle calib load succssed (online, shape=3x216x288)") +
+              kANode.OfTables());
   EXPECT_FALSE(Access().HasDistCalib());
   EXPECT_FALSE(Access().HasRetroCalib());
   EXPECT_FALSE(Access().HasHighReflCheck());
@@ -186,20 +182,21 @@ TEST_F(StartLog, NamesBothOriginsOfOptionalTablesThatDoNotFit) {
   config_.tables.retro_filter.resize(32);
   config_.high_refl_check.enable = false;
   ExpectStart(kLoading + Loaded("online") + kCacheSaved +
-              Green("angle calib load succssed (online, shape=3x216x288)") +
-              Red("cogh_efficiant load failed (para2/default_tables)") +
-              Red("retro_filter load failed (para2/default_tables)") +
-              Green("dist calib load succssed (lidar/bin, source=online)") +
-              Green("dist curve high load succssed (embedded)") +
-              Green("retro calib load succssed (lidar/bin, source=online)") + kCommonLines);
+              kANode.Green("angle calib load succssed (online, shape=3x216x288)") +
+              kANode.Red("cogh_efficiant load failed (para2/default_tables)") +
+              kANode.Red("retro_filter load failed (para2/default_tables)") +
+              kANode.Green("dist calib load succssed (lidar/bin, source=online)") +
+              kANode.Green("dist curve high load succssed (embedded)") +
+              kANode.Green("retro calib load succssed (lidar/bin, source=online)") +
+              kANode.OfTables());
 }
 
 TEST_F(StartLog, NamesBothOriginsOfAReflectivityFloorThatFits) {
   config_.tables.retro_filter.assign(31, 1.0F);
   StartNode(config_);
-  EXPECT_NE(start_log_.find(Green("cogh_efficiant load succssed (para2/default_tables)") +
-                            Green("retro_filter load succssed (para2/default_tables)") +
-                            Green("highrefl check enabled")),
+  EXPECT_NE(start_log_.find(kANode.Green("cogh_efficiant load succssed (para2/default_tables)") +
+                            kANode.Green("retro_filter load succssed (para2/default_tables)") +
+                            kANode.Green("highrefl check enabled")),
             std::string::npos);
 }
 
@@ -294,14 +291,15 @@ TEST_F(StartLog, EndsInRedWhenTheCameraModelServesNoAngles) {
   const CalibrationBlobs broken = BrokenCameraBlobs();
   const std::string reason = "角度标定参数无效 (rows/cols/f)";
   const std::string error = "angle calib from para2 head failed: " + reason;
-  const std::string red = Red("angle calib from lidar memory failed: " + reason);
+  const std::string red = kANode.Red("angle calib from lidar memory failed: " + reason);
   service_->SetContent({broken.head, broken.main});
   ExpectFailure(error, kLoading + Loaded("online") + kCacheSaved + red);
   // The cache holds it now.
-  ExpectFailure(error,
-                kLoading +
-                    Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
-                    Loaded("local_cache") + red);
+  ExpectFailure(
+      error,
+      kLoading +
+          kANode.Yellow("para2 loaded from para_read cache (lidar_id=SIM-0001, skip main RCX)") +
+          Loaded("local_cache") + red);
   std::filesystem::remove_all("data");
   service_ = std::make_unique<CommandService>(ServiceContent{broken.head, broken.main});
   config_.rcx_port = service_->port();
@@ -311,7 +309,7 @@ TEST_F(StartLog, EndsInRedWhenTheCameraModelServesNoAngles) {
 
 TEST_F(StartLog, EndsAtTheCommonTableThatIsWrongAfterAFallbackToo) {
   config_.tables.cogw_a.resize(640);
-  const std::string all = Assembled("bin");
+  const std::string all = kANode.OfCalibration("bin");
   LoseTheSensor([] { WriteCache(Blobs()); },
                 [&] {
                   ExpectFailure("Invalid cogw filter data (expect peak range 0..640)",

@@ -10,7 +10,7 @@
 
 #include "MIPI_reader/node/frame_end/frame_export.h"
 #include "export_bytes.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
@@ -18,7 +18,7 @@ namespace {
 using export_test::Bytes;
 using export_test::File;
 using export_test::Header;
-using export_test::TempDir;
+using testing::TempDir;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 

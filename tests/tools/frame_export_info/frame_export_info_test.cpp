@@ -10,15 +10,15 @@
 
 #include "calibration/angle_calib.h"
 #include "export_bytes.h"
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
 
 using export_test::Bytes;
-using testing::HasSubstr;
+using ::testing::HasSubstr;
 
-class FrameExportInfo : public testing::Test {
+class FrameExportInfo : public ::testing::Test {
  protected:
   void SetUp() override {
     options_.file = dir_.Write(
@@ -44,7 +44,7 @@ class FrameExportInfo : public testing::Test {
     return dir_.Write("angle.dat", bytes);
   }
 
-  export_test::TempDir dir_;
+  testing::TempDir dir_;
   FrameExportInfoOptions options_;
   std::ostringstream out_;
   std::ostringstream err_;

@@ -7,12 +7,12 @@
 #include <limits>
 #include <vector>
 
-#include "temp_dir.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
 
-using export_test::TempDir;
+using testing::TempDir;
 
 const std::vector<ExportPoint> kPoints{{1.0F, -2.0F, 0.5F, 40.0F, 3, 258},
                                        {4.0F, 5.0F, 6.0F, 7.0F, 8, 9}};

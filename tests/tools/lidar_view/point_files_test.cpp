@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "support/temp_dir.h"
 #include "tools/lidar_view/sample_frame.h"
 
 namespace kerul::lidar::view {
@@ -31,9 +32,9 @@ void CheckFile(const std::string& text, const std::string& header) {
 }
 
 TEST(PointFiles, PcdHoldsHeaderAndPackedPoints) {
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ASSERT_TRUE(WritePcd(folder.File("a.pcd"), kPoints));
-  CheckFile(ReadText(folder.File("a.pcd")),
+  CheckFile(folder.Read("a.pcd"),
             "# .PCD v0.7 - Point Cloud Data file format\nVERSION 0.7\n"
             "FIELDS x y z intensity row col echo ground\nSIZE 4 4 4 4 2 2 1 1\n"
             "TYPE F F F F U U U U\nCOUNT 1 1 1 1 1 1 1 1\nWIDTH 2\nHEIGHT 1\n"
@@ -41,24 +42,24 @@ TEST(PointFiles, PcdHoldsHeaderAndPackedPoints) {
 }
 
 TEST(PointFiles, PlyHoldsHeaderAndPackedPoints) {
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ASSERT_TRUE(WritePly(folder.File("a.ply"), kPoints));
-  CheckFile(ReadText(folder.File("a.ply")),
+  CheckFile(folder.Read("a.ply"),
             "ply\nformat binary_little_endian 1.0\nelement vertex 2\nproperty float x\n"
             "property float y\nproperty float z\nproperty float intensity\nproperty ushort row\n"
             "property ushort col\nproperty uchar echo\nproperty uchar ground\nend_header\n");
 }
 
 TEST(PointFiles, AnEmptyCloudIsAFileToo) {
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ASSERT_TRUE(WritePly(folder.File("a.ply"), {}));
-  EXPECT_NE(ReadText(folder.File("a.ply")).find("element vertex 0\n"), std::string::npos);
+  EXPECT_NE(folder.Read("a.ply").find("element vertex 0\n"), std::string::npos);
   ASSERT_TRUE(WritePcd(folder.File("a.pcd"), {}));
-  EXPECT_NE(ReadText(folder.File("a.pcd")).find("POINTS 0\n"), std::string::npos);
+  EXPECT_NE(folder.Read("a.pcd").find("POINTS 0\n"), std::string::npos);
 }
 
 TEST(PointFiles, AnImpossiblePathFails) {
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   EXPECT_FALSE(WritePcd(folder.File("no/such/folder.pcd"), kPoints));
   EXPECT_FALSE(WritePly(folder.File("no/such/folder.ply"), kPoints));
 }

@@ -18,13 +18,14 @@
 
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
+#include "support/temp_dir.h"
 #include "tools/lidar_view/sample_frame.h"
 #include "udp_point_receiver.h"
 
 namespace kerul::lidar::view {
 namespace {
 
-using testing::HasSubstr;
+using ::testing::HasSubstr;
 
 // Sends frames of one echo until it goes away, some twenty-five a second.
 class FrameSender {
@@ -122,7 +123,7 @@ class RingStream {
 
 TEST(Viewer, FramesOfTheRingAreShownAndWritten) {
   const RingStream stream;
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ViewerOptions options;
   options.shm_name = stream.Name();
   options.limits.complete_frames = 3;
@@ -133,10 +134,10 @@ TEST(Viewer, FramesOfTheRingAreShownAndWritten) {
   const Outcome outcome = RunWith(options);
   EXPECT_EQ(outcome.exit_status, 0) << outcome.err;
   EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(ReadText(options.files.png).substr(1, 3), "PNG");
-  EXPECT_THAT(ReadText(options.files.pcd), HasSubstr("POINTS 62208\n"));
-  EXPECT_THAT(ReadText(options.files.ply), HasSubstr("element vertex 62208\n"));
-  const std::string summary = ReadText(options.summary);
+  EXPECT_EQ(testing::ReadFile(options.files.png).substr(1, 3), "PNG");
+  EXPECT_THAT(testing::ReadFile(options.files.pcd), HasSubstr("POINTS 62208\n"));
+  EXPECT_THAT(testing::ReadFile(options.files.ply), HasSubstr("element vertex 62208\n"));
+  const std::string summary = testing::ReadFile(options.summary);
   EXPECT_EQ(ValueOf(summary, "complete"), 3);
   EXPECT_EQ(ValueOf(summary, "incomplete"), 0);
   EXPECT_EQ(ValueOf(summary, "lost"), 0);
@@ -157,7 +158,7 @@ TEST(Viewer, FramesOfAUdpStreamAreCollected) {
 
 TEST(Viewer, AStreamThatAlwaysLacksABlockIsAFailureWithItsNumbers) {
   const RingStream stream(500);
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ViewerOptions options;
   options.shm_name = stream.Name();
   options.limits.seconds = 0.5;
@@ -168,7 +169,7 @@ TEST(Viewer, AStreamThatAlwaysLacksABlockIsAFailureWithItsNumbers) {
   EXPECT_THAT(outcome.err, HasSubstr("lidar_view: no complete frame came from ring /kerul_test_"));
   EXPECT_THAT(outcome.err, HasSubstr(" packets, "));
   EXPECT_FALSE(std::filesystem::exists(options.files.png));
-  const std::string summary = ReadText(options.summary);
+  const std::string summary = testing::ReadFile(options.summary);
   EXPECT_EQ(ValueOf(summary, "complete"), 0);
   EXPECT_GT(ValueOf(summary, "incomplete"), 0);
 }
@@ -177,13 +178,13 @@ TEST(Viewer, AUdpStreamsLossIsCountedByItsSequence) {
   const std::uint16_t port = FreePort();
   const LoopbackSocket socket(port);
   const FrameSender sender([&](const PacketBytes& bytes) { socket.Send(bytes); }, 500);
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ViewerOptions options;
   options.udp_port = port;
   options.limits.seconds = 0.5;
   options.summary = folder.File("s.txt");
   EXPECT_EQ(RunWith(options).exit_status, 1);
-  EXPECT_GT(ValueOf(ReadText(options.summary), "lost"), 0);
+  EXPECT_GT(ValueOf(testing::ReadFile(options.summary), "lost"), 0);
 }
 
 TEST(Viewer, AMissingRingIsSaidSo) {
@@ -212,7 +213,7 @@ TEST(Viewer, DatagramsThatAreNoPointPacketsAreCounted) {
   const Outcome outcome = RunWith(options);
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_THAT(outcome.err, HasSubstr(": 0 packets, 0 incomplete frames, 0 packets lost, "));
-  EXPECT_THAT(outcome.err, testing::Not(HasSubstr(" 0 not point packets")));
+  EXPECT_THAT(outcome.err, ::testing::Not(HasSubstr(" 0 not point packets")));
 }
 
 TEST(Viewer, StatusComesOnceASecondInLinesOrOverItself) {
@@ -250,18 +251,18 @@ TEST(Viewer, ATakenPortIsAFailure) {
 }
 
 TEST(Viewer, AFolderWithoutCalibrationIsAFailureAtOnce) {
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ViewerOptions options;
-  options.calib_dir = folder.Path();
+  options.calib_dir = folder.path().string();
   const Outcome outcome = RunWith(options);
   EXPECT_EQ(outcome.exit_status, 1);
-  EXPECT_EQ(outcome.err,
-            "lidar_view: no Lidar-*_angle_calib.dat and no *_head.bin in " + folder.Path() + "\n");
+  EXPECT_EQ(outcome.err, "lidar_view: no Lidar-*_angle_calib.dat and no *_head.bin in " +
+                             folder.path().string() + "\n");
 }
 
 TEST(Viewer, FilesThatCannotBeWrittenAreNamedEach) {
   const RingStream stream;
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ViewerOptions options;
   options.shm_name = stream.Name();
   options.limits.complete_frames = 1;
@@ -285,12 +286,12 @@ struct Parsed {
 Parsed Parse(std::vector<const char*> arguments) {
   arguments.insert(arguments.begin(), "lidar_view");
   Parsed parsed;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
   parsed.go_on = ParseOptions(static_cast<int>(arguments.size()), arguments.data(), parsed.options,
                               parsed.exit_status);
-  testing::internal::GetCapturedStdout();
-  testing::internal::GetCapturedStderr();
+  ::testing::internal::GetCapturedStdout();
+  ::testing::internal::GetCapturedStderr();
   return parsed;
 }
 

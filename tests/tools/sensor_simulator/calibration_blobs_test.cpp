@@ -7,7 +7,7 @@
 #include <iterator>
 
 #include "sensor_simulator/frame_simulator.h"
-#include "tools/sensor_simulator/temporary_directory.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::simulator {
 namespace {
@@ -85,7 +85,7 @@ TEST(CalibrationBlobs, TheMainBlobHoldsTablesAndRoundedCurvesInTheirPlaces) {
 }
 
 TEST(CalibrationBlobs, ADirectoryHoldsTheThreeFilesOfTheSensor) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const CalibrationBlobs blobs = MakeBlobs("SIM-0042", CameraModel{}, Numbered());
   const std::filesystem::path place = WriteBlobs(blobs, directory.path());
   EXPECT_EQ(place, directory.path() / "SIM-0042" / "para_read");

@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "support/temp_dir.h"
 #include "tools/sensor_simulator/programs.h"
-#include "tools/sensor_simulator/temporary_directory.h"
 
 namespace kerul::lidar::simulator {
 namespace {
@@ -115,7 +115,7 @@ TEST(BuildUdpFrame, WhatDoesNotFitIsRefused) {
 }
 
 TEST(CaptureWriter, AFileIsAHeaderAndARecordForEachDatagram) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   CaptureWriter writer(directory.File("a.pcap"), {});
   writer.Write(1700000000123456ULL, Payload(10));
   writer.Close();
@@ -140,7 +140,7 @@ TEST(CaptureWriter, APathThatCannotBeWrittenIsReported) {
 
 TEST(CaptureWriter, TsharkReadsEveryFrameAndFindsTheChecksumsGood) {
   if (!HasProgram("tshark")) GTEST_SKIP() << "tshark is not installed";
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const std::string path = directory.File("a.pcap");
   CaptureWriter writer(path, {});
   for (std::uint64_t i = 0; i < 5; ++i) writer.Write(1700000000000000ULL + i, Payload(688 + i));
@@ -160,7 +160,7 @@ TEST(CaptureWriter, TsharkReadsEveryFrameAndFindsTheChecksumsGood) {
 
 TEST(CaptureWriter, TcpreplayBringsTheDatagramsToASocketOnTheLoopbackInterface) {
   if (!HasProgram("tcpreplay")) GTEST_SKIP() << "tcpreplay is not installed";
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const std::string path = directory.File("a.pcap");
   Receiver receiver;
   CaptureEndpoints endpoints;

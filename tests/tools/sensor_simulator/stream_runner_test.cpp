@@ -12,8 +12,8 @@
 #include "calibration/rcx_client.h"
 #include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/truth_file.h"
+#include "support/temp_dir.h"
 #include "tools/sensor_simulator/programs.h"
-#include "tools/sensor_simulator/temporary_directory.h"
 
 namespace kerul::lidar::simulator {
 namespace {
@@ -44,7 +44,7 @@ int FrameId(const std::string& capture, std::size_t packet) {
 }
 
 TEST(RunStream, TheSameSeedGivesTheSameCaptureFile) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   StreamOptions options = CaptureOptions(directory.File("a.pcap"), 2);
   options.faults.loss = 0.01;
   options.faults.reorder = 0.01;
@@ -58,7 +58,7 @@ TEST(RunStream, TheSameSeedGivesTheSameCaptureFile) {
 }
 
 TEST(RunStream, AFileHoldsAsManyFramesAsWereAskedFor) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   StreamOptions options = CaptureOptions(directory.File("a.pcap"), 0);
   options.seconds = 0.3;
   options.first_frame = 254;
@@ -71,7 +71,7 @@ TEST(RunStream, AFileHoldsAsManyFramesAsWereAskedFor) {
 }
 
 TEST(RunStream, ALoopRepeatsItsFramesUnderNewIds) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   StreamOptions options = CaptureOptions(directory.File("a.pcap"), 5);
   options.loop = 2;
   EXPECT_EQ(RunQuietly(options).frames, 5U);
@@ -89,7 +89,7 @@ TEST(RunStream, ALoopRepeatsItsFramesUnderNewIds) {
 }
 
 TEST(RunStream, TheTruthStandsBesideTheStreamFrameByFrame) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   StreamOptions options = CaptureOptions(directory.File("a.pcap"), 2);
   options.truth_path = directory.File("truth");
   options.first_frame = 10;
@@ -101,7 +101,7 @@ TEST(RunStream, TheTruthStandsBesideTheStreamFrameByFrame) {
 }
 
 TEST(RunStream, ASetStopEndsTheStreamBeforeItsFirstFrame) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const std::atomic<bool> stop{true};
   std::ostringstream progress;
   EXPECT_EQ(RunStream(CaptureOptions(directory.File("a.pcap"), 9), stop, progress).frames, 0U);
@@ -109,7 +109,7 @@ TEST(RunStream, ASetStopEndsTheStreamBeforeItsFirstFrame) {
 }
 
 TEST(RunStream, ProgressEndsWithTheWholeStreamsLine) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   StreamOptions options = CaptureOptions(directory.File("a.pcap"), 1);
   options.progress = true;
   const std::atomic<bool> stop{false};
@@ -175,7 +175,7 @@ TEST_F(Program, WrongOptionsEndWithAFailure) {
 
 TEST_F(Program, TsharkCountsThePacketsOfACapture) {
   if (!HasProgram("tshark")) GTEST_SKIP() << "tshark is not installed";
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const std::string capture = directory.File("a.pcap");
   ASSERT_EQ(RunCommand(path_ + " --quiet --frames 1 --capture " + capture).status, 0);
   const CommandResult result =
@@ -198,7 +198,7 @@ TEST_F(Program, TheCommandServiceGivesTheSensorsOwnHeadPage) {
 }
 
 TEST_F(Program, CalibrationIsWrittenWithoutAStream) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const CommandResult result =
       RunCommand(path_ + " --no-stream --serial 12 --calibration " + directory.path().string());
   EXPECT_EQ(result.status, 0);

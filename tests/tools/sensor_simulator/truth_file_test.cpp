@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "tools/sensor_simulator/temporary_directory.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::simulator {
 namespace {
@@ -37,7 +37,7 @@ bool Same(const EchoTruth& a, const EchoTruth& b) {
 }
 
 TEST(TruthFile, WhatIsWrittenIsReadBack) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const std::string path = directory.File("truth");
   {
     TruthWriter writer(path);
@@ -57,7 +57,7 @@ TEST(TruthFile, WhatIsWrittenIsReadBack) {
 }
 
 TEST(TruthFile, ACutLastFrameIsLeftOut) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   const std::string path = directory.File("truth");
   {
     TruthWriter writer(path);
@@ -69,7 +69,7 @@ TEST(TruthFile, ACutLastFrameIsLeftOut) {
 }
 
 TEST(TruthFile, OtherFilesAreRefused) {
-  const TemporaryDirectory directory;
+  const testing::TempDir directory;
   EXPECT_THROW(ReadTruthFile(directory.File("none")), std::runtime_error);
   const std::string path = directory.File("truth");
   { TruthWriter writer(path); }

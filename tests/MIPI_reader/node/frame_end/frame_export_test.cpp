@@ -6,10 +6,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
+
+#include "support/temp_dir.h"
 
 namespace kerul::lidar {
 namespace {
@@ -42,31 +43,22 @@ std::string Record(std::uint16_t row, std::uint16_t col, float range, float refl
   return Le(row, 2) + Le(col, 2) + Le(range) + Le(reflectivity);
 }
 
-std::string Content(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-class FrameExportFile : public testing::Test {
+class FrameExportFile : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "frame_export_XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-    request_ = {(dir_ / "out").string(), "A_node", "raw", 7, 12};
+    request_ = {dir_.File("out"), "A_node", "raw", 7, 12};
     frame_.frame_id = 99;  // goes into no file
   }
-  void TearDown() override { fs::remove_all(dir_); }
 
   // What was printed to standard error.
   std::string Export() {
-    testing::internal::CaptureStderr();
+    ::testing::internal::CaptureStderr();
     ExportFrame(frame_, request_);
-    return testing::internal::GetCapturedStderr();
+    return ::testing::internal::GetCapturedStderr();
   }
   LidarEcho& Echo(std::size_t row, std::size_t col) { return frame_.points[row][col].echoes[0]; }
 
-  fs::path dir_;
+  testing::TempDir dir_;
   FrameExport request_;
   LidarFrame frame_{216, 288, 2};
 };
@@ -81,27 +73,27 @@ TEST_F(FrameExportFile, ModesHaveTheirCodes) {
 
 TEST_F(FrameExportFile, TheNameTellsNodeModeFrameAndSequence) {
   EXPECT_EQ(Export(), "");
-  EXPECT_TRUE(fs::exists(dir_ / "out/A_node_raw_f007_n000012.bin"));
+  EXPECT_TRUE(fs::exists(dir_.File("out/A_node_raw_f007_n000012.bin")));
   request_.export_mode = "interp";
   request_.sequence = 12345678;
   request_.frame_id = 255;
   EXPECT_EQ(Export(), "");
-  EXPECT_TRUE(fs::exists(dir_ / "out/A_node_interp_f255_n12345678.bin"));
+  EXPECT_TRUE(fs::exists(dir_.File("out/A_node_interp_f255_n12345678.bin")));
 }
 
 TEST_F(FrameExportFile, ANegativeFrameIdIsNoneAndALargeOneKeepsItsLowByte) {
   request_.frame_id = -1;
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f000_n000012.bin"), Header(0, 216, 288, 0, 12, 0));
+  EXPECT_EQ(dir_.Read("out/A_node_raw_f000_n000012.bin"), Header(0, 216, 288, 0, 12, 0));
   request_.frame_id = 0x101;
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f001_n000012.bin"), Header(0, 216, 288, 1, 12, 0));
+  EXPECT_EQ(dir_.Read("out/A_node_raw_f001_n000012.bin"), Header(0, 216, 288, 1, 12, 0));
 }
 
 TEST_F(FrameExportFile, AFrameWithoutAReturnIsTheHeaderAlone) {
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f007_n000012.bin"), Header(0, 216, 288, 7, 12, 0));
-  EXPECT_EQ(fs::file_size(dir_ / "out/A_node_raw_f007_n000012.bin"), 36U);
+  EXPECT_EQ(dir_.Read("out/A_node_raw_f007_n000012.bin"), Header(0, 216, 288, 7, 12, 0));
+  EXPECT_EQ(fs::file_size(dir_.File("out/A_node_raw_f007_n000012.bin")), 36U);
 }
 
 TEST_F(FrameExportFile, RawFilesHoldTheRawValuesOfTheFirstEcho) {
@@ -114,7 +106,7 @@ TEST_F(FrameExportFile, RawFilesHoldTheRawValuesOfTheFirstEcho) {
   frame_.points[0][1].col = 200;
   request_.sequence = 0x0102030405060708U;
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f007_n72623859790382856.bin"),
+  EXPECT_EQ(dir_.Read("out/A_node_raw_f007_n72623859790382856.bin"),
             Header(0, 216, 288, 7, 0x0102030405060708U, 2) + Record(0, 1, 1.5F, 20.0F) +
                 Record(215, 287, 80.25F, 255.0F));
 }
@@ -124,7 +116,7 @@ TEST_F(FrameExportFile, ProcessedFilesHoldTheProcessedValues) {
   Echo(2, 2) = {.dist_raw = 1.5F, .refl_raw = 20.0F};
   request_.export_mode = "processed";
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_processed_f007_n000012.bin"),
+  EXPECT_EQ(dir_.Read("out/A_node_processed_f007_n000012.bin"),
             Header(1, 216, 288, 7, 12, 1) + Record(0, 1, 9.0F, 9.5F));
 }
 
@@ -134,7 +126,7 @@ TEST_F(FrameExportFile, DoubledFilesHoldTheProcessedValuesOfTheDoubledGrid) {
   Echo(431, 575) = {.dist_raw = 1.5F, .refl_raw = 20.0F, .dist_proc = 1.2F, .refl_proc = 9.5F};
   request_.export_mode = "interp";
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_interp_f003_n000012.bin"),
+  EXPECT_EQ(dir_.Read("out/A_node_interp_f003_n000012.bin"),
             Header(2, 432, 576, 3, 12, 1) + Record(431, 575, 1.2F, 9.5F));
 }
 
@@ -144,26 +136,26 @@ TEST_F(FrameExportFile, ANanIsWrittenButNotCountedAndANegativeRangeIsNeither) {
   Echo(1, 3) = {.dist_raw = 2.0F, .refl_raw = kNan};
   Echo(1, 4).dist_raw = -0.0F;
   Export();
-  EXPECT_EQ(Content(dir_ / "out/A_node_raw_f007_n000012.bin"),
+  EXPECT_EQ(dir_.Read("out/A_node_raw_f007_n000012.bin"),
             Header(0, 216, 288, 7, 12, 1) + Record(1, 1, kNan, 0.0F) + Record(1, 3, 2.0F, kNan));
 }
 
 TEST_F(FrameExportFile, AnOlderFileOfTheNameIsReplaced) {
-  fs::create_directories(dir_ / "out");
-  std::ofstream(dir_ / "out/A_node_raw_f007_n000012.bin") << std::string(5000, 'x');
+  fs::create_directories(dir_.File("out"));
+  std::ofstream(dir_.File("out/A_node_raw_f007_n000012.bin")) << std::string(5000, 'x');
   EXPECT_EQ(Export(), "");
-  EXPECT_EQ(fs::file_size(dir_ / "out/A_node_raw_f007_n000012.bin"), 36U);
+  EXPECT_EQ(fs::file_size(dir_.File("out/A_node_raw_f007_n000012.bin")), 36U);
 }
 
 TEST_F(FrameExportFile, ParentDirectoriesAreMade) {
-  request_.export_dir = (dir_ / "a/b/c").string();
+  request_.export_dir = dir_.File("a/b/c");
   EXPECT_EQ(Export(), "");
-  EXPECT_TRUE(fs::exists(dir_ / "a/b/c/A_node_raw_f007_n000012.bin"));
+  EXPECT_TRUE(fs::exists(dir_.File("a/b/c/A_node_raw_f007_n000012.bin")));
 }
 
 TEST_F(FrameExportFile, ADirectoryThatCannotBeMadeIsTold) {
-  std::ofstream(dir_ / "file") << "in the way";
-  request_.export_dir = (dir_ / "file/out").string();
+  std::ofstream(dir_.File("file")) << "in the way";
+  request_.export_dir = dir_.File("file/out");
   EXPECT_EQ(Export(), "[LidarNode][A_node] export BIN failed: " + request_.export_dir +
                           "/A_node_raw_f007_n000012.bin\n");
 }
@@ -173,8 +165,8 @@ TEST_F(FrameExportFile, AFullDiskIsTold) {
   for (std::vector<LidarPoint>& row : frame_.points) {
     for (LidarPoint& point : row) point.echoes[0].dist_raw = 5.0F;
   }
-  fs::create_directories(dir_ / "out");
-  const fs::path path = dir_ / "out/A_node_raw_f007_n000012.bin";
+  fs::create_directories(dir_.File("out"));
+  const fs::path path = dir_.File("out/A_node_raw_f007_n000012.bin");
   fs::create_symlink("/dev/full", path);
   EXPECT_EQ(Export(), "[LidarNode][A_node] export BIN failed: " + path.string() + "\n");
 }
