@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/ground_settings_builder.h"
 #include "support/node_fixture.h"
 
 namespace kerul::lidar::testing {

@@ -7,10 +7,12 @@
 #include <vector>
 
 #include "slow_merge.h"
-#include "support/point_bits.h"
+#include "support/point_compare.h"
 
 namespace kerul::lidar {
 namespace {
+
+using testing::PointDifference;
 
 using merge_test::Samples;
 using merge_test::SlowMerge;
@@ -312,7 +314,7 @@ TEST(MergePoints, AnyOtherCountGivesADefaultPoint) {
   std::vector<LidarPoint> points;
   for (int i = 0; i < 5; ++i) points.push_back(RandomPoint(random, 100, 1));
   for (const int count : {-1, 0, 1, 3, 5}) {
-    EXPECT_TRUE(SameBits(MergePoints(Pointers(points).data(), count), LidarPoint{}));
+    EXPECT_EQ(PointDifference(MergePoints(Pointers(points).data(), count), LidarPoint{}), "");
   }
 }
 
@@ -352,7 +354,7 @@ TEST(MergePoints, TwoSourcesGiveTheirMeansAndTheSumOfTheHalvedSamples) {
   expected.echoes[0].echosum = 3.5F;
   expected.echoes[0].totsum = 8.0F;
   expected.echoes[0].noise = 21.0F;
-  EXPECT_TRUE(SameBits(MergePoints(Pointers(points).data(), 2), expected));
+  EXPECT_EQ(PointDifference(MergePoints(Pointers(points).data(), 2), expected), "");
 }
 
 TEST(MergePoints, TwoSourcesTooFarApartGiveADefaultPoint) {
@@ -363,7 +365,7 @@ TEST(MergePoints, TwoSourcesTooFarApartGiveADefaultPoint) {
   points[0].pixel_word22 = points[1].pixel_word22 = 5.0F;
   // Slot 1 would merge, but is not in use.
   points[0].echoes[1].bins = points[1].echoes[1].bins = Flat(9);
-  EXPECT_TRUE(SameBits(MergePoints(Pointers(points).data(), 2), LidarPoint{}));
+  EXPECT_EQ(PointDifference(MergePoints(Pointers(points).data(), 2), LidarPoint{}), "");
 }
 
 TEST(MergePoints, ASecondEchoAloneCarriesTheMeansOfTheFirst) {
@@ -380,7 +382,7 @@ TEST(MergePoints, ASecondEchoAloneCarriesTheMeansOfTheFirst) {
   expected.echoes[1].peak_addr = 300;
   expected.echoes[1].bins[8] = 6;
   expected.echoes[1].totsum = 6.0F;
-  EXPECT_TRUE(SameBits(MergePoints(Pointers(points).data(), 2), expected));
+  EXPECT_EQ(PointDifference(MergePoints(Pointers(points).data(), 2), expected), "");
 }
 
 TEST(MergePoints, FourSourcesFarApartGiveADefaultPoint) {
@@ -391,7 +393,7 @@ TEST(MergePoints, FourSourcesFarApartGiveADefaultPoint) {
   }
   for (const int echo_num : {1, 2}) {
     const EchoSlots slots(echo_num);
-    EXPECT_TRUE(SameBits(MergePoints(Pointers(points).data(), 4), LidarPoint{}));
+    EXPECT_EQ(PointDifference(MergePoints(Pointers(points).data(), 4), LidarPoint{}), "");
   }
 }
 
@@ -462,7 +464,7 @@ TEST(MergePoints, SourcesStayAsTheyWere) {
   for (int i = 0; i < 4; ++i) points.push_back(RandomPoint(random, 100, 5));
   const std::vector<LidarPoint> before = points;
   MergePoints(Pointers(points).data(), 4);
-  for (std::size_t i = 0; i < 4; ++i) EXPECT_TRUE(SameBits(points[i], before[i]));
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(PointDifference(points[i], before[i]), "");
 }
 
 TEST(MergePoints, RandomSourcesAgreeWithTheSlowComputation) {
@@ -478,7 +480,8 @@ TEST(MergePoints, RandomSourcesAgreeWithTheSlowComputation) {
         for (std::size_t i = 0; i < count; ++i) points.push_back(RandomPoint(random, base, reach));
         const LidarPoint expected = count == 2 ? SlowMergeTwo(points) : SlowMergeFour(points);
         const LidarPoint merged = MergePoints(Pointers(points).data(), static_cast<int>(count));
-        ASSERT_TRUE(SameBits(merged, expected)) << echo_num << ' ' << count << ' ' << round;
+        ASSERT_EQ(PointDifference(merged, expected), "")
+            << echo_num << ' ' << count << ' ' << round;
         set += expected.pixel_word22 != 0.0F ? 1 : 0;
       }
     }

@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "MIPI_reader/node/frame_end/echo_merge.h"
-#include "support/point_bits.h"
+#include "support/point_compare.h"
 
 namespace kerul::lidar {
 namespace {
+
+using testing::PointDifference;
 
 LidarPoint& At(LidarFrame& frame, int row, int col) {
   return frame.points[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)];
@@ -40,7 +42,7 @@ LidarFrame FilledFrame(int height, int width, int echoes) {
   return frame;
 }
 
-bool IsReset(const LidarPoint& point) { return SameBits(point, LidarPoint{}); }
+bool IsReset(const LidarPoint& point) { return PointDifference(point, LidarPoint{}).empty(); }
 
 int CountWritten(const LidarFrame& frame) {
   int written = 0;
@@ -77,7 +79,7 @@ TEST(UpsampleFrame, MeasuredPixelsAreCopiedToEvenPlaces) {
   UpsampleFrame(source, target);
   for (int row = 1; row < 4; ++row) {
     for (int col = 1; col < 5; ++col) {
-      EXPECT_TRUE(SameBits(At(target, 2 * row, 2 * col), At(source, row, col)))
+      EXPECT_EQ(PointDifference(At(target, 2 * row, 2 * col), At(source, row, col)), "")
           << row << ' ' << col;
     }
   }
@@ -91,7 +93,7 @@ TEST(UpsampleFrame, PixelsBetweenAreMergedFromTheirNeighbours) {
     want.echoes[0].refl_raw = 0.0625F * want.echoes[0].totsum;
     want.echoes[0].refl_proc = 0.0625F * want.echoes[0].totsum;
     want.echoes[0].dist_proc = 0.15F * 0.0F + 1.2F;
-    EXPECT_TRUE(SameBits(got, want));
+    EXPECT_EQ(PointDifference(got, want), "");
   };
   for (int row = 1; row < 4; ++row) {
     for (int col = 1; col < 5; ++col) {
@@ -164,7 +166,7 @@ TEST(UpsampleFrame, PixelsThatCannotMergeStillGetTheFixedRange) {
   LidarPoint expected;
   expected.echoes[0].dist_proc = 1.2F;
   for (const auto& [row, col] : {std::pair{1, 1}, {1, 2}, {2, 1}}) {
-    EXPECT_TRUE(SameBits(At(target, row, col), expected)) << row << ' ' << col;
+    EXPECT_EQ(PointDifference(At(target, row, col), expected), "") << row << ' ' << col;
   }
 }
 
@@ -222,7 +224,7 @@ TEST(UpsampleFrame, APixelIsPlacedByItsOwnRowAndColumn) {
   At(source, 0, 0).pixel_word22 = 5.0F;
   LidarFrame target(8, 10, 2);
   UpsampleFrame(source, target);
-  EXPECT_TRUE(SameBits(At(target, 4, 6), At(source, 0, 0)));
+  EXPECT_EQ(PointDifference(At(target, 4, 6), At(source, 0, 0)), "");
   EXPECT_EQ(CountWritten(target), 4);
 }
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/frame_builder.h"
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/frame_builder.h"
+#include "support/ground_settings_builder.h"
 #include "support/kernel_forms.h"
 
 namespace kerul::lidar {

@@ -6,9 +6,9 @@
 #include <limits>
 #include <vector>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/ground/ground_plane.h"
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/frame_builder.h"
+#include "support/ground_settings_builder.h"
 
 namespace kerul::lidar {
 namespace {

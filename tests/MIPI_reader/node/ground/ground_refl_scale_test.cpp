@@ -8,7 +8,7 @@
 
 #include "MIPI_reader/node/ground/ground_labelling.h"
 #include "MIPI_reader/node/ground/ground_refl_scale.h"
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/ground_settings_builder.h"
 
 namespace kerul::lidar {
 namespace {

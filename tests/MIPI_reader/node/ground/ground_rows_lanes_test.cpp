@@ -6,10 +6,10 @@
 #include <limits>
 #include <random>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/ground/ground_rows.h"
 #include "MIPI_reader/node/ground/ground_rules.h"
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/frame_builder.h"
+#include "support/ground_settings_builder.h"
 #include "support/kernel_forms.h"
 
 namespace kerul::lidar {

@@ -5,9 +5,9 @@
 #include <limits>
 #include <vector>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_scene.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
+#include "support/frame_builder.h"
 #include "support/kernel_forms.h"
 
 namespace kerul::lidar {

@@ -8,18 +8,19 @@
 #include <limits>
 #include <random>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/ground/ground_labelling.h"
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_rules.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
 #include "MIPI_reader/node/rows/echo_ordering.h"
+#include "support/frame_builder.h"
+#include "support/ground_settings_builder.h"
 #include "support/kernel_forms.h"
-#include "support/record_equality.h"
+#include "support/point_compare.h"
 
 namespace kerul::lidar {
 namespace {
 
+using frame_builder::ExpectSameRecords;
 using frame_builder::MakeRows;
 using frame_builder::SetEcho;
 using frame_builder::WildContent;
@@ -28,19 +29,6 @@ void PrimeThenValidate(FrameRows& rows, int first_row, int row_count) {
   const ForcedForm scalar(InstructionSet::kScalar);
   PrimeProcessedFields(rows, first_row, row_count);
   ValidateNeighbours(rows, first_row, row_count);
-}
-
-void ExpectSameRecords(const FrameRows& expected, const FrameRows& got) {
-  ASSERT_EQ(got.size(), expected.size());
-  std::size_t compared = 0;
-  for (std::size_t row = 0; row < expected.size(); ++row) {
-    ASSERT_EQ(got[row].size(), expected[row].size());
-    for (std::size_t col = 0; col < expected[row].size(); ++col) {
-      ASSERT_TRUE(SameRecord(got[row][col], expected[row][col])) << "row " << row << " col " << col;
-      ++compared;
-    }
-  }
-  EXPECT_GT(compared, 0U);
 }
 
 class NeighbourPriming : public FormsTest {
@@ -107,7 +95,7 @@ TEST_P(NeighbourPriming, AnEchoWithoutARangeShowsItsRawFields) {
     }
     PrimeAndValidateNeighbours(rows, 1, 1);
     for (const LidarEcho& echo : rows[1][9].echoes) {
-      EXPECT_TRUE(SameBitsOrNan(echo.dist_proc, dist)) << dist;
+      EXPECT_TRUE(testing::SameValue(echo.dist_proc, dist)) << dist;
       EXPECT_EQ(echo.refl_proc, 7.0F) << dist;
     }
   }

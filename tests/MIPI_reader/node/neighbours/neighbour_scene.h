@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
+#include "support/frame_builder.h"
 
 namespace kerul::lidar::frame_builder {
 

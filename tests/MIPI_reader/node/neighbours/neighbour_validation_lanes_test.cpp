@@ -2,54 +2,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <random>
 #include <string>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_rules.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation.h"
+#include "support/frame_builder.h"
 #include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 namespace {
 
+using frame_builder::ExpectSameRecords;
 using frame_builder::FillSlot0;
 using frame_builder::IsErased;
 using frame_builder::MakeRows;
-using frame_builder::SameBytes;
 using frame_builder::SetEcho;
 using frame_builder::WildContent;
 
 void ValidateInScalarForm(FrameRows& rows, int first_row, int row_count) {
   const ForcedForm scalar(InstructionSet::kScalar);
   ValidateNeighbours(rows, first_row, row_count);
-}
-
-// Equal to the last bit. Only which of several NaN a sum hands on is open: the language leaves the
-// operands' order to the compiler.
-bool SameRecord(LidarPoint a, LidarPoint b) {
-  for (int slot = 0; slot < kEchoSlots; ++slot) {
-    for (const auto field : {&LidarEcho::dist_proc, &LidarEcho::refl_proc}) {
-      float& first = a.echoes[slot].*field;
-      float& second = b.echoes[slot].*field;
-      if (std::isnan(first) && std::isnan(second)) first = second = 0.0F;
-    }
-  }
-  return SameBytes(a, b);
-}
-
-void ExpectSameRecords(const FrameRows& expected, const FrameRows& got) {
-  std::size_t compared = 0;
-  for (std::size_t row = 0; row < expected.size(); ++row) {
-    for (std::size_t col = 0; col < expected[row].size(); ++col) {
-      ASSERT_TRUE(SameRecord(expected[row][col], got[row][col])) << "row " << row << " col " << col;
-      ++compared;
-    }
-  }
-  EXPECT_GT(compared, 0U);
 }
 
 class NeighbourLanes : public FormsTest {

@@ -7,8 +7,8 @@
 #include <set>
 #include <utility>
 
-#include "MIPI_reader/node/frame_builder.h"
 #include "MIPI_reader/node/neighbours/neighbour_scene.h"
+#include "support/frame_builder.h"
 #include "support/kernel_forms.h"
 
 namespace kerul::lidar {

@@ -15,28 +15,13 @@
 #include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "support/kernel_forms.h"
-#include "support/point_bits.h"
+#include "support/point_compare.h"
 
 namespace kerul::lidar {
 namespace {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
-
-// A NaN is as good as another.
-bool SameValue(float a, float b) { return SameBits(a, b) || (std::isnan(a) && std::isnan(b)); }
-
-// The two records without their NaN.
-bool SameRecord(LidarPoint a, LidarPoint b) {
-  for (int slot = 0; slot < kEchoSlots; ++slot) {
-    for (float LidarEcho::*field :
-         {&LidarEcho::dist_raw, &LidarEcho::refl_raw, &LidarEcho::cogh, &LidarEcho::power}) {
-      if (!SameValue(a.echoes[slot].*field, b.echoes[slot].*field)) return false;
-      a.echoes[slot].*field = b.echoes[slot].*field = 0.0F;
-    }
-  }
-  return SameBits(a, b);
-}
 
 class Numbers {
  public:
@@ -206,7 +191,7 @@ class PacketCalibrationLanes : public FormsTest {
     calibrator.Calibrate(got);
     ASSERT_EQ(got.size(), expected.size());
     for (std::size_t i = 0; i < got.size(); ++i) {
-      ASSERT_TRUE(SameRecord(got[i], expected[i])) << "point " << i;
+      ASSERT_EQ(testing::PointDifference(got[i], expected[i]), "") << "point " << i;
       ++compared_;
     }
   }

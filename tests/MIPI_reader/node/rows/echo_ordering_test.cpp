@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-#include "MIPI_reader/node/frame_builder.h"
+#include "support/frame_builder.h"
 
 namespace kerul::lidar {
 namespace {
@@ -21,7 +21,7 @@ struct PlanCase {
   EchoOutputPlan plan;
 };
 
-class EchoPlan : public testing::TestWithParam<PlanCase> {};
+class EchoPlan : public ::testing::TestWithParam<PlanCase> {};
 
 TEST_P(EchoPlan, FollowsTheDigitsOfTheCode) {
   const EchoOutputPlan plan = MakeEchoOutputPlan(GetParam().echo_num, GetParam().code);
@@ -31,18 +31,18 @@ TEST_P(EchoPlan, FollowsTheDigitsOfTheCode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codes, EchoPlan,
-                         testing::Values(PlanCase{2, 1, {1, 1, 1}}, PlanCase{2, 2, {1, 2, 1}},
-                                         PlanCase{2, 3, {1, 3, 1}}, PlanCase{2, 4, {1, 4, 1}},
-                                         PlanCase{2, 5, {1, 1, 1}}, PlanCase{2, 0, {1, 1, 1}},
-                                         PlanCase{2, 9, {1, 1, 1}}, PlanCase{2, -3, {1, 1, 1}},
-                                         PlanCase{2, 10, {1, 1, 1}}, PlanCase{2, 12, {2, 1, 2}},
-                                         PlanCase{2, 21, {2, 2, 1}}, PlanCase{2, 25, {1, 1, 1}},
-                                         PlanCase{2, 20, {1, 1, 1}}, PlanCase{2, 34, {2, 3, 4}},
-                                         PlanCase{2, 43, {2, 4, 3}}, PlanCase{2, 44, {2, 4, 4}},
-                                         PlanCase{2, 51, {1, 1, 1}}, PlanCase{2, 99, {1, 1, 1}},
-                                         PlanCase{2, 100, {1, 1, 1}}, PlanCase{2, 112, {1, 1, 1}},
-                                         PlanCase{1, 21, {1, 1, 1}}, PlanCase{1, 3, {1, 1, 1}},
-                                         PlanCase{0, 21, {2, 2, 1}}));
+                         ::testing::Values(PlanCase{2, 1, {1, 1, 1}}, PlanCase{2, 2, {1, 2, 1}},
+                                           PlanCase{2, 3, {1, 3, 1}}, PlanCase{2, 4, {1, 4, 1}},
+                                           PlanCase{2, 5, {1, 1, 1}}, PlanCase{2, 0, {1, 1, 1}},
+                                           PlanCase{2, 9, {1, 1, 1}}, PlanCase{2, -3, {1, 1, 1}},
+                                           PlanCase{2, 10, {1, 1, 1}}, PlanCase{2, 12, {2, 1, 2}},
+                                           PlanCase{2, 21, {2, 2, 1}}, PlanCase{2, 25, {1, 1, 1}},
+                                           PlanCase{2, 20, {1, 1, 1}}, PlanCase{2, 34, {2, 3, 4}},
+                                           PlanCase{2, 43, {2, 4, 3}}, PlanCase{2, 44, {2, 4, 4}},
+                                           PlanCase{2, 51, {1, 1, 1}}, PlanCase{2, 99, {1, 1, 1}},
+                                           PlanCase{2, 100, {1, 1, 1}}, PlanCase{2, 112, {1, 1, 1}},
+                                           PlanCase{1, 21, {1, 1, 1}}, PlanCase{1, 3, {1, 1, 1}},
+                                           PlanCase{0, 21, {2, 2, 1}}));
 
 // ---- Priming ----
 
@@ -106,7 +106,7 @@ struct RankCase {
   int other;
 };
 
-class EchoRanking : public testing::TestWithParam<RankCase> {};
+class EchoRanking : public ::testing::TestWithParam<RankCase> {};
 
 TEST_P(EchoRanking, PrefersTheTrueThenTheNearerEcho) {
   const RankCase& rank = GetParam();
@@ -126,24 +126,24 @@ constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 INSTANTIATE_TEST_SUITE_P(
     Pixels, EchoRanking,
-    testing::Values(RankCase{"nearer first", 5, 9, 20, false, false, 0, 1},
-                    RankCase{"nearer second", 9, 5, 20, false, false, 1, 0},
-                    RankCase{"same range", 7, 7, 20, false, false, 0, 1},
-                    RankCase{"first blooms", 5, 9, 20, true, false, 1, 0},
-                    RankCase{"second blooms", 9, 5, 20, false, true, 0, 1},
-                    RankCase{"both bloom, nearer second", 9, 5, 20, true, true, 1, 0},
-                    RankCase{"both bloom, same range", 5, 5, 20, true, true, 0, 1},
-                    RankCase{"only first", 5, 0, 20, false, false, 0, 0},
-                    RankCase{"only first, blooming", 5, 0, 20, true, false, 0, 0},
-                    RankCase{"only second", 0, 5, 20, false, false, 1, 1},
-                    RankCase{"second at the peak limit", 9, 5, 15.0F, false, false, 0, 0},
-                    RankCase{"second above the peak limit", 9, 5, std::nextafter(15.0F, 16.0F),
-                             false, false, 1, 0},
-                    RankCase{"weak second alone", 0, 5, 15.0F, false, false, 0, 1},
-                    RankCase{"none", 0, 0, 20, false, false, 0, 1},
-                    RankCase{"negative ranges", -1, -2, 20, false, false, 0, 1},
-                    RankCase{"nan first", kNan, 5, 20, false, false, 1, 1},
-                    RankCase{"nan peak", 9, 5, kNan, false, false, 0, 0}));
+    ::testing::Values(RankCase{"nearer first", 5, 9, 20, false, false, 0, 1},
+                      RankCase{"nearer second", 9, 5, 20, false, false, 1, 0},
+                      RankCase{"same range", 7, 7, 20, false, false, 0, 1},
+                      RankCase{"first blooms", 5, 9, 20, true, false, 1, 0},
+                      RankCase{"second blooms", 9, 5, 20, false, true, 0, 1},
+                      RankCase{"both bloom, nearer second", 9, 5, 20, true, true, 1, 0},
+                      RankCase{"both bloom, same range", 5, 5, 20, true, true, 0, 1},
+                      RankCase{"only first", 5, 0, 20, false, false, 0, 0},
+                      RankCase{"only first, blooming", 5, 0, 20, true, false, 0, 0},
+                      RankCase{"only second", 0, 5, 20, false, false, 1, 1},
+                      RankCase{"second at the peak limit", 9, 5, 15.0F, false, false, 0, 0},
+                      RankCase{"second above the peak limit", 9, 5, std::nextafter(15.0F, 16.0F),
+                               false, false, 1, 0},
+                      RankCase{"weak second alone", 0, 5, 15.0F, false, false, 0, 1},
+                      RankCase{"none", 0, 0, 20, false, false, 0, 1},
+                      RankCase{"negative ranges", -1, -2, 20, false, false, 0, 1},
+                      RankCase{"nan first", kNan, 5, 20, false, false, 1, 1},
+                      RankCase{"nan peak", 9, 5, kNan, false, false, 0, 0}));
 
 TEST(EchoOrdering, BothEchoesEmptyLeaveSlot0AsItStands) {
   FrameRows rows = OnePixel(0.0F, 0.0F);

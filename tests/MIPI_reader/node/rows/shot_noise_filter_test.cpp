@@ -5,7 +5,7 @@
 #include <limits>
 #include <vector>
 
-#include "MIPI_reader/node/frame_builder.h"
+#include "support/frame_builder.h"
 
 namespace kerul::lidar {
 namespace {

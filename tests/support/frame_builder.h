@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "MIPI_reader/parser/lidar_point.h"
+#include "support/point_compare.h"
 
 namespace kerul::lidar::frame_builder {
 
@@ -63,6 +64,21 @@ inline void ExpectSameRows(const FrameRows& a, const FrameRows& b, std::size_t b
     ASSERT_EQ(a[row].size(), b[row].size());
     for (std::size_t col = 0; col < a[row].size(); ++col) {
       EXPECT_TRUE(SameBytes(a[row][col], b[row][col])) << "row " << row << " col " << col;
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 0U);
+}
+
+// Compares all fields of all pixels; any NaN equals any other.
+inline void ExpectSameRecords(const FrameRows& expected, const FrameRows& got) {
+  ASSERT_EQ(got.size(), expected.size());
+  std::size_t compared = 0;
+  for (std::size_t row = 0; row < expected.size(); ++row) {
+    ASSERT_EQ(got[row].size(), expected[row].size());
+    for (std::size_t col = 0; col < expected[row].size(); ++col) {
+      ASSERT_EQ(testing::PointDifference(got[row][col], expected[row][col]), "")
+          << "row " << row << " col " << col;
       ++compared;
     }
   }
