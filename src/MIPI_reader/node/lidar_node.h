@@ -26,7 +26,9 @@
 
 namespace kerul::lidar {
 enum class OptionalTable;
+enum class RowPass : std::uint8_t;
 struct Para2LidarCalib;
+struct RowPassSettings;
 struct SensorTables;
 }  // namespace kerul::lidar
 
@@ -115,6 +117,8 @@ class LidarNode {
 
   // Row pipeline.
   void ProcessMiniflashRow(int m_row);
+  kerul::lidar::RowPassSettings PassSettings(int m_row) const;
+  void RunPass(kerul::lidar::RowPass pass, int m_row);  // whatever its switch says
   void Ground(int m_row);
   float ProcessGroundVertSeed(const float* distances, int count, int row, int col,
                               int first_offset) const;

@@ -4,9 +4,13 @@
 #include "MIPI_reader/node/bloom/power_pattern.h"
 #include "MIPI_reader/node/ground/ground_refl_scale.h"
 #include "MIPI_reader/node/lidar_node.h"
+#include "MIPI_reader/node/row_passes.h"
 #include "MIPI_reader/parser/fatal_check.h"
 
 using kerul::lidar::LidarPoint;
+using kerul::lidar::NoRowHook;
+using kerul::lidar::RowPass;
+using kerul::lidar::RowPassSettings;
 
 namespace {
 
@@ -27,37 +31,31 @@ void LidarNode::ProcessMiniflashRow(int m_row) {
 
   // The passes look at most one miniflash row up and down.
   stale_pixels_.ResetRows(*frame_, first_row - rows, first_row + 2 * rows);
-  // Every echo whose processed fields the first ground stage writes has a range, and of those the
-  // neighbour validation writes them anew. So it can prime them itself while it reads the records.
-  // Not behind the plane stage: a pull above 1 may take an echo its range, and what was primed
-  // before then stays.
-  const bool primed_late =
-      config_->calib_enable && config_->neighbor_check_enable && !config_->ground_plane_enable;
-  if (!primed_late) PrimeProcessedFields(frame_->points, first_row, rows);
-
-  if (config_->calib_enable) {
-    if (config_->ground_enable || config_->ground_plane_enable) Ground(m_row);
-    if (primed_late) {
-      PrimeAndValidateNeighbours(frame_->points, first_row, rows);
-    } else if (config_->neighbor_check_enable) {
-      NeighborMiniflashRow(m_row);
-    }
-    if (config_->shot_noise_enable) ApplyShotNoiseMiniflashRowV2(m_row);
-    if (config_->high_ref_blooming) SuppressHighReflBlooming(m_row);
-    if (config_->echo_num > 1 && LidarPoint::echo_num >= 2) {
-      OrderEchoes(frame_->points, first_row, rows, echo_plan_);
-    }
-  }
-
+  RunRowPasses(*frame_, m_row, PassSettings(m_row), NoRowHook{});
   RecordDistances(m_row);
   if (config_->udp_output || (shm_writer_ && shm_writer_->IsOpened())) {
     ForwardUDP710Row(m_row, echo_plan_);
   }
 }
 
+RowPassSettings LidarNode::PassSettings(int m_row) const {
+  RowPassSettings settings = MakeRowPassSettings(*config_, {.ground = ground_settings_,
+                                                            .angle_grid = angle_grid_,
+                                                            .bloom = bloom_calib_,
+                                                            .echo_plan = echo_plan_});
+  settings.row_height = parser_->mrow_height;
+  settings.block_columns = parser_->col_groups;
+  settings.possibly_bright_rows = stale_pixels_.PossiblyBrightRows(6 * (std::int64_t{m_row} - 1));
+  return settings;
+}
+
+void LidarNode::RunPass(RowPass pass, int m_row) {
+  RunRowPass(pass, *frame_, m_row, PassSettings(m_row));
+}
+
 void LidarNode::Ground(int m_row) {
   if (!config_->ground_enable && !config_->ground_plane_enable) return;
-  LabelGround(*frame_, m_row, parser_->mrow_height, ground_settings_, angle_grid_);
+  RunPass(RowPass::kGround, m_row);
 }
 
 float LidarNode::ProcessGroundVertSeed(const float* distances, int count, int row, int col,
@@ -66,24 +64,13 @@ float LidarNode::ProcessGroundVertSeed(const float* distances, int count, int ro
                                                angle_grid_);
 }
 
-void LidarNode::NeighborMiniflashRow(int m_row) {
-  const int rows = parser_->mrow_height;
-  ValidateNeighbours(frame_->points, m_row * rows, rows);
-}
+void LidarNode::NeighborMiniflashRow(int m_row) { RunPass(RowPass::kNeighbours, m_row); }
 
-void LidarNode::ApplyShotNoiseMiniflashRowV2(int m_row) {
-  FilterShotNoise(frame_->points, m_row, parser_->col_groups, config_->shot_noise_dist_gate);
-}
+void LidarNode::ApplyShotNoiseMiniflashRowV2(int m_row) { RunPass(RowPass::kShotNoise, m_row); }
 
 void LidarNode::SuppressHighReflBlooming(int m_row) {
   if (!frame_) return;
-  const kerul::lidar::DefaultConfig::Debug& debug = config_->debug;
-  const kerul::lidar::BloomTrace trace{.armed = debug.if_debug && debug.row >= 0 && debug.col >= 0,
-                                       .row = debug.row,
-                                       .col = debug.col,
-                                       .echo = debug.echo};
-  SuppressBlooming(*frame_, m_row, bloom_calib_, config_->blooming_filter_enable, trace,
-                   stale_pixels_.PossiblyBrightRows(6 * (std::int64_t{m_row} - 1)));
+  RunPass(RowPass::kBloom, m_row);
 }
 
 float LidarNode::PatternMatchPower(
