@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "MIPI_reader/node/lidar_node_miniflash_processing.h"
+#include "MIPI_reader/node/row_passes.h"
 #include "byte_input.h"
 #include "reference/bloom.h"
 #include "reference/encoder.h"
@@ -39,6 +39,9 @@ std::vector<InstructionSet> SupportedSets() {
 // All steps on, and a plane from as few points as a small frame has.
 DefaultConfig WithAllSteps(DefaultConfig config) {
   config.calib_enable = true;
+  config.ground_enable = true;
+  config.neighbor_check_enable = true;
+  config.shot_noise_enable = true;
   config.high_refl_check.enable = true;
   config.high_ref_blooming = true;
   config.bloom_suppress_calib.enable = true;
@@ -175,24 +178,16 @@ void TwinRows::RunReferenceRow(int m_row) {
 }
 
 void TwinRows::RunNodeRow(NodeSide& side, int m_row) {
-  LidarFrame& frame = side.frame;
-  const int first_row = m_row * kRowHeight;
-  // The two ways of the node.
-  if (settings_.ground_plane) PrimeProcessedFields(frame.points, first_row, kRowHeight);
-  if (settings_.ground) {
-    LabelGround(frame, m_row, kRowHeight, tables_.ground, side.parser.angle_grid);
-  }
-  if (settings_.ground_plane) {
-    ValidateNeighbours(frame.points, first_row, kRowHeight);
-  } else {
-    PrimeAndValidateNeighbours(frame.points, first_row, kRowHeight);
-  }
-  FilterShotNoise(frame.points, m_row, kTwinBlockCols,
-                  default_config::kConfig.shot_noise_dist_gate);
-  SuppressBlooming(frame, m_row, tables_.bloom, settings_.blooming_filter, {});
-  if (settings_.echo_num < 2) return;
-  OrderEchoes(frame.points, first_row, kRowHeight,
-              MakeEchoOutputPlan(settings_.echo_num, settings_.echo_output_code));
+  RowPassSettings settings = MakeRowPassSettings(
+      tables_.config,
+      {.ground = tables_.ground,
+       .angle_grid = side.parser.angle_grid,
+       .bloom = tables_.bloom,
+       .echo_plan = MakeEchoOutputPlan(settings_.echo_num, settings_.echo_output_code)});
+  settings.on.ground = settings_.ground;
+  settings.blooming_filter = settings_.blooming_filter;
+  settings.block_columns = kTwinBlockCols;
+  RunRowPasses(side.frame, m_row, settings, NoRowHook{});
 }
 
 void TwinRows::FinishRow(int m_row) {
