@@ -22,7 +22,7 @@ void PrepareRow(BenchNode& node, int i) {
   for (int row = 6 * m_row; row < 6 * m_row + 6; ++row) {
     access.CopyIntoFrame(rows[static_cast<std::size_t>(row)]);
   }
-  access.Prime(m_row);
+  access.RunPass(RowPass::kPrime, m_row);
 }
 
 // encode(block) for the blocks of a row.

@@ -12,37 +12,25 @@
 namespace kerul::lidar::bench {
 namespace {
 
-struct Pass {
-  std::string name;
-  std::function<void(int m_row)> node;
-  std::function<void(int m_row)> reference;
-};
-
 // The settings as the node took them from its configuration.
-std::vector<Pass> Passes(LidarNodeTestAccess access) {
-  LidarFrame* frame = &access.frame();
-  const float dist_gate = access.config().shot_noise_dist_gate;
-  return {
-      {"prime", [access](int m_row) mutable { access.Prime(m_row); },
-       [=](int m_row) { reference::Prime(*frame, m_row); }},
-      {"ground", [access](int m_row) mutable { access.Ground(m_row); },
-       [=](int m_row) mutable {
-         reference::Ground(*frame, m_row, access.ground_settings(), access.angle_grid());
-       }},
-      {"neighbours", [access](int m_row) mutable { access.Neighbours(m_row); },
-       [=](int m_row) { reference::NeighborMiniflashRow(*frame, m_row); }},
-      {"shot_noise", [access](int m_row) mutable { access.ShotNoise(m_row); },
-       [=](int m_row) {
-         reference::ApplyShotNoiseMiniflashRow(*frame, m_row, frame->width / 6, dist_gate);
-       }},
-      {"bloom", [access](int m_row) mutable { access.Bloom(m_row); },
-       [=](int m_row) mutable {
-         reference::SuppressHighReflBlooming(*frame, m_row, access.bloom_calib(),
-                                             access.config().blooming_filter_enable);
-       }},
-      {"order", [access](int m_row) mutable { access.Order(m_row); },
-       [=](int m_row) mutable { reference::OrderRowEchoes(*frame, m_row, access.echo_plan()); }},
-  };
+void RunReferencePass(RowPass pass, LidarNodeTestAccess access, int m_row) {
+  LidarFrame& frame = access.frame();
+  switch (pass) {
+    case RowPass::kPrime:
+      return reference::Prime(frame, m_row);
+    case RowPass::kGround:
+      return reference::Ground(frame, m_row, access.ground_settings(), access.angle_grid());
+    case RowPass::kNeighbours:
+      return reference::NeighborMiniflashRow(frame, m_row);
+    case RowPass::kShotNoise:
+      return reference::ApplyShotNoiseMiniflashRow(frame, m_row, frame.width / 6,
+                                                   access.config().shot_noise_dist_gate);
+    case RowPass::kBloom:
+      return reference::SuppressHighReflBlooming(frame, m_row, access.bloom_calib(),
+                                                 access.config().blooming_filter_enable);
+    case RowPass::kOrder:
+      return reference::OrderRowEchoes(frame, m_row, access.echo_plan());
+  }
 }
 
 // Rows m_row - 1 .. m_row + 1 as they came out of the calibration.
@@ -53,8 +41,9 @@ void RestoreRows(LidarNodeTestAccess access, const std::vector<Points>& rows, in
   }
 }
 
-void AddPass(const std::string& name, const std::string& scene, BenchNode& node,
-             std::vector<std::function<void(int)>> before, std::function<void(int)> pass) {
+// `run` on rows that the passes before `pass` have been over.
+void AddPass(const std::string& name, const std::string& scene, BenchNode& node, RowPass pass,
+             const std::function<void(int m_row)>& run) {
   AddKernel(
       name, kOneRow, kFramesPerScene * kMiniflashRows,
       [=, &node](int i) {
@@ -62,10 +51,13 @@ void AddPass(const std::string& name, const std::string& scene, BenchNode& node,
         const int m_row = i % kMiniflashRows;
         const auto frame = static_cast<std::size_t>(i / kMiniflashRows) % frames.size();
         RestoreRows(node.Access(), frames[frame], m_row);
-        for (const auto& earlier : before) earlier(m_row);
+        for (const RowPass earlier : kRowPassOrder) {
+          if (earlier == pass) break;
+          node.Access().RunPass(earlier, m_row);
+        }
       },
       [=](int i) {
-        pass(i % kMiniflashRows);
+        run(i % kMiniflashRows);
         benchmark::ClobberMemory();
       });
 }
@@ -73,12 +65,15 @@ void AddPass(const std::string& name, const std::string& scene, BenchNode& node,
 }  // namespace
 
 void AddRowPassKernels(BenchNode& node) {
+  const auto node_pass = [&node](RowPass pass) {
+    return [=, access = node.Access()](int m_row) mutable { access.RunPass(pass, m_row); };
+  };
   for (const std::string scene : {"street", "retro", "noise"}) {
-    std::vector<std::function<void(int)>> before;
-    for (const Pass& pass : Passes(node.Access())) {
-      AddPass(pass.name + "/node/" + scene, scene, node, before, pass.node);
-      AddPass(pass.name + "/reference/" + scene, scene, node, before, pass.reference);
-      before.push_back(pass.node);
+    for (const RowPass pass : kRowPassOrder) {
+      const std::string name(RowPassName(pass));
+      AddPass(name + "/node/" + scene, scene, node, pass, node_pass(pass));
+      AddPass(name + "/reference/" + scene, scene, node, pass,
+              [=, &node](int m_row) { RunReferencePass(pass, node.Access(), m_row); });
     }
   }
   // The kernel alone in each of its forms, on what is usual and with all echoes valid.
@@ -86,18 +81,18 @@ void AddRowPassKernels(BenchNode& node) {
                                    InstructionSet::kAvx2, InstructionSet::kAvx512}) {
     if (!IsSupported(set)) continue;
     const InstructionSet chosen = ChosenInstructionSet();
-    const auto run = [set, chosen, access = node.Access()](int m_row) mutable {
+    const auto run = [set, chosen, pass = node_pass(RowPass::kNeighbours)](int m_row) mutable {
       ForceInstructionSet(set);
-      access.Neighbours(m_row);
+      pass(m_row);
       ForceInstructionSet(chosen);
     };
-    const std::vector<Pass> passes = Passes(node.Access());
     for (const std::string scene : {"street", "full"}) {
       AddPass(std::string("neighbours/") + InstructionSetName(set) + "/" + scene, scene, node,
-              {passes[0].node, passes[1].node}, run);
+              RowPass::kNeighbours, run);
     }
   }
-  AddPass("bloom/node/no_source", "plain", node, {}, Passes(node.Access())[4].node);
+  // On rows as the calibration leaves them.
+  AddPass("bloom/node/no_source", "plain", node, RowPass::kPrime, node_pass(RowPass::kBloom));
 }
 
 }  // namespace kerul::lidar::bench

@@ -1,6 +1,7 @@
 #include "road/stages.h"
 
 #include <cstring>
+#include <stdexcept>
 
 #include "support/measuring.h"
 
@@ -14,6 +15,36 @@ void Load(const RawPacket& raw, UdpPacket& datagram) {
   std::memcpy(datagram.buffer, raw.data(), raw.size());
   datagram.length = static_cast<std::uint16_t>(raw.size());
 }
+
+Stage StageOf(RowPass pass) {
+  switch (pass) {
+    case RowPass::kPrime:
+    case RowPass::kNeighbours:
+      return Stage::kNeighbours;
+    case RowPass::kGround:
+      return Stage::kGround;
+    case RowPass::kShotNoise:
+      return Stage::kShotNoise;
+    case RowPass::kBloom:
+      return Stage::kBloom;
+    case RowPass::kOrder:
+      return Stage::kOrder;
+  }
+  throw std::logic_error("no such pass");
+}
+
+// Books the time since the pass before, or since the start. Takes the passes as the node runs them.
+struct PassClock {
+  static constexpr bool kPrimesLate = true;
+  StageTimes& times;
+  double clock_cost_ms;
+  double last_ms;
+
+  void operator()(RowPass pass, const LidarFrame& /*frame*/) {
+    times[static_cast<std::size_t>(StageOf(pass))] += ThreadTimeMs() - last_ms - clock_cost_ms;
+    last_ms = ThreadTimeMs();
+  }
+};
 
 }  // namespace
 
@@ -91,11 +122,8 @@ void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
 void StagedRoad::FinishRow(int m_row) {
   Measure(Stage::kStale,
           [&] { node_.stale_pixels().ResetRows(node_.frame(), 6 * m_row - 6, 6 * m_row + 12); });
-  Measure(Stage::kGround, [&] { node_.Ground(m_row); });
-  Measure(Stage::kNeighbours, [&] { node_.PrimeAndNeighbours(m_row); });
-  Measure(Stage::kShotNoise, [&] { node_.ShotNoise(m_row); });
-  Measure(Stage::kBloom, [&] { node_.Bloom(m_row); });
-  Measure(Stage::kOrder, [&] { node_.Order(m_row); });
+  PassClock clock{times_, clock_cost_ms_, ThreadTimeMs()};
+  RunRowPasses(node_.frame(), m_row, node_.PassSettings(m_row), clock);
   Measure(Stage::kRecord, [&] { node_.RecordDistances(m_row); });
   Measure(Stage::kForward, [&] { node_.Forward(m_row); });
 }

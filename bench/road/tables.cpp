@@ -208,7 +208,7 @@ void PrintRowWithoutSource() {
   PrintRow("in a frame's road, mean of its rows", in_the_road_us);
 
   staged.RunRows(stamp(), kMiniflashRows - 1);  // this frame stays open
-  PrintRowPass("as the node calls it", [&](int m_row) { access.Bloom(m_row); });
+  PrintRowPass("as the node calls it", [&](int m_row) { access.RunPass(RowPass::kBloom, m_row); });
   PrintRowPass("alone, with its own search for sources", [&](int m_row) {
     SuppressBlooming(access.frame(), m_row, access.bloom_calib(),
                      access.config().blooming_filter_enable, BloomTrace{});

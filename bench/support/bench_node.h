@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "MIPI_reader/node/lidar_node.h"
+#include "MIPI_reader/node/row_passes.h"
 #include "support/bench_input.h"
 
 // The one door to the node's members.
@@ -46,15 +47,8 @@ struct LidarNodeTestAccess {
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) {
     node.CopyIntoFrame(points);
   }
-  void Prime(int m_row) { PrimeProcessedFields(node.frame_->points, m_row * 6, 6); }
-  void Ground(int m_row) { node.Ground(m_row); }
-  void Neighbours(int m_row) { node.NeighborMiniflashRow(m_row); }
-  void PrimeAndNeighbours(int m_row) {
-    PrimeAndValidateNeighbours(node.frame_->points, m_row * 6, 6);
-  }
-  void ShotNoise(int m_row) { node.ApplyShotNoiseMiniflashRowV2(m_row); }
-  void Bloom(int m_row) { node.SuppressHighReflBlooming(m_row); }
-  void Order(int m_row) { OrderEchoes(node.frame_->points, m_row * 6, 6, node.echo_plan_); }
+  kerul::lidar::RowPassSettings PassSettings(int m_row) { return node.PassSettings(m_row); }
+  void RunPass(kerul::lidar::RowPass pass, int m_row) { node.RunPass(pass, m_row); }
   void RecordDistances(int m_row) { node.RecordDistances(m_row); }
   void Forward(int m_row) { node.ForwardUDP710Row(m_row, node.echo_plan_); }
 };
