@@ -120,7 +120,7 @@ TEST(BloomTablesOfAConfiguration, OneSpillTableOfTheWrongSizeLeavesAllThreeOut) 
                                                              &DefaultTables::psf_adjacent_block,
                                                              &DefaultTables::psf_diagonal_block};
   for (const auto table : spill_tables) {
-    for (const std::size_t size : {0, 31, 33}) {
+    for (const std::size_t size : {0U, 31U, 33U}) {
       DefaultConfig config = ConfigWithBloomTables();
       (config.tables.*table).resize(size);
       const BloomSuppressCalib calib = MakeBloomCalib(config);
@@ -133,7 +133,7 @@ TEST(BloomTablesOfAConfiguration, OneSpillTableOfTheWrongSizeLeavesAllThreeOut) 
 }
 
 TEST(BloomTablesOfAConfiguration, ATemplateOfTheWrongSizeIsLeftOutAlone) {
-  for (const std::size_t size : {0, 35, 37}) {
+  for (const std::size_t size : {0U, 35U, 37U}) {
     DefaultConfig config = ConfigWithBloomTables();
     config.tables.power_template.resize(size);
     const BloomSuppressCalib calib = MakeBloomCalib(config);
