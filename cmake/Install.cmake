@@ -20,6 +20,13 @@ configure_file("${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-client.pc.in"
                "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" @ONLY)
 install(FILES "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" DESTINATION lib/pkgconfig)
 
+# Where Wireshark looks for Lua files, whatever its version. Below /usr/local it does not look.
+if(KERUL_BUILD_TOOLS)
+  install(DIRECTORY "${CMAKE_SOURCE_DIR}/tools/wireshark/kerul_lidar"
+          DESTINATION "lib/${CMAKE_LIBRARY_ARCHITECTURE}/wireshark/plugins")
+  list(APPEND kerul_programs kerul_lidar_dissector)  # for its page only
+endif()
+
 # Man pages, packed as the distribution wants them. A program's page comes with the program.
 find_program(gzip_program gzip REQUIRED)
 foreach(program IN LISTS kerul_programs)
@@ -64,6 +71,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "wireshark | tshark")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA

@@ -60,6 +60,20 @@ else
   echo "the unit was not verified: systemd-analyze is missing"
 fi
 
+step "Wireshark's dissector"
+if command -v tshark >/dev/null; then
+  # Where this machine's tshark looks for it, and nothing else of the user's or the machine's.
+  plugins="$(tshark -G folders 2>/dev/null | sed -n 's/^Global Lua Plugins:[[:space:]]*//p')"
+  [ -f "$work/files$plugins/kerul_lidar/raw.lua" ] || fail "no dissector in $plugins"
+  mkdir -p "$work/home/.local/lib/wireshark"
+  ln -s "$work/files$plugins" "$work/home/.local/lib/wireshark/plugins"
+  HOME="$work/home" tshark -G protocols >"$work/protocols" 2>"$work/tshark.log" || true
+  if grep -q Lua "$work/tshark.log"; then fail "dissector: $(cat "$work/tshark.log")"; fi
+  [ "$(grep -c kerul_ "$work/protocols")" -eq 3 ] || fail "the dissector's protocols are not there"
+else
+  echo "the dissector was not loaded: tshark is missing"
+fi
+
 step "Minimal system ($release from $mirror)"
 [ "$(id -u)" -eq 0 ] || skip "needs root"
 command -v debootstrap >/dev/null || skip "needs debootstrap"
