@@ -59,7 +59,7 @@ TEST_F(SimulatorCapture, OpensInTsharkWithEveryChecksumRight) {
                        "-e",
                        "udp.dstport",
                        "-e",
-                       "data.len",
+                       "udp.length",
                        "-e",
                        "frame.time_relative"},
                       Directory());
@@ -73,8 +73,8 @@ TEST_F(SimulatorCapture, OpensInTsharkWithEveryChecksumRight) {
     double time_s = -1.0;
     for (int& number : numbers) fields >> number;
     fields >> time_s;
-    // Status 1: the checksum is good.
-    ASSERT_EQ(numbers, (std::vector<int>{1, 1, 2368, 2368, 692})) << line;
+    // Status 1: the checksum is good. The UDP header counts as well.
+    ASSERT_EQ(numbers, (std::vector<int>{1, 1, 2368, 2368, 8 + 692})) << line;
     ASSERT_GE(time_s, last_s) << line;
     last_s = time_s;
   }
