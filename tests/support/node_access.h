@@ -31,6 +31,10 @@ struct LidarNodeTestAccess {
   bool prev_dist_map_valid() { return node.prev_dist_map_valid_; }
   LidarNode::EchoOutputPlan& echo_plan() { return node.echo_plan_; }
   kerul::lidar::ShmUdpWriter* shm_writer() { return node.shm_writer_.get(); }
+  std::unique_ptr<kerul::lidar::SocketSource>& udp_output() { return node.udp_output_; }
+  std::int64_t& frame_busy_ns() { return node.frame_busy_ns_; }
+  std::chrono::system_clock::time_point& packet_start_time() { return node.packet_start_time_; }
+  bool& upsampled_frame_written() { return node.upsampled_frame_written_; }
   kerul::lidar::BloomSuppressCalib& bloom_calib() { return node.bloom_calib_; }
   kerul::lidar::AngleCalibGrid& angle_grid() { return node.angle_grid_; }
   const kerul::lidar::TransformParam& transform() { return *node.transform_; }
