@@ -190,6 +190,10 @@ std::string TwinRun::ComparePublished() {
 
 void TwinRun::CountPacket(const std::vector<std::uint8_t>& packet) {
   ++counts_.packets;
+  for (std::size_t i = 0; i < packet.size(); ++i) {
+    if (i >= kClockFirst && i < kClockEnd) continue;
+    counts_.digest = (counts_.digest ^ packet[i]) * 1099511628211U;  // FNV-1a
+  }
   for (std::size_t i = 0; i < kPointsPerPacket; ++i) {
     const std::size_t at = kPointsFirst + kPointBytes * i;
     if (packet[at] != 0 || packet[at + 1] != 0) ++counts_.distances;

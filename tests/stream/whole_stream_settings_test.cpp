@@ -13,7 +13,12 @@ namespace {
 struct Setting {
   const char* name;
   std::function<void(DefaultConfig&)> change;
+  // Without what hides the setting: the stream that it is held against has this too.
+  std::function<void(DefaultConfig&)> uncover = [](DefaultConfig&) {};
 };
+
+// The check writes the processed fields anew, and erases what the filter for shot noise looks for.
+void NoNeighbourCheck(DefaultConfig& config) { config.neighbor_check_enable = false; }
 
 void AllGroundStages(DefaultConfig& config) {
   config.ground_plane_enable = true;
@@ -32,7 +37,7 @@ std::vector<Setting> Settings() {
          c.echo_output_code = 12;
        }},
       {"NoEcho", [](C& c) { c.echo_num = 0; }},
-      {"NoNeighbourCheck", [](C& c) { c.neighbor_check_enable = false; }},
+      {"NoNeighbourCheck", NoNeighbourCheck},
       {"NoGround", [](C& c) { c.ground_enable = false; }},
       {"GroundPlane", [](C& c) { c.ground_plane_enable = true; }},
       {"GroundPlaneAlone",
@@ -41,7 +46,7 @@ std::vector<Setting> Settings() {
          c.ground_plane_enable = true;
        }},
       {"GroundSeedByIncidence", [](C& c) { c.ground_vert_seed_enable = true; }},
-      {"GroundSmoothing", [](C& c) { c.ground_smooth_enable = true; }},
+      {"GroundSmoothing", [](C& c) { c.ground_smooth_enable = true; }, NoNeighbourCheck},
       {"AllGroundStages", AllGroundStages},
       {"GroundPlaneFromFewPoints",
        [](C& c) {
@@ -51,7 +56,7 @@ std::vector<Setting> Settings() {
          c.ground_plane_col_step = 7;
          c.ground_plane_pull = 0.5F;
        }},
-      {"NoShotNoiseFilter", [](C& c) { c.shot_noise_enable = false; }},
+      {"NoShotNoiseFilter", [](C& c) { c.shot_noise_enable = false; }, NoNeighbourCheck},
       {"NarrowShotNoiseGate", [](C& c) { c.shot_noise_dist_gate = 0.1F; }},
       {"BloomMarkedOnly", [](C& c) { c.blooming_filter_enable = false; }},
       {"NoBloomPass", [](C& c) { c.high_ref_blooming = false; }},
@@ -88,7 +93,6 @@ std::vector<Setting> Settings() {
          c.tables.psf_same_block.clear();
          c.tables.power_template.clear();
        }},
-      {"DoubledFrames", [](C& c) { c.frame_output_enable = true; }},
       {"OneFrameOnly", [](C& c) { c.run_once = true; }},
   };
 }
@@ -100,15 +104,30 @@ TEST_P(WholeStreamSetting, GivesTheReferencesBytes) {
   DefaultConfig config = StreamConfig();
   config.echo_output_code = 12;
   config.output_mode = 12;
-  GetParam().change(config);
+  GetParam().uncover(config);
   SimulatedStream::Plan plan = OneMixedFrame();
   plan.faults = {.loss = 0.002, .duplicate = 0.002, .reorder = 0.01};
+  const TwinCounts without = ExpectSameOutput(config, plan);
+  config.shm_name = UniqueShmName("stream");
+  GetParam().change(config);
   const TwinCounts counts = ExpectSameOutput(config, plan);
   EXPECT_GE(counts.packets, config.echo_num == 0 ? 0U : 35U * 48U);
+  EXPECT_NE(counts.digest, without.digest) << "the setting changes nothing";
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, WholeStreamSetting, ::testing::ValuesIn(Settings()),
                          [](const auto& setting) { return setting.param.name; });
+
+// Only the export shows it, but the doubling has the whole frame in its hands.
+TEST(WholeStreamSettings, DoubledFramesLeaveTheStreamAsItIs) {
+  DefaultConfig config = StreamConfig();
+  const TwinCounts without = ExpectSameOutput(config, OneMixedFrame());
+  config.shm_name = UniqueShmName("stream");
+  config.frame_output_enable = true;
+  const TwinCounts with = ExpectSameOutput(config, OneMixedFrame());
+  EXPECT_GE(with.packets, 1728U);
+  EXPECT_EQ(with.digest, without.digest);
+}
 
 class ExportedFiles : public ::testing::TestWithParam<const char*> {};
 
