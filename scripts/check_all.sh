@@ -37,7 +37,7 @@ cmake --build --preset asan -j "$jobs"
 
 step "Tests under the address and undefined-behaviour sanitizers"
 ctest --test-dir build/asan -j "$jobs" --output-on-failure --progress -LE live
-ctest --test-dir build/asan --output-on-failure --progress -L live --repeat until-pass:2
+ctest --test-dir build/asan --output-on-failure --progress -L live
 
 step "Threads of ring, client and node under the thread sanitizer"
 scripts/check_threads.sh

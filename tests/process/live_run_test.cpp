@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstring>
 #include <random>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -20,13 +19,15 @@ namespace {
 constexpr auto kRing = "/kerul_lidar_udp_shm";
 constexpr std::size_t kRingBytes = 104857600;
 constexpr int kPixels = 216 * 288;
+const std::string kInterruptLine = "Interrupt signal (2) received.\n";
 const std::string kWholeFrame = ", received_count:6912\n";
 
 class LiveRun : public IsolatedProcessTest {
  protected:
   // A stream that lasts as long as the object, at a rate that a slow machine carries.
-  std::unique_ptr<ChildProcess> StartStream(std::vector<std::string> more = {}) const {
-    more.insert(more.end(), {"--quiet", "--loop", "2", "--rate", "4"});
+  std::unique_ptr<ChildProcess> StartStream(std::vector<std::string> more = {},
+                                            const std::string& frames_per_second = "4") const {
+    more.insert(more.end(), {"--quiet", "--loop", "2", "--rate", frames_per_second});
     return StartSimulator(more);
   }
 };
@@ -79,11 +80,16 @@ const CollectedFrame* NextScene(RingTap& tap, std::uint64_t ring = 1) {
 
 TEST_F(LiveRun, CompleteFramesArriveInOrder) {
   const auto node = StartCalibratedNode();
-  const auto stream = StartStream();
+  // So slow that a frame without a lost datagram comes in time on a busy machine too.
+  const auto stream = StartStream({}, "1");
   RingTap tap;
-  std::vector<int> ids;
-  for (int i = 0; i < 5; ++i) {
-    const CollectedFrame* frame = i == 0 ? tap.NextComplete() : NextScene(tap);
+  // The first frame is published under 0, whether or not all of it has come.
+  const CollectedFrame* first = tap.NextFrame();
+  ASSERT_NE(first, nullptr) << node->Out() << node->Err() << stream->Err();
+  EXPECT_EQ(first->key.frame_id, 0);
+  std::vector<int> ids{0};
+  for (int i = 0; i < 4; ++i) {
+    const CollectedFrame* frame = NextScene(tap);
     ASSERT_NE(frame, nullptr) << node->Out() << node->Err() << stream->Err();
     EXPECT_EQ(frame->packets, 1728U + frame->duplicates);
     // The default plan: the preferred echo alone, in units of 4 mm.
@@ -94,8 +100,6 @@ TEST_F(LiveRun, CompleteFramesArriveInOrder) {
     EXPECT_LT(CountReturns(*frame), kPixels);
     ids.push_back(frame->key.frame_id);
   }
-  // The first frame is published under 0, and the stream begins at 0 as well.
-  EXPECT_EQ(ids[0], 0);
   for (std::size_t i = 1; i < ids.size(); ++i) EXPECT_GT(ids[i], ids[i - 1]);
   EXPECT_EQ(tap.Refused(), 0U);
   EXPECT_EQ(tap.Ring().torn, 0U);
@@ -106,13 +110,10 @@ TEST_F(LiveRun, CompleteFramesArriveInOrder) {
   EXPECT_EQ(node->Interrupt(), 0);
   EXPECT_EQ(stream->Interrupt(), 0);
   EXPECT_EQ(node->Err(), "");
-  // Behind the start there are frame lines only, and the end.
+  // Nothing else than the start, frame lines after it, and the end.
   const std::string start = StartLog(kSensorId, "local_cache", kSensorId);
-  ASSERT_EQ(node->Out().substr(0, start.size()), start);
-  const std::regex rest(
-      "(等效解包FPS: [0-9.e+]+, frame_id: [0-9]+, received_count:[0-9]+\n)+"
-      "Interrupt signal \\(2\\) received\\.\nSocketSource::Close\\(\\)\nSource::Close\\(\\)\n");
-  EXPECT_TRUE(std::regex_match(node->Out().substr(start.size()), rest)) << node->Out();
+  EXPECT_EQ(node->Out().substr(0, start.size()), start);
+  EXPECT_EQ(WithoutFrameLines(node->Out()), start + kInterruptLine + kClosingLines);
 }
 
 // Lost, repeated, reordered, foreign and cut datagrams: the node goes on. Frames have gaps then:
@@ -142,9 +143,8 @@ TEST_F(LiveRun, AnInterruptWhileStreamingEndsWellAndLeavesTheRing) {
   RingTap tap;
   ASSERT_NE(tap.NextComplete(), nullptr);
   EXPECT_EQ(node->Interrupt(), 0);
-  EXPECT_TRUE(node->WaitFor(Stream::kOut,
-                            "Interrupt signal (2) received.\n"
-                            "SocketSource::Close()\nSource::Close()\n"));
+  EXPECT_EQ(WithoutFrameLines(node->Out()),
+            StartLog(kSensorId, "local_cache", kSensorId) + kInterruptLine + kClosingLines);
   EXPECT_EQ(node->Err(), "");
   const RingMapping ring;
   ASSERT_TRUE(ring.Exists());

@@ -170,7 +170,7 @@ TEST_F(OnlineStart, AKilledStartNeverCrashesTheNextOne) {
     victim->Signal(SIGKILL);
     ASSERT_EQ(victim->WaitForExit(), 128 + SIGKILL);
     const auto node = StartNode();
-    if (WaitUntilRunning(*node, std::chrono::seconds(10))) {
+    if (WaitUntilRunning(*node)) {
       EXPECT_EQ(node->Interrupt(), 0);
       EXPECT_EQ(node->Err(), "");
       continue;

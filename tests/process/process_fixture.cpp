@@ -76,9 +76,16 @@ std::unique_ptr<ChildProcess> IsolatedProcessTest::StartCalibratedNode() {
 
 bool WaitUntilRunning(const ChildProcess& node, std::chrono::milliseconds timeout) {
   const std::string main_thread = std::to_string(node.pid());
-  return WaitUntil(
-      [&] { return ThreadCount(node.pid()) > 1 && ThreadState(node.pid(), main_thread) == 'S'; },
-      timeout);
+  const auto runs = [&] {
+    return ThreadCount(node.pid()) > 1 && ThreadState(node.pid(), main_thread) == 'S';
+  };
+  // Z: it has ended, and its parent has not asked for the status yet.
+  const auto ended = [&] {
+    const char state = ThreadState(node.pid(), main_thread);
+    return state == 'Z' || state == ' ';
+  };
+  WaitUntil([&] { return runs() || ended(); }, timeout);
+  return runs();
 }
 
 }  // namespace kerul::lidar::testing

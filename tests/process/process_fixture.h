@@ -57,7 +57,7 @@ class IsolatedProcessTest : public ProcessTest {
 };
 
 // Waits until the node's bring-up is over: the worker exists and the main thread sleeps until it
-// ends. False when time or process end before.
+// ends. False when time or process end before, the latter at once.
 bool WaitUntilRunning(const ChildProcess& node, std::chrono::milliseconds timeout = kPatience);
 
 // Looks again and again until `done` is true. False when time ends before.

@@ -71,9 +71,9 @@ TEST_F(ServiceFaultOptionsTest, TooFewBytes) {
 }
 
 TEST_F(ServiceFaultOptionsTest, TooManyPieces) {
-  ExpectFailure({"--rcx-body-piece", "32", "--rcx-piece-gap", "50"},
+  ExpectFailure({"--rcx-body-piece", "1", "--rcx-piece-gap", "50"},
                 kHeadFailed + "RCX read body failed\n");
-  ExpectFailure({"--rcx-header-piece", "1", "--rcx-piece-gap", "50", "--rcx-register", "main"},
+  ExpectFailure({"--rcx-header-piece", "1", "--rcx-piece-gap", "400", "--rcx-register", "main"},
                 kMainFailed + "RCX read header failed" + kNoCache);
 }
 

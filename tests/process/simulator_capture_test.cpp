@@ -92,7 +92,7 @@ TEST_F(SimulatorReplay, RunsOntoTheLoopbackInterfaceIntoTheNode) {
   }
   Finish(StartSimulator(kTwoFrames));
   const auto node = StartCalibratedNode();
-  ChildProcess tcpreplay({"tcpreplay", "-i", "lo", "--pps", "20000", "--loop", "200", "run.pcap"},
+  ChildProcess tcpreplay({"tcpreplay", "-i", "lo", "--pps", "6000", "--loop", "200", "run.pcap"},
                          Directory());
   RingTap tap;
   int filled = 0;

@@ -4,6 +4,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <regex>
+#include <sstream>
+
 namespace kerul::lidar::testing {
 namespace {
 
@@ -21,6 +24,17 @@ int GrantedBufferBytes() {
 }
 
 }  // namespace
+
+std::string WithoutFrameLines(const std::string& log) {
+  static const std::regex frame_line(
+      "等效解包FPS: [0-9.e+]+, frame_id: [0-9]+, received_count:[0-9]+");
+  std::istringstream lines(log);
+  std::string kept;
+  for (std::string line; std::getline(lines, line);) {
+    if (!std::regex_match(line, frame_line)) kept += line + "\n";
+  }
+  return kept;
+}
 
 std::string OpeningLines(const std::string& cali_path) {
   return "[INFO] using embedded default config for lidar \"QNDR_001\", cali_path=" +

@@ -33,4 +33,8 @@ inline std::string FailedStartLog(const std::string& cali_path, const std::strin
   return OpeningLines(cali_path) + LoadingLine(cali_path) + more + kClosingLines;
 }
 
+// The log without the lines of closed frames. These come whenever a frame ends: an interrupt's line
+// and the closing lines may have one between them, or some, or none.
+std::string WithoutFrameLines(const std::string& log);
+
 }  // namespace kerul::lidar::testing
