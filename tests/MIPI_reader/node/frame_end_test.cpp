@@ -91,7 +91,6 @@ TEST_F(FrameEnd, WithoutADirectoryNothingIsWrittenAndNoNumberUsed) {
   StartNode(config_);
   EXPECT_EQ(PlayAndTakeErrors({MakeRawPacket(9, kLastPacket, Lit())}), "");
   EXPECT_EQ(Access().export_file_seq(), 0U);
-  EXPECT_FALSE(fs::exists("/A_node_raw_f009_n000000.bin"));
 }
 
 // Only the last packet has a frame exported: one that another frame's packet closes is lost.
