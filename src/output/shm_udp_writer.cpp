@@ -86,7 +86,7 @@ bool ShmUdpWriter::WriteOne(const std::uint8_t* data, std::uint16_t length) {
     ShmUdpInitRing(data_, size_);
     shape = FreshShape(SlotsIn(size_));  // not read back, for the same reason
   }
-  const std::uint32_t number = seq_ + 1;
+  const std::uint32_t number = seq_ + 1;  // deliberate: goes on after a repair
   std::uint8_t* slot = data_ + SlotOffset(shape, number);
 
   StoreWord(slot, 0, std::memory_order_relaxed);

@@ -180,7 +180,7 @@ int SocketSource::Receive(UdpPacket& packet, std::uint16_t length, int flags, in
     return Read(packet, length, flags);
   }
   if (ready == 0) {
-    packet.timed_out = 1;
+    packet.timed_out = 1;  // deliberate: nothing clears it again
     return 0;
   }
   std::cout << "Select timeout error\n";

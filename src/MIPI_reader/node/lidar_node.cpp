@@ -120,6 +120,7 @@ void LidarNode::OpenSource() {
 void LidarNode::OpenOutput() {
   if (config_->udp_output) {
     udp_output_ = std::make_unique<SocketSource>(config_->udp_dest_port, config_->recv_ip);
+    // Deliberate: the socket that is bound here is thrown away by SetClientIp.
     udp_output_->Open();
     udp_output_->SetClientIp(config_->udp_dest_ip);
     Log("] output=UDP " + config_->udp_dest_ip + ":" + std::to_string(config_->udp_dest_port));

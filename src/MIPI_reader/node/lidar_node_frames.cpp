@@ -99,6 +99,7 @@ void LidarNode::ExportFrameFile(int frame_id) {
   const bool doubled = kerul::lidar::ExportModeCode(config_->export_mode) == 2;
   const std::shared_ptr<kerul::lidar::LidarFrame>& frame = doubled ? upsampled_frame_ : frame_;
   if (!frame) return;
+  // Deliberate: the number is used up, whatever becomes of the file.
   ExportFrame(*frame, {.export_dir = config_->export_dir,
                        .node_name = name_,
                        .export_mode = config_->export_mode,

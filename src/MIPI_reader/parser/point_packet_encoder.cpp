@@ -112,6 +112,7 @@ void WritePointPacketHeader(const PointPacketHeader& header, std::uint8_t* packe
 
 std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept {
   // The published range is limited to this span in the one mode that consumers measure with.
+  // Deliberate: the near limit is the float, a bit above 0.05, and the float itself is outside.
   if (OutputMode{output_mode} == OutputMode::kReflectivity &&
       (dist_proc <= 0.05F || dist_proc >= 40.0F))
     return 0;
@@ -125,6 +126,7 @@ PayloadBytes EncodePayload(const LidarPoint& point, int echo, int output_mode) n
   switch (OutputMode{output_mode}) {
     case OutputMode::kReflectivity:
       bytes[0] = EncodeReflectivity(e.refl_proc);
+      // Deliberate: a product in single precision, which may round up to the next whole number.
       PackHeight(e, 10.0F * point.shot_ratio, bytes);
       return bytes;
     case OutputMode::kPixelWord:
