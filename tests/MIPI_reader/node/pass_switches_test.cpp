@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
 #include "bloom/bloom_frame.h"
+#include "support/ground_settings_builder.h"
 #include "support/node_fixture.h"
 
 namespace kerul::lidar::testing {
