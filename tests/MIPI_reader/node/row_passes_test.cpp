@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "MIPI_reader/node/bloom/bloom_frame.h"
-#include "MIPI_reader/node/frame_builder.h"
-#include "MIPI_reader/node/ground/ground_settings_builder.h"
+#include "support/frame_builder.h"
+#include "support/ground_settings_builder.h"
 
 namespace kerul::lidar {
 namespace {
@@ -27,7 +27,7 @@ struct NameCollector {
 };
 
 // Three miniflash rows of twelve blocks; the passes run over the middle one, rows 6 to 11.
-class RowPasses : public testing::Test {
+class RowPasses : public ::testing::Test {
  protected:
   ~RowPasses() override { LidarPoint::echo_num = 1; }
 
