@@ -106,7 +106,8 @@ TEST_F(CommandChannel, ShowsTheHeadPageOfTheSimulatedSensor) {
   EXPECT_EQ(answer[11], "");
 }
 
-// Three pages: one whole, one whose header and data come in pieces, two messages in one segment.
+// Three pages: one whole, one whose header and data come in pieces, and one that shares its segment
+// with the beginning of another message.
 TEST_F(CommandChannel, PutsMessagesTogetherAcrossSegments) {
   const auto page = [](int number) { return Bytes(256, static_cast<std::uint8_t>(number + 1)); };
   Ask(kMainRegister, 256);
@@ -122,14 +123,33 @@ TEST_F(CommandChannel, PutsMessagesTogetherAcrossSegments) {
   Ask(kMainRegister, 256);
   Bytes both = Message(255, 0, page(2));
   const Bytes spare = Message(7, 0, {1, 2, 3});
-  both.insert(both.end(), spare.begin(), spare.end());
+  const auto cut = spare.begin() + 9;
+  both.insert(both.end(), spare.begin(), cut);
   Answer(both);
+  Answer(Bytes(cut, spare.end()));
+  const FieldTable table = Fields(frames_,
+                                  {"kerul_command.page", "kerul_command.data", "kerul_command.code",
+                                   "kerul_command.head.page_count"},
+                                  {"-2", "-Y", "kerul_command && tcp.srcport == 9347"});
+  // Page 0 is the head page, whose words are all 0101 here.
+  EXPECT_EQ(table, (FieldTable{{"0", Hex(page(0)), "0xff", "257"},
+                               {"1", Hex(page(1)), "0xff", ""},
+                               {"2", Hex(page(2)), "0xff", ""},
+                               {"", "", "0x07", ""}}));
+}
+
+TEST_F(CommandChannel, TakesARequestForNoReadWhenItsLengthIsCut) {
+  const Bytes read{0, 0, 1, 0x23, 0x40, 2, 0xA0, 0x2C, 1, 0xFF, 1, 0};
+  for (const std::ptrdiff_t bytes : {9, 10, 11, 12}) {
+    frames_.Add(
+        conversation_.FromClient(Message(255, 0, Bytes(read.begin(), read.begin() + bytes))));
+  }
   const FieldTable table =
-      Fields(frames_, {"kerul_command.page", "kerul_command.data", "kerul_command.code"},
-             {"-2", "-Y", "kerul_command && tcp.srcport == 9347"});
-  EXPECT_EQ(table, (FieldTable{{"0", Hex(page(0)), "0xff"},
-                               {"1", Hex(page(1)), "0xff"},
-                               {"2", Hex(page(2)), "0xff,0x07"}}));
+      Fields(frames_, {"kerul_command.read_length", "kerul_command.register", "_ws.lua.error"});
+  EXPECT_EQ(
+      table,
+      (FieldTable{
+          {"", "0xa02c", ""}, {"", "0xa02c", ""}, {"", "0xa02c", ""}, {"256", "0xa02c", ""}}));
 }
 
 TEST_F(CommandChannel, TellsErrorsAndShortAnswers) {

@@ -145,9 +145,10 @@ TEST_F(DatagramsOnThePorts, NeverRaiseAnErrorWhateverTheyHold) {
     for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random() >> 24U);
     const unsigned kind = random() % 8;
     if (kind == 7) {
-      // A message of the command channel, often with a length that may be right.
-      const Bytes head{0x47, 0x74, 0xFF, 0, 0, 0};
-      std::copy_n(head.begin(), std::min(random() % 7UL, bytes.size()), bytes.begin());
+      // The beginning of a register read, and what follows by chance.
+      const Bytes head{0x47, 0x74, 0xFF, 0,    0, 0,    0,    12, 0,
+                       0,    1,    0x23, 0x40, 2, 0xA0, 0x2C, 1,  0xFF};
+      std::copy_n(head.begin(), std::min(random() % 19UL, bytes.size()), bytes.begin());
       frames.Add(
           random() % 2 == 0 ? conversation.FromClient(bytes) : conversation.FromSensor(bytes),
           random() % 8 == 0 ? 54 + random() % 64 : SIZE_MAX);

@@ -123,8 +123,8 @@ TEST_F(RawPackets, TellPlacesAndPixelsOutsideTheFrame) {
   Bytes beyond = Datagram(MakeRawPacket(1, 0));
   beyond[673] = 36;  // the first miniflash row below the frame
   frames.AddUdp(beyond, kRawPort);
-  Bytes beside = Datagram(MakeRawPacket(1, 0));
-  beside[671] = 8;  // eight slots of six columns: the last dozen's columns leave the frame
+  Bytes beside = Datagram(MakeRawPacket(1, 1));  // pixels 9 to 17
+  beside[671] = 8;                               // 8 * 6 columns further than slot 0
   frames.AddUdp(beside, kRawPort);
   const FieldTable table =
       Fields(frames, {"kerul_raw.place", "kerul_raw.expert.frame_end", "kerul_raw.expert.place",
@@ -137,9 +137,12 @@ TEST_F(RawPackets, TellPlacesAndPixelsOutsideTheFrame) {
   EXPECT_NE(table[1][2], "");
   EXPECT_EQ(Split(table[1][3], ',').size(), 9U);
   EXPECT_NE(table[1][4].find("Pixel 0 at row 216, column 0 is outside"), std::string::npos);
-  // Place 8 * 48 is another packet's; pixels 0 to 8 stand at columns 48 + 24 * id, below 288.
-  EXPECT_EQ(table[2][0], "384");
-  EXPECT_EQ(table[2][2] + table[2][3], "");
+  // Place 8 * 48 + 1 is another packet's. Pixel 9 stands at column 48 + 9 * 24 = 264, pixels 10 and
+  // 11 at 288 and 312; with 12 the next dozen begins on the left.
+  EXPECT_EQ(table[2][0], "385");
+  EXPECT_EQ(table[2][2], "");
+  EXPECT_EQ(Split(table[2][3], ',').size(), 2U);
+  EXPECT_NE(table[2][4].find("Pixel 10 at row 0, column 288 is outside"), std::string::npos);
 }
 
 TEST_F(RawPackets, TellAnotherNumberOfPixelBlocks) {
