@@ -28,7 +28,8 @@ class DefaultMode : public FormsTest {
   Encoded Encode(int echo = 0) const {
     const FrameRows rows(6, std::vector<LidarPoint>(6, point));
     std::vector<std::uint8_t> packet(kMaxDatagramBytes);
-    WritePoints(rows, AngleCalibGrid{}, 0, echo, kOutputModeReflectivity, packet.data());
+    WritePoints(rows, AngleCalibGrid{}, 0, echo, static_cast<int>(OutputMode::kReflectivity),
+                packet.data());
     const std::uint8_t* const first = packet.data() + point_packet::kPointsOffset;
     for (int i = 1; i < point_packet::kPoints; ++i) {
       EXPECT_EQ(std::memcmp(first, first + 5 * i, 5), 0) << "point " << i;
