@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdint>
 #include <random>
 #include <vector>
 
-#include "slow_merge.h"
 #include "support/point_compare.h"
 
 namespace kerul::lidar {
@@ -14,14 +14,12 @@ namespace {
 
 using testing::PointDifference;
 
-using merge_test::Samples;
-using merge_test::SlowMerge;
-using merge_test::SlowMergeFour;
-using merge_test::SlowMergeOnAxis;
-using merge_test::SlowMergeTwo;
-using merge_test::SlowPickFour;
-using merge_test::SlowWindow;
-using merge_test::SlowWindowOf;
+using Samples = std::array<std::uint16_t, kWindowSamples>;
+
+struct PlacedWindow {
+  Samples samples;
+  int address;
+};
 
 Samples Flat(std::uint16_t value) {
   Samples samples;
@@ -102,10 +100,10 @@ struct Merged {
   int center = 0;
 };
 
-Merged MergeOnAxis(const std::vector<SlowWindow>& windows) {
+Merged MergeOnAxis(const std::vector<PlacedWindow>& windows) {
   std::vector<const std::uint16_t*> pointers;
   std::vector<int> addresses;
-  for (const SlowWindow& window : windows) {
+  for (const PlacedWindow& window : windows) {
     pointers.push_back(window.samples.data());
     addresses.push_back(window.address);
   }
@@ -117,8 +115,8 @@ Merged MergeOnAxis(const std::vector<SlowWindow>& windows) {
 }
 
 TEST(MergeWindowsOnAxis, FewerThanTwoWindowsGiveZeros) {
-  for (const std::vector<SlowWindow>& windows :
-       {std::vector<SlowWindow>{}, std::vector<SlowWindow>{{Flat(9), 100}}}) {
+  for (const std::vector<PlacedWindow>& windows :
+       {std::vector<PlacedWindow>{}, std::vector<PlacedWindow>{{Flat(9), 100}}}) {
     const Merged merged = MergeOnAxis(windows);
     EXPECT_EQ(merged.samples, Flat(0));
     EXPECT_EQ(merged.center, 0);
@@ -186,26 +184,6 @@ TEST(MergeWindowsOnAxis, OnlyTheLowTwelveBitsCount) {
   const Merged masked = MergeOnAxis({{Flat(0x7005), 0x3000 + 100}, {Flat(0xF006), -4096 + 101}});
   EXPECT_EQ(masked.center, plain.center);
   EXPECT_EQ(masked.samples, plain.samples);
-}
-
-TEST(MergeWindowsOnAxis, RandomWindowsAgreeWithTheSlowComputation) {
-  std::mt19937 random(1);
-  int merges = 0;
-  for (int round = 0; round < 20000; ++round) {
-    std::vector<SlowWindow> windows(1 + random() % 6);
-    const int base = static_cast<int>(random() % 4000);
-    for (SlowWindow& window : windows) {
-      window = {RandomSamples(random), base + static_cast<int>(random() % 24)};
-      if (windows.size() > 2 && random() % 10 == 0)
-        window.address = static_cast<int>(random() % 4096);
-    }
-    const SlowMerge expected = SlowMergeOnAxis(windows);
-    const Merged merged = MergeOnAxis(windows);
-    ASSERT_EQ(merged.center, expected.center);
-    ASSERT_EQ(merged.samples, expected.out);
-    merges += expected.out != Samples{} ? 1 : 0;
-  }
-  EXPECT_GT(merges, 8000);
 }
 
 // ---- PickAndMergeFour ----
@@ -280,31 +258,6 @@ TEST(PickAndMergeFour, ANegativeCentreIsPackedAsItsBitPattern) {
   Samples out{};
   const std::uint64_t packed = PickAndMergeFour(Pointers(points).data(), 0, out.data());
   EXPECT_EQ(packed, 0xF'FFFF'FFFAULL);  // -6 below the mask
-}
-
-TEST(PickAndMergeFour, RandomSourcesAgreeWithTheSlowComputation) {
-  std::mt19937 random(2);
-  int by_count[5] = {};
-  for (int round = 0; round < 20000; ++round) {
-    std::vector<LidarPoint> points;
-    const int base = static_cast<int>(random() % 4000);
-    const int reach = 1 + static_cast<int>(random() % 70);
-    for (int i = 0; i < 4; ++i) points.push_back(RandomPoint(random, base, reach));
-    const int slot = static_cast<int>(random() % 2);
-    const SlowMerge expected =
-        SlowPickFour({SlowWindowOf(points[0], slot), SlowWindowOf(points[1], slot),
-                      SlowWindowOf(points[2], slot), SlowWindowOf(points[3], slot)});
-    std::uint32_t mask = 0;
-    for (const int i : expected.sources) mask |= 1U << i;
-    const Picked picked = Pick(points, slot);
-    ASSERT_EQ(picked.mask, mask);
-    ASSERT_EQ(picked.center, expected.center);
-    ASSERT_EQ(picked.samples, expected.out);
-    ++by_count[expected.sources.size()];
-  }
-  EXPECT_GT(by_count[0], 500);
-  EXPECT_GT(by_count[3], 500);
-  EXPECT_GT(by_count[4], 500);
 }
 
 // ---- MergePoints ----
@@ -465,28 +418,6 @@ TEST(MergePoints, SourcesStayAsTheyWere) {
   const std::vector<LidarPoint> before = points;
   MergePoints(Pointers(points).data(), 4);
   for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(PointDifference(points[i], before[i]), "");
-}
-
-TEST(MergePoints, RandomSourcesAgreeWithTheSlowComputation) {
-  std::mt19937 random(5);
-  int set = 0;
-  for (const int echo_num : {1, 2}) {
-    const EchoSlots slots(echo_num);
-    for (const std::size_t count : {2U, 4U}) {
-      for (int round = 0; round < 5000; ++round) {
-        std::vector<LidarPoint> points;
-        const int base = static_cast<int>(random() % 4000);
-        const int reach = 1 + static_cast<int>(random() % 60);
-        for (std::size_t i = 0; i < count; ++i) points.push_back(RandomPoint(random, base, reach));
-        const LidarPoint expected = count == 2 ? SlowMergeTwo(points) : SlowMergeFour(points);
-        const LidarPoint merged = MergePoints(Pointers(points).data(), static_cast<int>(count));
-        ASSERT_EQ(PointDifference(merged, expected), "")
-            << echo_num << ' ' << count << ' ' << round;
-        set += expected.pixel_word22 != 0.0F ? 1 : 0;
-      }
-    }
-  }
-  EXPECT_GT(set, 10000);
 }
 
 }  // namespace
