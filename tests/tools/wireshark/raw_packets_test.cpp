@@ -35,7 +35,7 @@ Bytes ExamplePacket() {
       pixel.samples[10U + i] = static_cast<std::uint16_t>(200 + i);
       pixel.samples[29U + i] = static_cast<std::uint16_t>(4095 - i);
     }
-    PackPixel(pixel, &packet[20U + 72U * static_cast<unsigned>(block)]);
+    PackBlock(pixel.samples, &packet[20U + 72U * static_cast<unsigned>(block)]);
   }
   packet[671] = 1;
   packet[673] = 2;

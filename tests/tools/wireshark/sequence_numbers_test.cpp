@@ -76,9 +76,7 @@ class SequenceNumbers : public TsharkTest {
     FrameList frames;
     for (const std::uint32_t number : sequence) {
       UdpPacket packet = MakeRawPacket(0, 0);
-      for (unsigned i = 0; i < 4; ++i) {
-        packet.buffer[688 + i] = static_cast<std::uint8_t>(number >> (8 * i));
-      }
+      SetSequence(packet, number);
       frames.AddUdp({packet.buffer, static_cast<std::size_t>(kRawPacketBytes)}, kRawPort);
     }
     frames.Write(CapturePath());
