@@ -90,8 +90,9 @@ bool IsWholeRawPacket(const Bytes& payload) {
 }
 
 std::uint32_t NumberOf(const Bytes& packet) {
-  return packet[688] | packet[689] << 8U | packet[690] << 16U |
-         static_cast<std::uint32_t>(packet[691]) << 24U;
+  std::uint32_t number = 0;
+  for (std::size_t i = 0; i < 4; ++i) number += std::uint32_t{packet[688 + i]} << (8 * i);
+  return number;
 }
 
 TEST_F(SequenceNumbers, GapsAddUpToWhatTheSimulatorLost) {

@@ -184,7 +184,8 @@ function shared.add_sequence(tree, range, fields, experts, tracker, pinfo)
   if not mark then return "" end
   if mark.missing then
     tree:add(fields.missing, range, mark.missing):set_generated()
-    item:add_proto_expert_info(experts.gap, string.format("%d missing before this one", mark.missing))
+    item:add_proto_expert_info(experts.gap,
+                               string.format("%d missing before this one", mark.missing))
     return string.format(" [%d missing]", mark.missing)
   end
   local name = next(mark)
