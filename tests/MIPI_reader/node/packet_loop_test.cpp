@@ -238,7 +238,7 @@ TEST_F(PacketLoopWaits, AClosedFrameLeavesAMapOfZerosWhateverTheOtherMapHeld) {
 
 class DistanceMap : public NodeFixture {};
 
-// The range that is published, which the ordering of the echoes takes from the second slot here.
+// The range that is published, which the ordering of the echoes takes from the slot of the nearer.
 TEST_F(DistanceMap, HoldsTheRangesOfTheRowAfterAllPasses) {
   DefaultConfig config = TestConfig();
   config.neighbor_check_enable = false;
@@ -247,8 +247,9 @@ TEST_F(DistanceMap, HoldsTheRangesOfTheRowAfterAllPasses) {
     for (int col = 0; col < 288; ++col) {
       LidarPoint& point =
           Access().frame().points[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)];
-      point.echoes[0].dist_raw = 20.0F;
-      point.echoes[1].dist_raw = static_cast<float>(row) + static_cast<float>(col) / 512.0F;
+      const int nearer = col % 2;
+      point.echoes[1 - nearer].dist_raw = 20.0F;
+      point.echoes[nearer].dist_raw = static_cast<float>(row) + static_cast<float>(col) / 512.0F;
       point.echoes[1].peak = 100.0F;
     }
   }

@@ -67,7 +67,7 @@ class PassSwitches : public NodeFixture {
     // An echo alone, and a pixel whose second echo is the nearer one.
     Pixel(62, 100).echoes[0].dist_raw = 5.0F;
     Pixel(62, 200).echoes[0].dist_raw = 2.0F;
-    Pixel(62, 200).echoes[1].dist_raw = 1.0F;
+    Pixel(62, 200).echoes[1].dist_raw = Pixel(62, 200).echoes[1].dist_proc = 1.0F;
     Pixel(62, 200).echoes[1].peak = 100.0F;
     // Narrow pulses, no block of which fits the one beside it.
     for (int row = 120; row < 126; ++row) {
@@ -82,9 +82,11 @@ class PassSwitches : public NodeFixture {
     bloom_test::PutEcho(Access().frame(), 183, 101, 10.0F, 80.0F);
   }
 
-  Effects Run(DefaultConfig config) {
+  // record_slots: echo slots of the process's records, 0 for as many as are configured.
+  Effects Run(DefaultConfig config, int record_slots = 0) {
     config.shm_name = UniqueShmName("node");
     StartNode(config);
+    if (record_slots != 0) LidarPoint::echo_num = record_slots;
     PutScenes();
     for (const int m_row : {kGroundRow, kLoneRow, kNoiseRow, kBloomRow}) {
       Access().ProcessMiniflashRow(m_row);
@@ -146,10 +148,13 @@ TEST_F(PassSwitches, WithCalibrationOffNoneRuns) {
   EXPECT_EQ(Run(config), Effects{});
 }
 
-TEST_F(PassSwitches, WithOneEchoSlotNothingIsOrdered) {
+TEST_F(PassSwitches, OnlyTwoSlotsInTheSettingsAndInTheRecordsAreOrdered) {
   DefaultConfig config = BareConfig();
+  EXPECT_EQ(Run(config, 1), Effects{});
+  EXPECT_EQ(Run(config, 2), (Effects{.ordered = true}));
   config.echo_num = 1;
-  EXPECT_EQ(Run(config), Effects{});
+  EXPECT_EQ(Run(config, 1), Effects{});
+  EXPECT_EQ(Run(config, 2), Effects{});
 }
 
 }  // namespace
