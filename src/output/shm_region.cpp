@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,6 +25,14 @@ bool ObjectToken(int fd, std::uint64_t& token) {
   return true;
 }
 
+// In /dev/shm only its owner and root may remove an object.
+void PrintForeignOwner(const std::string& name) {
+  struct stat status {};
+  if (lstat(("/dev/shm" + name).c_str(), &status) != 0 || status.st_uid == geteuid()) return;
+  std::cerr << "ShmRegion::Open name=" << name << " belongs to user " << status.st_uid
+            << ": only that user or root can remove it" << std::endl;
+}
+
 // Removes the object that an earlier writer left. Having none is the normal first start.
 bool RemoveStaleObject(const std::string& name) {
   if (shm_unlink(name.c_str()) == 0) {
@@ -35,31 +44,77 @@ bool RemoveStaleObject(const std::string& name) {
   if (error == ENOENT) return true;
   std::cerr << "ShmRegion::Open shm_unlink failed, name=" << name << " errno=" << error << " ("
             << std::strerror(error) << ")" << std::endl;
+  PrintForeignOwner(name);
   return false;
 }
 
-// Opens the object for reading and lowers `size` to its size. -1 when it is not there or too small.
+// Opens the named object. A FIFO of that name must not hold the caller, so nothing here waits.
+int OpenObject(const std::string& name, int flags) {
+  return shm_open(name.c_str(), flags | O_NONBLOCK, kObjectMode);
+}
+
+// Closes and keeps what went wrong. Gives -1.
+int CloseFailed(int fd, int error) {
+  close(fd);
+  errno = error;
+  return -1;
+}
+
+// Opens the object for reading and lowers `size` to its size. -1 and errno when it is not there,
+// too small or no plain object of shared memory.
 int OpenForReading(const std::string& name, std::uint32_t& size) {
-  const int fd = shm_open(name.c_str(), O_RDONLY, kObjectMode);
+  const int fd = OpenObject(name, O_RDONLY);
   if (fd < 0) return -1;
   struct stat status {};
-  if (fstat(fd, &status) != 0 || status.st_size < off_t{kSmallestShmRegion}) {
-    close(fd);
-    return -1;
+  if (fstat(fd, &status) != 0) return CloseFailed(fd, errno);
+  if (!S_ISREG(status.st_mode) || status.st_size < off_t{kSmallestShmRegion}) {
+    return CloseFailed(fd, EINVAL);
   }
   if (status.st_size < off_t{size}) size = static_cast<std::uint32_t>(status.st_size);
   return fd;
 }
 
+// Gives the object its size and claims the memory for it. Memory that is only promised would end
+// the writer with a bus error at the first page that does not exist. 0 or the error's number.
+int ClaimMemory(int fd, std::uint32_t size) {
+  if (ftruncate(fd, off_t{size}) != 0) return errno;
+  int error = 0;
+  do {
+    error = posix_fallocate(fd, 0, off_t{size});
+  } while (error == EINTR);
+  return error;
+}
+
+void PrintNoMemory(const std::string& name, int fd, std::uint32_t size, int error) {
+  std::cerr << "ShmRegion::Open no memory for the region, name=" << name << " errno=" << error
+            << " (" << std::strerror(error) << ") needed=" << size;
+  struct statvfs status {};
+  if (fstatvfs(fd, &status) == 0) {
+    std::cerr << " free=" << status.f_bavail * status.f_frsize
+              << " size=" << status.f_blocks * status.f_frsize;
+  }
+  std::cerr << " bytes in /dev/shm" << std::endl;
+}
+
+// -1 and errno when it fails; an object that was made for it is gone then.
 int OpenForWriting(const std::string& name, std::uint32_t size, bool recreate) {
   if (recreate && !RemoveStaleObject(name)) return -1;
-  const int fd = shm_open(name.c_str(), O_CREAT | O_RDWR, kObjectMode);
+  int fd = OpenObject(name, O_CREAT | O_EXCL | O_RDWR);
+  const bool made = fd >= 0;
+  if (!made && errno == EEXIST) fd = OpenObject(name, O_CREAT | O_RDWR);
   if (fd < 0) return -1;
-  if (ftruncate(fd, off_t{size}) != 0) {
-    close(fd);
-    return -1;
+  struct stat before {};
+  if (fstat(fd, &before) != 0) return CloseFailed(fd, errno);
+  if (!S_ISREG(before.st_mode)) return CloseFailed(fd, EINVAL);
+  const int error = ClaimMemory(fd, size);
+  if (error == 0) return fd;
+  if (made) {
+    shm_unlink(name.c_str());
+  } else if (ftruncate(fd, before.st_size) != 0) {
+    std::cerr << "ShmRegion::Open left the object longer than it was, name=" << name << std::endl;
   }
-  return fd;
+  PrintNoMemory(name, fd, size, error);
+  return CloseFailed(fd, error);
 }
 
 }  // namespace
@@ -80,23 +135,30 @@ bool ShmRegion::Open(bool read_only, bool recreate) {
     if (!recreate) return true;
     Close();
   }
+  open_error_ = EINVAL;
   if (size_ < kSmallestShmRegion) return false;
   read_only_ = read_only;
   fd_ = read_only ? OpenForReading(name_, size_) : OpenForWriting(name_, size_, recreate);
-  if (fd_ < 0) return false;
+  if (fd_ < 0) {
+    open_error_ = errno;
+    return false;
+  }
 
   const int protection = read_only ? PROT_READ : PROT_READ | PROT_WRITE;
   void* mapping = mmap(nullptr, size_, protection, MAP_SHARED, fd_, 0);
   if (mapping == MAP_FAILED) {
+    open_error_ = errno;
     Close();
     return false;
   }
+  open_error_ = 0;
   data_ = static_cast<std::uint8_t*>(mapping);
   opened_ = true;
   return true;
 }
 
 void ShmRegion::Close() {
+  guard_.Release();
   if (data_ != nullptr) munmap(data_, size_);
   if (fd_ >= 0) close(fd_);
   data_ = nullptr;
@@ -105,6 +167,12 @@ void ShmRegion::Close() {
 }
 
 bool ShmRegion::IsOpened() const noexcept { return opened_ && data_ != nullptr; }
+
+int ShmRegion::OpenError() const noexcept { return open_error_; }
+
+bool ShmRegion::Guard() noexcept { return IsOpened() && guard_.Watch(data_, size_); }
+
+bool ShmRegion::PagesLost() const noexcept { return guard_.PagesLost(); }
 
 std::uint8_t* ShmRegion::Data() noexcept { return data_; }
 
@@ -120,7 +188,7 @@ std::uint64_t ShmRegion::AttachToken() const {
 
 bool ShmRegion::NamedObjectReplaced(std::uint64_t token) const {
   if (token == 0) return false;
-  const int fd = shm_open(name_.c_str(), O_RDONLY, kObjectMode);
+  const int fd = OpenObject(name_, O_RDONLY);
   if (fd < 0) return false;
   std::uint64_t now = 0;
   const bool known = ObjectToken(fd, now);

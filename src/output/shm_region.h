@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "output/bus_error_guard.h"
+
 namespace kerul::lidar {
 
 inline constexpr std::uint32_t kSmallestShmRegion = 3036;  // ring header and two slots, bytes
@@ -21,10 +23,19 @@ class ShmRegion {
   static std::string NormalizeName(const char* name);
 
   // read_only: attaches to an existing object, lowering the size to the object's. Otherwise makes
-  // the object, after unlinking an old one when `recreate`. False leaves the region closed.
+  // the object, after unlinking an old one when `recreate`, and claims all of its memory. Takes
+  // plain objects only and never waits for another process, as a FIFO of the name would make it.
+  // False leaves the region closed, and an object that was made for it is gone.
   bool Open(bool read_only, bool recreate);
   void Close();
   bool IsOpened() const noexcept;
+  // Why the last Open failed, an errno; EINVAL when the object is no region. 0 when it did not.
+  int OpenError() const noexcept;
+  // Lets the process outlive that the open object is made shorter (see bus_error_guard.h). Ends
+  // with Close.
+  bool Guard() noexcept;
+  // Whether that has happened: the region is private memory by now.
+  bool PagesLost() const noexcept;
   std::uint8_t* Data() noexcept;
   const std::uint8_t* Data() const noexcept;
   std::uint32_t Size() const noexcept;
@@ -41,6 +52,8 @@ class ShmRegion {
   bool opened_ = false;
   std::uint8_t* data_ = nullptr;
   int fd_ = -1;
+  int open_error_ = 0;
+  BusErrorGuard guard_;
 };
 
 }  // namespace kerul::lidar

@@ -240,5 +240,44 @@ TEST(ShmRegion, AMissingObjectIsNotCalledReplaced) {
   EXPECT_FALSE(region.NamedObjectReplaced(token));
 }
 
+// Without a writer at its other end, opening a FIFO to read it would wait for ever.
+TEST(ShmRegion, AFifoOfTheNameIsNoRegion) {
+  const ShmTestName name;
+  ASSERT_EQ(mkfifo(("/dev/shm" + name.str()).c_str(), 0600), 0);
+  ShmRegion reader(name.c_str(), kBytes);
+  EXPECT_FALSE(reader.Open(true, false));
+  EXPECT_EQ(reader.OpenError(), EINVAL);
+  EXPECT_FALSE(reader.Open(false, false));
+  EXPECT_EQ(reader.OpenError(), EINVAL);
+  EXPECT_TRUE(reader.NamedObjectReplaced(1));
+  CaptureStdout();
+  EXPECT_TRUE(reader.Open(false, true)) << "a writer removes it as it does any stale object";
+  EXPECT_NE(GetCapturedStdout().find("removed stale region"), std::string::npos);
+}
+
+TEST(ShmRegion, TheReasonOfAFailedOpenIsKept) {
+  const ShmTestName name;
+  ShmRegion region(name.c_str(), kBytes);
+  EXPECT_EQ(region.OpenError(), 0);
+  EXPECT_FALSE(region.Open(true, false));
+  EXPECT_EQ(region.OpenError(), ENOENT);
+  MakeObject(name, 3035);
+  EXPECT_FALSE(region.Open(true, false));
+  EXPECT_EQ(region.OpenError(), EINVAL);
+  MakeObject(name, 4000);
+  EXPECT_TRUE(region.Open(true, false));
+  EXPECT_EQ(region.OpenError(), 0);
+}
+
+// Or the first touch of a page that does not exist would end the writer.
+TEST(ShmRegion, AWritersMemoryIsClaimedWhenItOpens) {
+  const ShmTestName name;
+  ShmRegion region(name.c_str(), 64 * 4096);
+  ASSERT_TRUE(region.Open(false, true));
+  struct stat status {};
+  ASSERT_EQ(stat(("/dev/shm" + name.str()).c_str(), &status), 0);
+  EXPECT_EQ(status.st_blocks * 512, 64 * 4096);
+}
+
 }  // namespace
 }  // namespace kerul::lidar
