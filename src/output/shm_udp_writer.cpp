@@ -1,8 +1,15 @@
 #include "output/shm_udp_writer.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
 #include <iostream>
 
+#include "output/ring_ownership.h"
 #include "output/shm_words.h"
 
 namespace kerul::lidar {
@@ -11,6 +18,10 @@ using namespace shm_ring;
 
 namespace {
 
+// Making a ring takes longer than a frame: whoever removes it again and again must not stop the
+// stream. Nor may whoever overwrites its header fill the log.
+constexpr auto kPause = std::chrono::seconds(1);
+
 // The shape of a fresh ring with room for `slots`.
 HeaderShape FreshShape(std::uint32_t slots) noexcept {
   return {kMagicWord, slots, kStride, kMaxPayload};
@@ -18,6 +29,10 @@ HeaderShape FreshShape(std::uint32_t slots) noexcept {
 
 // Slots in a region of `size` bytes, which must be the smallest region or larger.
 std::uint32_t SlotsIn(std::uint32_t size) noexcept { return (size - kHeaderBytes) / kStride; }
+
+bool SameRing(const HeaderShape& a, const HeaderShape& b) noexcept {
+  return a.slots == b.slots && a.stride == b.stride && a.max_payload == b.max_payload;
+}
 
 // Marks the slot as being written, then empties it. A reader that finds an emptied word finds the
 // mark as well when it looks again.
@@ -61,7 +76,21 @@ void ShmUdpInitRing(std::uint8_t* data, std::uint32_t size) {
 ShmUdpWriter::ShmUdpWriter(const char* name, std::uint32_t size) : ShmRegion(name, size) {}
 
 bool ShmUdpWriter::Open() {
+  Close();  // or the own lock would be taken for another writer's
+  if (RingWriterLives(name_)) {
+    std::cerr << "[WARN] ring " << name_ << ": taken over from a writer that still lives"
+              << std::endl;
+  }
+  wanted_ = true;
+  return MakeRing();
+}
+
+bool ShmUdpWriter::MakeRing() {
+  taken_over_ = false;
+  rebuild_ = false;
   if (!ShmRegion::Open(false, true)) return false;
+  LockAsWriter(fd_);
+  Guard();
   ShmUdpInitRing(data_, size_);
   seq_ = 0;
   const HeaderShape shape = LoadShape(data_);
@@ -71,9 +100,89 @@ bool ShmUdpWriter::Open() {
   return true;
 }
 
-void ShmUdpWriter::Close() { ShmRegion::Close(); }
+void ShmUdpWriter::Close() {
+  wanted_ = false;
+  ShmRegion::Close();
+}
+
+// Where the name leads that led to the object behind `fd`.
+ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const std::string& name, int fd) noexcept {
+  struct stat own {};
+  if (fstat(fd, &own) != 0) return NameState::kOurs;  // nothing can be told
+  const int named = shm_open(name.c_str(), O_RDONLY | O_NONBLOCK, 0);
+  if (named < 0) {
+    // A symbolic link or a socket has the name.
+    if (errno == ELOOP || errno == ENXIO) return NameState::kReplaced;
+    return own.st_nlink == 0 || errno == ENOENT ? NameState::kGone : NameState::kOurs;
+  }
+  struct stat now {};
+  NameState state = NameState::kOurs;
+  if (fstat(named, &now) == 0 && (now.st_dev != own.st_dev || now.st_ino != own.st_ino)) {
+    state = WriterLives(named) ? NameState::kTakenOver : NameState::kReplaced;
+  }
+  close(named);
+  return state;
+}
+
+void ShmUdpWriter::Tend() {
+  if (!wanted_) return;
+  const NameState name_state = IsOpened() ? LookAtName(name_, fd_) : NameState::kGone;
+  if (name_state == NameState::kTakenOver) {
+    if (!taken_over_) {
+      std::cerr << "[WARN] ring " << name_
+                << ": another writer that still lives has taken the name over: what is written here"
+                   " reaches no new reader"
+                << std::endl;
+    }
+    taken_over_ = true;
+    return;
+  }
+  const char* const loss = FindLoss(name_state);
+  if (loss == nullptr) {
+    TendHeader();
+    return;
+  }
+  const Clock::time_point now = Clock::now();
+  if (now < next_making_) return;
+  next_making_ = now + kPause;
+  std::cerr << "[WARN] ring " << name_ << ": " << loss << ", making a new one" << std::endl;
+  MakeRing();
+}
+
+// Why readers cannot see what is written; null while they can.
+const char* ShmUdpWriter::FindLoss(NameState name_state) const {
+  if (!IsOpened()) return "it could not be made";
+  struct stat status {};
+  if (PagesLost() || (fstat(fd_, &status) == 0 && status.st_size < off_t{size_})) {
+    return "its object was made shorter";
+  }
+  if (name_state == NameState::kGone) return "its object was removed";
+  if (name_state == NameState::kReplaced) return "its object was replaced";
+  return nullptr;
+}
+
+// WriteOne follows any sound shape; one of two slots loses every reader. Only the next WriteOne
+// rebuilds, as an empty ring whose count goes on must not be seen.
+void ShmUdpWriter::TendHeader() {
+  const HeaderShape shape = LoadShape(data_);
+  if (ShapeFits(shape, size_) && !SameRing(shape, FreshShape(SlotsIn(size_)))) rebuild_ = true;
+  const Clock::time_point now = Clock::now();
+  if (repairs_ == repairs_told_ || now < next_telling_) return;
+  next_telling_ = now + kPause;
+  repairs_told_ = repairs_;
+  std::cerr << "[WARN] ring " << name_
+            << ": something has overwritten its header, it was rebuilt; repairs so far: "
+            << repairs_ << std::endl;
+}
 
 bool ShmUdpWriter::IsOpened() const noexcept { return ShmRegion::IsOpened(); }
+
+// Into pages that are gone.
+bool ShmUdpWriter::LosePacket() {
+  ++write_errors_;
+  Tend();
+  return false;
+}
 
 bool ShmUdpWriter::WriteOne(const std::uint8_t* data, std::uint16_t length) {
   if (!IsOpened() || length == 0 || length > kMaxPayload || data == nullptr) {
@@ -82,8 +191,11 @@ bool ShmUdpWriter::WriteOne(const std::uint8_t* data, std::uint16_t length) {
   }
   // Each field of the header is read once: another process may overwrite it between check and use.
   HeaderShape shape = LoadShape(data_);
-  if (!ShapeFits(shape, size_)) {
+  if (!ShapeFits(shape, size_) || rebuild_) [[unlikely]] {
+    if (PagesLost()) return LosePacket();
     ShmUdpInitRing(data_, size_);
+    rebuild_ = false;
+    ++repairs_;
     shape = FreshShape(SlotsIn(size_));  // not read back, for the same reason
   }
   const std::uint32_t number = seq_ + 1;  // deliberate: goes on after a repair

@@ -1,6 +1,7 @@
 // The lossy ring of point packets in shared memory: one writer that never waits.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include "output/shm_layout.h"
@@ -15,20 +16,50 @@ class ShmUdpWriter : public ShmRegion {
  public:
   ShmUdpWriter(const char* name, std::uint32_t size);
 
-  // Replaces the named object by a fresh ring and prints its shape.
+  // Replaces the named object by a fresh ring, locks it (see ring_ownership.h) and prints its
+  // shape. A ring whose writer still lives is replaced as well: that is told on standard error, and
+  // the other writer finds it out by Tend.
   bool Open();
   void Close();
   bool IsOpened() const noexcept;
 
   // Publishes one packet of 1..1500 bytes. False counts a write error. A header that something has
-  // overwritten is rebuilt first. No system call, no allocation, no wait.
+  // overwritten is rebuilt first. No system call, no allocation, no wait, but where the object was
+  // made shorter: then the packet is lost and a fresh ring made as by Tend.
   bool WriteOne(const std::uint8_t* data, std::uint16_t length);
+
+  // To be called now and then between two packets, at the end of a frame for example: finds what
+  // would keep readers from seeing what is written, and tells it on standard error.
+  //   object unlinked, replaced or made shorter   a fresh ring is made, at most one a second
+  //   name taken over by a writer that lives      told once; this ring goes on without the name
+  //   header overwritten by another sound shape   the next WriteOne rebuilds the ring; repairs are
+  //                                               told, at most once a second
+  // Some system calls, no allocation while all is well.
+  void Tend();
 
   std::uint32_t Seq() const noexcept { return seq_; }
   std::uint64_t Written() const noexcept { return written_; }
   std::uint64_t WriteErrors() const noexcept { return write_errors_; }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
+  // Where the ring's name leads.
+  enum class NameState : std::uint8_t { kOurs, kGone, kReplaced, kTakenOver };
+
+  static NameState LookAtName(const std::string& name, int fd) noexcept;
+  bool MakeRing();
+  bool LosePacket();
+  const char* FindLoss(NameState name_state) const;
+  void TendHeader();
+
+  bool wanted_ = false;      // between Open and Close
+  bool taken_over_ = false;  // another writer has the name, and that was told
+  bool rebuild_ = false;     // by the next WriteOne
+  std::uint64_t repairs_ = 0;
+  std::uint64_t repairs_told_ = 0;
+  Clock::time_point next_making_{};
+  Clock::time_point next_telling_{};
   std::uint32_t seq_ = 0;
   std::uint64_t written_ = 0;
   std::uint64_t write_errors_ = 0;
