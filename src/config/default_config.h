@@ -116,6 +116,8 @@ struct DefaultConfig {
 
   TransformParam transform;  // mounting
   DefaultTables tables;
+
+  bool shm_takeover = false;  // start although another process still writes the ring of shm_name
 };
 
 namespace default_config {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "MIPI_reader/node/bring_up.h"
+#include "output/ring_ownership.h"
 #include "source/pcap_source.h"
 
 using kerul::lidar::DefaultConfig;
@@ -38,6 +39,15 @@ class InterruptBlock {
  private:
   sigset_t before_{};
 };
+
+// Two nodes on one ring would each publish to readers that the other takes away.
+void RefuseSecondWriter(const DefaultConfig& config) {
+  if (config.shm_takeover) return;
+  const std::string name = kerul::lidar::ShmRegion::NormalizeName(config.shm_name.c_str());
+  if (!kerul::lidar::RingWriterLives(name)) return;
+  throw std::runtime_error("the writer of the ring " + name +
+                           " still lives; stop it first, or set shm_takeover to take its place");
+}
 
 }  // namespace
 
@@ -126,6 +136,7 @@ void LidarNode::OpenOutput() {
     Log("] output=UDP " + config_->udp_dest_ip + ":" + std::to_string(config_->udp_dest_port));
     return;
   }
+  RefuseSecondWriter(*config_);
   shm_writer_ = std::make_unique<ShmUdpWriter>(config_->shm_name.c_str(), config_->shm_size);
   if (!shm_writer_->Open()) {
     throw std::runtime_error("ShmUdpWriter::Open failed: " + config_->shm_name);

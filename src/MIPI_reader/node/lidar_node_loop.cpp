@@ -182,6 +182,7 @@ void LidarNode::ResetFrame(int frame_id) {
   std::cout << "等效解包FPS: " << 1.0 / (static_cast<double>(frame_busy_ns_) / 1e9)
             << ", frame_id: " << frame_id << ", received_count:" << received_count << std::endl;
   frame_busy_ns_ = 0;
+  if (shm_writer_) shm_writer_->Tend();
   packet_clock_.Set();
   packet_start_time_ = packet_clock_.Now();
   if (source_->GetType() == "PCAP") std::this_thread::sleep_for(kReplayFramePause);
