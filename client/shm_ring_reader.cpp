@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <limits>
 #include <thread>
 
@@ -25,6 +27,10 @@ constexpr std::uint32_t kSkipShare = 8;
 // a - b in the ring of 32-bit numbers: above 0 when a is the newer one.
 std::int32_t Distance(std::uint32_t a, std::uint32_t b) noexcept {
   return static_cast<std::int32_t>(a - b);
+}
+
+bool SameSlots(const HeaderShape& a, const HeaderShape& b) noexcept {
+  return a.slots == b.slots && a.stride == b.stride;
 }
 
 }  // namespace
@@ -64,6 +70,10 @@ bool ShmRingReader::TryNext(ReceivedPacket& packet) {
 // Nothing more stands in the attached ring: goes over to the one that has replaced it, if any.
 bool ShmRingReader::ReadOn(ReceivedPacket& packet) {
   until_clock_ = 0;  // idle, so the next call looks at the clock
+  if (region_->PagesLost()) {
+    GiveUpShortened();
+    return false;
+  }
   if (!ring_replaced_) return false;
   region_.reset();
   return Attach() && TryNext(packet);
@@ -83,17 +93,52 @@ bool ShmRingReader::LookDue(Clock::time_point now) {
 bool ShmRingReader::Attach() {
   // Asks for the largest size, which the region lowers to the object's.
   region_ = std::make_unique<ShmRegion>(name_.c_str(), std::numeric_limits<std::uint32_t>::max());
-  if (!region_->Open(true, false) || !FindPlace()) {
+  if (!region_->Open(true, false)) {
+    attach_error_ = region_->OpenError();
     region_.reset();
     return false;
   }
+  if (survives_shortening_) region_->Guard();
+  if (!FindPlace()) {
+    attach_error_ = EINVAL;
+    region_.reset();
+    return false;
+  }
+  attach_error_ = 0;
   token_ = region_->AttachToken();
   followed_before_ = true;
   ring_replaced_ = false;
   restart_possible_ = false;
-  header_broken_ = false;
+  attached_shape_ = shape_;
+  header_sound_ = true;
   ++statistics_.attached;
   return true;
+}
+
+void ShmRingReader::SurviveShortening() noexcept {
+  survives_shortening_ = true;
+  if (region_ != nullptr) region_->Guard();
+}
+
+std::string ShmRingReader::AttachProblem() const {
+  switch (attach_error_) {
+    case 0:
+      return "";
+    case ENOENT:
+      return "not there";
+    case EACCES:
+      return "no permission";
+    case EINVAL:
+      return "not a ring";
+    default:
+      return std::strerror(attach_error_);
+  }
+}
+
+// The writer makes another object, which the next look at the name finds.
+void ShmRingReader::GiveUpShortened() {
+  ++statistics_.shortened;
+  region_.reset();
 }
 
 // Finds the number to begin with. False while the header is not sound: the writer may be at work on
@@ -128,13 +173,12 @@ void ShmRingReader::LookAtName() {
 bool ShmRingReader::RefreshHead() {
   const std::uint8_t* data = region_->Data();
   const HeaderShape shape = LoadShape(data);
-  if (!ShapeFits(shape, region_->Size())) {
-    if (!header_broken_) ++statistics_.header_faults;
-    header_broken_ = true;  // the writer repairs it with its next packet
-    return false;
-  }
-  header_broken_ = false;
-  shape_ = shape;  // the writer follows the header's shape too
+  const bool fits = ShapeFits(shape, region_->Size());
+  const bool sound = fits && SameSlots(shape, attached_shape_);
+  if (!sound && header_sound_) ++statistics_.header_faults;
+  header_sound_ = sound;
+  if (!fits) return false;  // the writer repairs it with its next packet
+  shape_ = shape;           // the writer follows another shape too, until its frame ends
   const std::uint32_t boot_id = LoadWord(data + kBootIdOffset, std::memory_order_acquire);
   std::uint32_t head = LoadWord(data + kHeadSeqOffset, std::memory_order_acquire);
   if (boot_id != boot_id_) AdoptBootId(boot_id);

@@ -12,6 +12,9 @@
 //
 // The header may be overwritten at any time by anybody. A head number is not believed where it
 // would make the reader skip packets, unless the slot that it points to agrees.
+//
+// Whoever may write to the ring's object may also make it shorter, and a touch of what is gone ends
+// the reader's process with SIGBUS, unless SurviveShortening was called.
 #pragma once
 
 #include <chrono>
@@ -39,7 +42,8 @@ struct RingStatistics {
   std::uint64_t attached = 0;       // rings attached to
   std::uint64_t rebuilt = 0;        // times the boot id of the attached ring changed
   std::uint64_t replaced = 0;       // times the named object was found to be another one
-  std::uint64_t header_faults = 0;  // times the header was found broken (once per spell)
+  std::uint64_t header_faults = 0;  // spells of a broken header, or one of another shape
+  std::uint64_t shortened = 0;      // rings given up because their object was made shorter
 };
 
 class ShmRingReader {
@@ -54,7 +58,15 @@ class ShmRingReader {
   // be found up to about a millisecond late.
   bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout);
 
+  // Lets the process outlive that somebody makes the ring's object shorter: the reader gives the
+  // ring up and looks for a new one. It takes a SIGBUS handler to do so, which is the process's
+  // and goes on to the one before for all faults elsewhere; so a program has to ask for it.
+  void SurviveShortening() noexcept;
+
   bool IsAttached() const noexcept { return region_ != nullptr; }
+  // Why nothing is attached, for messages: "not there", "no permission", "not a ring" or the
+  // system's text; empty before the first try and while attached.
+  std::string AttachProblem() const;
   // The number that comes next; accepted + lost counts those before it.
   std::uint32_t NextNumber() const noexcept { return next_; }
   const RingStatistics& Statistics() const noexcept { return statistics_; }
@@ -64,6 +76,7 @@ class ShmRingReader {
   enum class Take : std::uint8_t { kTaken, kLost, kNothing, kLookAgain };
 
   bool Attach();
+  void GiveUpShortened();
   bool FindPlace();
   bool LookDue(Clock::time_point now);
   void LookAtName();
@@ -82,14 +95,17 @@ class ShmRingReader {
   RingStart start_;
   std::unique_ptr<ShmRegion> region_;  // null while attached to nothing
   std::uint64_t token_ = 0;
-  shm_ring::HeaderShape shape_{};
+  shm_ring::HeaderShape shape_{};           // as the header has it now
+  shm_ring::HeaderShape attached_shape_{};  // as it had it at first
   std::uint32_t boot_id_ = 0;
   std::uint32_t next_ = 1;
-  std::uint32_t head_ = 0;         // newest number known to stand in the ring
-  std::uint32_t final_head_ = 0;   // where a replaced ring is left
+  std::uint32_t head_ = 0;        // newest number known to stand in the ring
+  std::uint32_t final_head_ = 0;  // where a replaced ring is left
+  bool survives_shortening_ = false;
+  int attach_error_ = 0;           // errno of the last try; 0 untried or attached
   bool ring_replaced_ = false;     // the name leads to another object by now
   bool restart_possible_ = false;  // the boot id changed since the last accepted packet
-  bool header_broken_ = false;
+  bool header_sound_ = true;
   bool followed_before_ = false;   // not the first ring
   std::uint32_t until_clock_ = 0;  // packets until the clock is looked at
   Clock::time_point next_look_{};

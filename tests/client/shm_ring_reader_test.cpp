@@ -290,6 +290,7 @@ TEST(ShmRingReaderHeader, ASmallerRingInTheHeaderIsFollowedLikeTheWriterDoes) {
   std::memset(ring.Data() + 20 + 1508 + 8, 4, 4);
   ring.SetHead(4);
   EXPECT_EQ(TakeAll(reader), Numbers{4});
+  EXPECT_EQ(reader.Statistics().header_faults, 1U);
 }
 
 TEST(ShmRingReaderRebuild, TheWritersRepairLosesWhatWasNotReadAndGoesOn) {

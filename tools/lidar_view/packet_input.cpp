@@ -11,7 +11,9 @@ namespace {
 class RingInput final : public PacketInput {
  public:
   explicit RingInput(const std::string& shm_name)
-      : name_(ShmRegion::NormalizeName(shm_name.c_str())), reader_(name_.c_str()) {}
+      : name_(ShmRegion::NormalizeName(shm_name.c_str())), reader_(name_.c_str()) {
+    reader_.SurviveShortening();
+  }
 
   bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) override {
     return reader_.Next(packet, timeout);
@@ -20,7 +22,8 @@ class RingInput final : public PacketInput {
   std::uint64_t Lost() const override { return reader_.Statistics().lost; }
   std::uint64_t Restarts() const override { return reader_.Statistics().replaced; }
   std::string Describe() const override {
-    return "ring " + name_ + (reader_.Statistics().attached == 0 ? " (not there)" : "");
+    const std::string problem = reader_.AttachProblem();
+    return "ring " + name_ + (problem.empty() ? "" : " (" + problem + ")");
   }
 
  private:

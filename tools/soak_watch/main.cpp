@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   std::signal(SIGINT, Stop);
   std::signal(SIGTERM, Stop);
   ShmRingReader reader(ring_name.c_str(), RingStart::kOldest);
+  reader.SurviveShortening();
   StreamOrder order;
   ReceivedPacket packet{};
   std::uint64_t refused = 0;
@@ -47,6 +48,10 @@ int main(int argc, char** argv) {
     packet.number = 0;
   }
   const RingStatistics& ring = reader.Statistics();
+  if (!reader.AttachProblem().empty()) {
+    std::fprintf(stderr, "soak_watch: ring %s: %s\n", ring_name.c_str(),
+                 reader.AttachProblem().c_str());
+  }
   Print("accepted", ring.accepted);
   Print("lost", ring.lost);
   Print("torn", ring.torn);
