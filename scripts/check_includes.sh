@@ -26,7 +26,7 @@ rooms=(
   "output source"
   "parser"
   "calibration"
-  "lanes config"
+  "lanes config files"
 )
 
 find src -name '*.h' -o -name '*.cpp' | xargs awk -v order="$(IFS='|'; echo "${rooms[*]}")" '

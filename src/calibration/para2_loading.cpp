@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "calibration/rcx_client.h"
+#include "files/regular_file.h"
 
 namespace kerul::lidar {
 namespace para2_lidar_detail {
@@ -119,17 +120,17 @@ void TakeHeadFields(const std::vector<std::uint8_t>& head, Para2LidarCalib& cali
 }
 
 std::vector<std::uint8_t> ReadFileBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot open " + path);
-  file.seekg(0, std::ios::end);
-  const std::streamoff size = file.tellg();
-  // A directory can be opened, and some file systems give it a size as well.
-  if (size < 0 || IsDirectory(path)) throw std::runtime_error("cannot stat " + path);
-  std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-  file.seekg(0);
-  if (size > 0) file.read(reinterpret_cast<char*>(bytes.data()), size);
-  if (!file) throw std::runtime_error("read failed: " + path);
-  return bytes;
+  std::vector<std::uint8_t> bytes;
+  switch (ReadRegularFile(path, bytes)) {
+    case FileFault::kNone:
+      return bytes;
+    case FileFault::kCannotOpen:
+      throw std::runtime_error("cannot open " + path);
+    case FileFault::kNotRegular:
+      throw std::runtime_error("cannot stat " + path);
+    default:
+      throw std::runtime_error("read failed: " + path);
+  }
 }
 
 void ReadMainOnline(const Para2LoadOptions& options, const std::vector<std::uint8_t>& head,

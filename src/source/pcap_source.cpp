@@ -2,17 +2,18 @@
 
 #include <cstddef>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "files/regular_file.h"
+#include "source/capture_format.h"
+
 namespace kerul::lidar {
 
 struct PcapSource::Reader {
-  std::ifstream file;
+  bool is_open = false;
   std::uint64_t position = 0;  // next byte of `data` to read
   std::vector<std::uint8_t> data;
 
@@ -68,16 +69,12 @@ std::string PcapSource::GetType() { return "PCAP"; }
 
 bool PcapSource::Open() {
   std::cout << "[INFO] Trying to open pcap file: \"" << path_ << "\"\n";
-  if (reader_->file.is_open()) CloseFile();
-  // A directory can be opened but not read.
-  std::error_code ignored;
-  if (!std::filesystem::is_directory(path_, ignored)) {
-    reader_->file.open(path_, std::ios::binary);
-  }
-  if (!reader_->file.is_open()) {
-    throw std::runtime_error("Fail to open .pcap file: \"" + path_ + "\"");
-  }
-  ReadWholeFile();
+  if (reader_->is_open) CloseFile();
+  const FileFault fault = ReadRegularFile(path_, reader_->data);
+  reader_->is_open = fault == FileFault::kNone || fault == FileFault::kShorter;
+  if (!reader_->is_open) throw std::runtime_error("Fail to open .pcap file: \"" + path_ + "\"");
+  const std::string note = CaptureFormatNote(reader_->data);
+  if (!note.empty()) std::cerr << "[WARN] pcap file \"" << path_ << "\": " << note << std::endl;
   if (reader_->data.size() >= kGlobalHeaderBytes) {
     std::memcpy(global_header_.data(), reader_->data.data(), kGlobalHeaderBytes);
     reader_->position = kGlobalHeaderBytes;
@@ -89,31 +86,18 @@ bool PcapSource::Open() {
   return true;
 }
 
-// Something without a size, a pipe for example, counts as empty.
-void PcapSource::ReadWholeFile() {
-  std::ifstream& file = reader_->file;
-  file.seekg(0, std::ios::end);
-  const std::streamoff size = file.tellg();
-  reader_->data.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-  file.seekg(0);
-  file.read(reinterpret_cast<char*>(reader_->data.data()),
-            static_cast<std::streamsize>(reader_->data.size()));
-  // The file may have become shorter in the meantime.
-  reader_->data.resize(static_cast<std::size_t>(file.gcount()));
-}
-
 void PcapSource::CloseFile() {
-  reader_->file.close();
+  reader_->is_open = false;
   reader_->data.clear();
   reader_->position = 0;
 }
 
 void PcapSource::Close() {
-  if (reader_->file.is_open()) CloseFile();
+  if (reader_->is_open) CloseFile();
   reader_->position = 0;
 }
 
-bool PcapSource::IsOpened() { return reader_->file.is_open() && !eof_; }
+bool PcapSource::IsOpened() { return reader_->is_open && !eof_; }
 
 void PcapSource::SetClientIp(const std::string& /*ip*/) {
   std::cout << "[WARN] pcap source do not support SetClientIp\n";

@@ -20,7 +20,8 @@ class PcapSource : public Source {
   ~PcapSource() override;
 
   std::string GetType() override;  // "PCAP"
-  // True, or throws std::runtime_error: the file can't be opened, or is no such capture.
+  // True, or throws std::runtime_error: the file can't be opened, is no regular file, or is no such
+  // capture. Standard error tells a format or link type that is not read. Never waits.
   bool Open() override;
   void Close() override;
   // False from the end of the file on, until Rewind.
@@ -50,7 +51,6 @@ class PcapSource : public Source {
   };
 
   void CloseFile();
-  void ReadWholeFile();
   int TakeFrame(UdpPacket& packet, int frame_length);
   int TakeDatagram(UdpPacket& packet, int frame_length, const FrameLayout& layout);
 

@@ -57,10 +57,8 @@ TEST_F(Para2Files, ADirectoryOrAPipeHasNoSize) {
   fs::create_directory("folder");
   EXPECT_EQ(ThrownText([] { ReadFileBytes("folder"); }), "cannot stat folder");
   ASSERT_EQ(mkfifo("pipe", 0600), 0);
-  const int both_ends = open("pipe", O_RDWR);  // otherwise the opening would wait for a writer
-  ASSERT_GE(both_ends, 0);
+  // And nobody waits for one who writes to it.
   EXPECT_EQ(ThrownText([] { ReadFileBytes("pipe"); }), "cannot stat pipe");
-  close(both_ends);
 }
 
 TEST_F(Para2Files, AFileThatGivesLessThanItsSizeFailsInTheReading) {

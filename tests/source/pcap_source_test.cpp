@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <filesystem>
@@ -35,7 +36,8 @@ void Append(Bytes& bytes, const Bytes& more) {
 Bytes Capture(std::uint32_t magic = kMagic) {
   Bytes bytes;
   AppendWord(bytes, magic);
-  Append(bytes, Bytes(20));
+  Append(bytes, Bytes(16));
+  AppendWord(bytes, 1);  // Ethernet
   return bytes;
 }
 
@@ -149,6 +151,24 @@ TEST_F(PcapSourceTest, AMissingFileThrows) {
 TEST_F(PcapSourceTest, ADirectoryThrowsLikeAMissingFile) {
   PcapSource source(directory_.path().string());
   EXPECT_EQ(OpenError(source), "Fail to open .pcap file: \"" + directory_.path().string() + "\"");
+}
+
+// Nobody writes to its other end: an ordinary open would wait for ever.
+TEST_F(PcapSourceTest, AFifoThrowsLikeAMissingFile) {
+  ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+  PcapSource source(path_);
+  EXPECT_EQ(OpenError(source), "Fail to open .pcap file: \"" + path_ + "\"");
+}
+
+TEST_F(PcapSourceTest, AnotherLinkTypeIsTold) {
+  Bytes bytes = Capture();
+  bytes[20] = 113;
+  Write(bytes);
+  PcapSource source(path_);
+  ::testing::internal::CaptureStderr();
+  Printed([&] { EXPECT_TRUE(source.Open()); });
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              ::testing::StartsWith("[WARN] pcap file \"" + path_ + "\": the frames' link type"));
 }
 
 TEST_F(PcapSourceTest, AnEmptyFileIsNoCapture) {

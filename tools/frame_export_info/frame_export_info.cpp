@@ -1,12 +1,13 @@
 #include "frame_export_info/frame_export_info.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <ostream>
+#include <vector>
 
 #include "calibration/angle_calib.h"
+#include "files/regular_file.h"
 #include "frame_export_info/export_file_reader.h"
 #include "frame_export_info/export_picture.h"
 #include "frame_export_info/export_points.h"
@@ -24,15 +25,19 @@ struct Failure {
 };
 
 bool LoadDirections(const std::string& path, AngleCalibGrid& grid, std::string& error) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    error = std::string("cannot open: ") + std::strerror(errno);
-    return false;
+  std::vector<std::uint8_t> bytes;
+  switch (ReadRegularFile(path, bytes)) {
+    case FileFault::kNone:
+      break;
+    case FileFault::kNotRegular:
+      error = "not a regular file";
+      return false;
+    default:
+      error = std::string("cannot open: ") + std::strerror(errno);
+      return false;
   }
-  std::array<char, kAngleRecordBytes> bytes{};
-  file.read(bytes.data(), bytes.size());
-  return load_angle_calib_from_dat_bytes(reinterpret_cast<const std::uint8_t*>(bytes.data()),
-                                         static_cast<std::size_t>(file.gcount()), grid, &error);
+  return load_angle_calib_from_dat_bytes(bytes.data(), std::min(bytes.size(), kAngleRecordBytes),
+                                         grid, &error);
 }
 
 bool WritePointFiles(const FrameExportInfoOptions& options, const ExportFile& file,

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "calibration/angle_calib.h"
+#include "files/regular_file.h"
 #include "frame_collector.h"
 #include "lidar_view/default_angle_record.h"
 
@@ -32,9 +31,11 @@ fs::path FindFile(const std::string& folder, const std::string& begin, const std
   return found.empty() ? fs::path() : *std::min_element(found.begin(), found.end());
 }
 
+// Empty when it cannot be read, which makes no record.
 Bytes ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  Bytes bytes;
+  if (ReadRegularFile(path.string(), bytes) != FileFault::kNone) bytes.clear();
+  return bytes;
 }
 
 // The record's bytes and where they are from. False when the folder has none.

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <filesystem>
@@ -112,6 +113,10 @@ TEST_F(FrameExportInfo, ABadCalibrationIsNamed) {
   EXPECT_EQ(Run(), 1);
   EXPECT_EQ(err_.str(),
             "frame_export_info: " + options_.calib + ": cannot open: No such file or directory\n");
+  options_.calib = dir_.File("fifo.dat");  // that nobody writes to
+  ASSERT_EQ(mkfifo(options_.calib.c_str(), 0600), 0);
+  EXPECT_EQ(Run(), 1);
+  EXPECT_EQ(err_.str(), "frame_export_info: " + options_.calib + ": not a regular file\n");
 }
 
 TEST_F(FrameExportInfo, ACalibrationOfAnotherSizeIsNamed) {

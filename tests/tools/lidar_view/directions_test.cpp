@@ -1,6 +1,7 @@
 #include "lidar_view/directions.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
@@ -161,6 +162,15 @@ TEST(Directions, AGridOfAnotherSizeIsAnError) {
   EXPECT_FALSE(LoadDirections(folder.path().string(), directions, error));
   EXPECT_EQ(error,
             folder.File("Lidar-a_angle_calib.dat") + ": 100 x 288 pixels instead of 216 x 288");
+}
+
+TEST(Directions, AFifoInPlaceOfARecordHoldsNobody) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(mkfifo(folder.File("Lidar-a_angle_calib.dat").c_str(), 0600), 0);
+  Directions directions;
+  std::string error;
+  EXPECT_FALSE(LoadDirections(folder.Path(), directions, error));
+  EXPECT_EQ(error.substr(0, error.find(": ")), folder.File("Lidar-a_angle_calib.dat"));
 }
 
 }  // namespace
