@@ -15,6 +15,7 @@
 #include "calibration/para2_loading.h"
 #include "command_line.h"
 #include "config/default_config.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -74,6 +75,7 @@ void signal_interrupt(int signal_number) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
   // Into a pipe or file too, a line is out as soon as it ends: the log must not die with the
   // process.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);

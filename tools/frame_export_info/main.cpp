@@ -3,8 +3,10 @@
 #include <iostream>
 
 #include "frame_export_info/frame_export_info.h"
+#include "standard_streams.h"
 
 int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
   kerul::lidar::FrameExportInfoOptions options;
   CLI::App app{
       "Shows a frame export file of the node and converts it. PCD and PLY points are in the "

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "lidar_view/viewer_app.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal handler")
 }  // namespace
 
 int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
   kerul::lidar::view::ViewerOptions options;
   int exit_status = 0;
   if (!kerul::lidar::view::ParseOptions(argc, argv, options, exit_status)) return exit_status;

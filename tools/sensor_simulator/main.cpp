@@ -13,6 +13,7 @@
 #include "sensor_simulator/command_service.h"
 #include "sensor_simulator/options.h"
 #include "sensor_simulator/stream_runner.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -75,6 +76,7 @@ int Run(const sim::StreamOptions& stream, const sim::ServiceOptions& service) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
   sim::ProgramOptions options;
   int exit_status = 0;
   if (!sim::ParseOptions(argc, argv, options, exit_status)) return exit_status;

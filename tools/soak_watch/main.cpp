@@ -9,6 +9,7 @@
 #include "received_packet.h"
 #include "shm_ring_reader.h"
 #include "soak_watch/stream_order.h"
+#include "standard_streams.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ void Print(const char* key, std::uint64_t value) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
   CLI::App app{"Follows the node's ring until it is interrupted and prints what it counted"};
   std::string ring_name = "kerul_lidar_udp_shm";
   app.add_option("ring", ring_name, "Name of the ring")->capture_default_str();
