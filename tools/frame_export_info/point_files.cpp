@@ -2,10 +2,10 @@
 
 #include <array>
 #include <bit>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fstream>
+#include <sstream>
+
+#include "support/output_file.h"
 
 namespace kerul::lidar {
 namespace {
@@ -13,35 +13,30 @@ namespace {
 // Both binary formats are little-endian, as every host this runs on, and pack their fields.
 static_assert(std::endian::native == std::endian::little);
 
-// Calls write(stream) and checks that all of it reached the file.
+// Collects what write(stream) gives and makes a file of it.
 template <class Content>
 bool WriteFile(const std::string& path, std::string& error, const Content& write) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  if (!file) {
-    error = std::string("cannot open: ") + std::strerror(errno);
-    return false;
-  }
-  write(file);
-  file.close();
-  if (!file.fail()) return true;
-  error = "cannot write in full";
+  std::ostringstream content;
+  write(content);
+  if (WriteOutputFile(path, content.view(), error)) return true;
+  error = "cannot write: " + error;
   return false;
 }
 
 template <class Number>
-void Put(std::ofstream& file, Number number) {
+void Put(std::ostream& file, Number number) {
   std::array<char, 32> text;
   const auto [end, status] = std::to_chars(text.data(), text.data() + text.size(), number);
   file.write(text.data(), end - text.data());
 }
 
 template <class Number>
-void PutBytes(std::ofstream& file, Number number) {
+void PutBytes(std::ostream& file, Number number) {
   const auto bytes = std::bit_cast<std::array<char, sizeof(Number)>>(number);
   file.write(bytes.data(), bytes.size());
 }
 
-void PutPoints(std::ofstream& file, std::span<const ExportPoint> points) {
+void PutPoints(std::ostream& file, std::span<const ExportPoint> points) {
   for (const ExportPoint& point : points) {
     PutBytes(file, point.x);
     PutBytes(file, point.y);
@@ -55,7 +50,7 @@ void PutPoints(std::ofstream& file, std::span<const ExportPoint> points) {
 }  // namespace
 
 bool WriteCsv(const std::string& path, std::span<const ExportRecord> records, std::string& error) {
-  return WriteFile(path, error, [&](std::ofstream& file) {
+  return WriteFile(path, error, [&](std::ostream& file) {
     file << "row,col,range_m,reflectivity\n";
     for (const ExportRecord& record : records) {
       Put(file, record.row);
@@ -71,7 +66,7 @@ bool WriteCsv(const std::string& path, std::span<const ExportRecord> records, st
 }
 
 bool WritePcd(const std::string& path, std::span<const ExportPoint> points, std::string& error) {
-  return WriteFile(path, error, [&](std::ofstream& file) {
+  return WriteFile(path, error, [&](std::ostream& file) {
     file << "# .PCD v0.7 - Point Cloud Data file format\n"
             "VERSION 0.7\n"
             "FIELDS x y z intensity row col\n"
@@ -85,7 +80,7 @@ bool WritePcd(const std::string& path, std::span<const ExportPoint> points, std:
 }
 
 bool WritePly(const std::string& path, std::span<const ExportPoint> points, std::string& error) {
-  return WriteFile(path, error, [&](std::ofstream& file) {
+  return WriteFile(path, error, [&](std::ostream& file) {
     file << "ply\nformat binary_little_endian 1.0\nelement vertex " << points.size()
          << "\nproperty float x\nproperty float y\nproperty float z\nproperty float intensity\n"
             "property ushort row\nproperty ushort col\nend_header\n";

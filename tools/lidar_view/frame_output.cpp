@@ -11,16 +11,15 @@ bool WriteFrameFiles(const FrameFiles& files, const CollectedFrame& frame,
                      const PictureOptions& options, std::string& error) {
   const std::vector<ViewPoint> points = MakeViewPoints(frame, directions, mount);
   error.clear();
-  const auto note = [&](bool written, const std::string& path, const std::string& reason) {
-    if (!written) error += "cannot write " + path + (reason.empty() ? "" : ": " + reason) + "\n";
+  std::string reason;
+  const auto note = [&](bool written, const std::string& path) {
+    if (!written) error += "cannot write " + path + ": " + reason + "\n";
   };
-  if (!files.pcd.empty()) note(WritePcd(files.pcd, points), files.pcd, "");
-  if (!files.ply.empty()) note(WritePly(files.ply, points), files.ply, "");
+  if (!files.pcd.empty()) note(WritePcd(files.pcd, points, reason), files.pcd);
+  if (!files.ply.empty()) note(WritePly(files.ply, points, reason), files.ply);
   if (!files.png.empty()) {
-    std::string reason;
     const Canvas picture = DrawPicture(frame, points, options);
-    const bool written = WritePng(files.png, picture.width, picture.height, picture.rgb, reason);
-    note(written, files.png, reason);
+    note(WritePng(files.png, picture.width, picture.height, picture.rgb, reason), files.png);
   }
   return error.empty();
 }

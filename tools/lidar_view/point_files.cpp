@@ -1,8 +1,9 @@
 #include "lidar_view/point_files.h"
 
 #include <cstring>
-#include <fstream>
 #include <vector>
+
+#include "support/output_file.h"
 
 namespace kerul::lidar::view {
 namespace {
@@ -33,18 +34,16 @@ std::vector<char> PackPoints(std::span<const ViewPoint> points) {
 }
 
 bool WriteFile(const std::string& path, const std::string& header,
-               std::span<const ViewPoint> points) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  const std::vector<char> bytes = PackPoints(points);
-  file << header;
-  file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  return file.good();
+               std::span<const ViewPoint> points, std::string& error) {
+  std::vector<char> bytes(header.begin(), header.end());
+  const std::vector<char> packed = PackPoints(points);
+  bytes.insert(bytes.end(), packed.begin(), packed.end());
+  return WriteOutputFile(path, bytes, error);
 }
 
 }  // namespace
 
-bool WritePcd(const std::string& path, std::span<const ViewPoint> points) {
+bool WritePcd(const std::string& path, std::span<const ViewPoint> points, std::string& error) {
   const std::string count = std::to_string(points.size());
   return WriteFile(path,
                    "# .PCD v0.7 - Point Cloud Data file format\n"
@@ -56,10 +55,10 @@ bool WritePcd(const std::string& path, std::span<const ViewPoint> points) {
                    "WIDTH " +
                        count + "\nHEIGHT 1\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS " + count +
                        "\nDATA binary\n",
-                   points);
+                   points, error);
 }
 
-bool WritePly(const std::string& path, std::span<const ViewPoint> points) {
+bool WritePly(const std::string& path, std::span<const ViewPoint> points, std::string& error) {
   return WriteFile(path,
                    "ply\n"
                    "format binary_little_endian 1.0\n"
@@ -75,7 +74,7 @@ bool WritePly(const std::string& path, std::span<const ViewPoint> points) {
                        "property uchar echo\n"
                        "property uchar ground\n"
                        "end_header\n",
-                   points);
+                   points, error);
 }
 
 }  // namespace kerul::lidar::view

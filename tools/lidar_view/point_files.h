@@ -9,8 +9,8 @@
 
 namespace kerul::lidar::view {
 
-// False when the file cannot be written.
-bool WritePcd(const std::string& path, std::span<const ViewPoint> points);
-bool WritePly(const std::string& path, std::span<const ViewPoint> points);
+// False, with the reason in `error`, when the file cannot be written.
+bool WritePcd(const std::string& path, std::span<const ViewPoint> points, std::string& error);
+bool WritePly(const std::string& path, std::span<const ViewPoint> points, std::string& error);
 
 }  // namespace kerul::lidar::view

@@ -1,22 +1,15 @@
 #include "lidar_view/viewer_app.h"
 
-#include <fstream>
 #include <memory>
 #include <ostream>
 
 #include "config/default_config.h"
+#include "support/output_file.h"
 
 namespace kerul::lidar::view {
 namespace {
 
 constexpr const char* kClearLine = "\r\033[K";
-
-bool WriteSummary(const std::string& path, const StreamViewer& viewer) {
-  std::ofstream file(path, std::ios::trunc);
-  file << FormatSummary(viewer.Counts(), viewer.Seconds());
-  file.close();
-  return file.good();
-}
 
 // Why there is no complete frame, for the one who waited for it.
 std::string NoFrameMessage(const PacketInput& input, const ViewCounts& counts) {
@@ -31,8 +24,10 @@ std::string NoFrameMessage(const PacketInput& input, const ViewCounts& counts) {
 std::string WriteResults(const ViewerOptions& options, const PacketInput& input,
                          const StreamViewer& viewer, const Directions& directions) {
   std::string failures;
-  if (!options.summary.empty() && !WriteSummary(options.summary, viewer)) {
-    failures += "cannot write " + options.summary + "\n";
+  std::string reason;
+  if (!options.summary.empty() &&
+      !WriteOutputFile(options.summary, FormatSummary(viewer.Counts(), viewer.Seconds()), reason)) {
+    failures += "cannot write " + options.summary + ": " + reason + "\n";
   }
   const CollectedFrame* frame = viewer.LatestComplete();
   if (frame == nullptr) return failures + NoFrameMessage(input, viewer.Counts()) + "\n";

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include "support/output_file.h"
+
 namespace kerul::lidar {
 
 bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
@@ -22,8 +24,14 @@ bool WritePng(const std::string& path, int width, int height, const std::vector<
   image.width = static_cast<png_uint_32>(width);
   image.height = static_cast<png_uint_32>(height);
   image.format = PNG_FORMAT_RGB;
-  if (png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), 0, nullptr) != 0) return true;
-  return fail(image.message);
+  // Not by the library's own writing of files: it removes whatever has the name when it fails.
+  png_alloc_size_t bytes = PNG_IMAGE_PNG_SIZE_MAX(image);
+  std::vector<char> encoded(bytes);
+  if (png_image_write_to_memory(&image, encoded.data(), &bytes, 0, rgb.data(), 0, nullptr) == 0) {
+    return fail(image.message);
+  }
+  encoded.resize(bytes);
+  return WriteOutputFile(path, encoded, error);
 }
 
 }  // namespace kerul::lidar

@@ -74,13 +74,12 @@ TEST(PointFiles, FilesThatCannotBeWrittenAreTold) {
   const std::string nowhere = dir.File("none/a");
   std::string error;
   EXPECT_FALSE(WriteCsv(nowhere, {}, error));
-  EXPECT_EQ(error, "cannot open: No such file or directory");
+  EXPECT_EQ(error, "cannot write: No such file or directory");
   EXPECT_FALSE(WritePcd(nowhere, {}, error));
   EXPECT_FALSE(WritePly(nowhere, {}, error));
   if (!std::filesystem::exists("/dev/full")) return;
-  // Short content fails only when the file is closed.
   EXPECT_FALSE(WriteCsv("/dev/full", {}, error));
-  EXPECT_EQ(error, "cannot write in full");
+  EXPECT_EQ(error, "cannot write: No space left on device");
 }
 
 }  // namespace

@@ -32,8 +32,9 @@ void CheckFile(const std::string& text, const std::string& header) {
 }
 
 TEST(PointFiles, PcdHoldsHeaderAndPackedPoints) {
+  std::string error;
   const testing::TempDir folder;
-  ASSERT_TRUE(WritePcd(folder.File("a.pcd"), kPoints));
+  ASSERT_TRUE(WritePcd(folder.File("a.pcd"), kPoints, error));
   CheckFile(folder.Read("a.pcd"),
             "# .PCD v0.7 - Point Cloud Data file format\nVERSION 0.7\n"
             "FIELDS x y z intensity row col echo ground\nSIZE 4 4 4 4 2 2 1 1\n"
@@ -42,8 +43,9 @@ TEST(PointFiles, PcdHoldsHeaderAndPackedPoints) {
 }
 
 TEST(PointFiles, PlyHoldsHeaderAndPackedPoints) {
+  std::string error;
   const testing::TempDir folder;
-  ASSERT_TRUE(WritePly(folder.File("a.ply"), kPoints));
+  ASSERT_TRUE(WritePly(folder.File("a.ply"), kPoints, error));
   CheckFile(folder.Read("a.ply"),
             "ply\nformat binary_little_endian 1.0\nelement vertex 2\nproperty float x\n"
             "property float y\nproperty float z\nproperty float intensity\nproperty ushort row\n"
@@ -51,17 +53,19 @@ TEST(PointFiles, PlyHoldsHeaderAndPackedPoints) {
 }
 
 TEST(PointFiles, AnEmptyCloudIsAFileToo) {
+  std::string error;
   const testing::TempDir folder;
-  ASSERT_TRUE(WritePly(folder.File("a.ply"), {}));
+  ASSERT_TRUE(WritePly(folder.File("a.ply"), {}, error));
   EXPECT_NE(folder.Read("a.ply").find("element vertex 0\n"), std::string::npos);
-  ASSERT_TRUE(WritePcd(folder.File("a.pcd"), {}));
+  ASSERT_TRUE(WritePcd(folder.File("a.pcd"), {}, error));
   EXPECT_NE(folder.Read("a.pcd").find("POINTS 0\n"), std::string::npos);
 }
 
 TEST(PointFiles, AnImpossiblePathFails) {
+  std::string error;
   const testing::TempDir folder;
-  EXPECT_FALSE(WritePcd(folder.File("no/such/folder.pcd"), kPoints));
-  EXPECT_FALSE(WritePly(folder.File("no/such/folder.ply"), kPoints));
+  EXPECT_FALSE(WritePcd(folder.File("no/such/folder.pcd"), kPoints, error));
+  EXPECT_FALSE(WritePly(folder.File("no/such/folder.ply"), kPoints, error));
 }
 
 }  // namespace

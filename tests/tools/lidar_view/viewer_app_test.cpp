@@ -271,9 +271,12 @@ TEST(Viewer, FilesThatCannotBeWrittenAreNamedEach) {
   options.summary = folder.File("no/s.txt");
   const Outcome outcome = RunWith(options);
   EXPECT_EQ(outcome.exit_status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.summary + "\n"));
-  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.pcd + "\n"));
-  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.ply + "\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.summary +
+                                     ": No such file or directory\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.pcd +
+                                     ": No such file or directory\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.ply +
+                                     ": No such file or directory\n"));
   EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.png + ": "));
 }
 

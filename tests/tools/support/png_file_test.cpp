@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <png.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <vector>
 
@@ -45,6 +47,17 @@ TEST(PngFile, AFileThatCannotBeWrittenIsTold) {
   std::string error;
   EXPECT_FALSE(WritePng((dir.path() / "none/a.png").string(), 1, 1, {1, 2, 3}, error));
   EXPECT_EQ(error, "No such file or directory");
+}
+
+// As root, the node of the device would be gone.
+TEST(PngFile, AFailureRemovesNothing) {
+  const testing::TempDir dir;
+  const std::string full = (dir.path() / "full.png").string();
+  if (mknod(full.c_str(), S_IFCHR | 0666, makedev(1, 7)) != 0) GTEST_SKIP() << "not permitted";
+  std::string error;
+  EXPECT_FALSE(WritePng(full, 1, 1, {1, 2, 3}, error));
+  EXPECT_EQ(error, "No space left on device");
+  EXPECT_TRUE(std::filesystem::is_character_file(full));
 }
 
 }  // namespace
