@@ -24,8 +24,8 @@ while [ $# -gt 0 ]; do
       trial_seconds=2
       ;;
     --rate | --seconds)
-      [ $# -ge 2 ] && [[ "$2" =~ ^[1-9][0-9]*$ ]] || {
-        echo "$1 needs a whole number above 0" >&2
+      [ $# -ge 2 ] && [[ "$2" =~ ^[1-9][0-9]{0,8}$ ]] || {
+        echo "$1 needs a whole number from 1 to 999999999" >&2
         exit 2
       }
       if [ "$1" = --rate ]; then rate="$2"; else seconds="$2"; fi

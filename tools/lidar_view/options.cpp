@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "lidar_view/viewer_app.h"
+#include "support/number_options.h"
 
 namespace kerul::lidar::view {
 namespace {
@@ -10,14 +11,14 @@ void AddInputOptions(CLI::App& app, ViewerOptions& options) {
                              "Read the shared-memory ring of this name (default "
                              "kerul_lidar_udp_shm)");
   auto* udp = app.add_option("--udp", options.udp_port, "Read UDP packets from this port instead")
-                  ->check(CLI::Range(1, 65535))
+                  ->check(WholeNumber(1, 65535))
                   ->excludes(shm);
   app.add_option("--group", options.multicast_group, "Join this multicast group (with --udp)")
       ->needs(udp);
   app.add_option("--seconds", options.limits.seconds, "Stop after this time")
-      ->check(CLI::PositiveNumber);
+      ->check(PositiveNumber());
   app.add_option("--frames", options.limits.complete_frames, "Stop after this many complete frames")
-      ->check(CLI::PositiveNumber);
+      ->check(WholeNumberOf(options.limits.complete_frames, 1));
 }
 
 void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color) {
@@ -32,7 +33,7 @@ void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color)
   app.add_flag("--mount", options.mount, "Apply the configured mounting to the points");
   app.add_option("--max-range", options.picture.max_range_m,
                  "End of the picture's range scale in metres (default 40)")
-      ->check(CLI::PositiveNumber);
+      ->check(PositiveNumber());
   app.add_option("--color", color,
                  "What the picture shows beside the ranges: reflectivity (default) or flags "
                  "(ground, and in output mode 12 bloom, filled, after-pulse, high reflectivity)")

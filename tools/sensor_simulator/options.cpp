@@ -2,9 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <limits>
 
 #include "sensor_simulator/scenes.h"
 #include "sensor_simulator/service_fault_options.h"
+#include "support/number_options.h"
 
 namespace kerul::lidar::simulator {
 namespace {
@@ -12,7 +14,7 @@ namespace {
 void AddFaultOptions(CLI::App& app, FaultRates& faults) {
   const auto rate = [&](const char* name, double& value, const char* text) {
     app.add_option(name, value, text)
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(FiniteNumber(0.0, 1.0))
         ->capture_default_str()
         ->group("Faults of the stream");
   };
@@ -30,28 +32,35 @@ void AddStreamOptions(CLI::App& app, StreamOptions& options) {
       ->check(CLI::IsMember(SceneNames()))
       ->capture_default_str();
   app.add_option("--seed", options.sensor.seed, "Of photon noise and faults")
+      ->check(WholeNumberOf(options.sensor.seed))
       ->capture_default_str();
   app.add_option("--serial", options.sensor.serial, "Of the sensor: gains and delays of its pixels")
+      ->check(WholeNumberOf(options.sensor.serial))
       ->capture_default_str();
   app.add_option("--rate", options.frames_per_second, "Frames per second")
-      ->check(CLI::PositiveNumber)
+      ->check(PositiveNumber())
       ->capture_default_str();
   app.add_option("--frames", options.frames, "Stop after so many frames; 0 goes on")
+      ->check(WholeNumberOf(options.frames))
       ->capture_default_str();
   app.add_option("--seconds", options.seconds, "Stop after so many seconds of stream; 0 goes on")
-      ->check(CLI::NonNegativeNumber)
+      ->check(FiniteNumber(0.0, std::numeric_limits<double>::max()))
       ->capture_default_str();
   app.add_option("--first-frame", options.first_frame, "Number of the first frame")
+      ->check(WholeNumberOf(options.first_frame))
       ->capture_default_str();
   app.add_option("--loop", options.loop,
                  "Compute so many frames before the start and send them over and over")
+      ->check(WholeNumberOf(options.loop))
       ->capture_default_str();
   app.add_flag("!--quiet", options.progress, "No progress line");
 }
 
 void AddOutputOptions(CLI::App& app, StreamOptions& options) {
   app.add_option("--dest-ip", options.dest_ip, "Where the packets go")->capture_default_str();
-  app.add_option("--dest-port", options.dest_port, "UDP port")->capture_default_str();
+  app.add_option("--dest-port", options.dest_port, "UDP port")
+      ->check(WholeNumberOf(options.dest_port))
+      ->capture_default_str();
   app.add_option("--capture", options.capture_path,
                  "Write a capture file instead of sending; needs --frames or --seconds");
   app.add_option("--capture-source-ip", options.capture.source_ip, "Sender in the capture file")
@@ -69,7 +78,7 @@ void AddServiceOptions(CLI::App& app, ServiceOptions& options) {
   CLI::Option* rcx_port =
       app.add_option("--rcx-port", options.rcx_port,
                      "Answer register reads on this TCP port; 0 takes a free one")
-          ->check(CLI::Range(0, 65535));
+          ->check(WholeNumber(0, 65535));
   app.add_option("--bind", options.bind, "Address of the command service")->capture_default_str();
   AddServiceFaultOptions(app, rcx_port, options.faults);
 }

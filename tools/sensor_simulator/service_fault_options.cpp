@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/number_options.h"
+
 namespace kerul::lidar::simulator {
 namespace {
 
@@ -77,12 +79,14 @@ void AddPlaceOptions(OptionGroup& group, ServiceFaults& faults) {
       .Add("--rcx-connection", faults.on_connection,
            "Only this connection is faulty, counted from 0; a node makes one for the head, one for "
            "the main read")
-      ->check(CLI::Range(0, kNoLimit));
+      ->check(WholeNumber(0, kNoLimit));
   group.AddWord("--rcx-register", kRegisters, faults.on_register,
                 "Only answers of this register are faulty");
-  group.Add("--rcx-exchange", faults.on_exchange,
-            "Only this answer is faulty, counted from 0 by register and connection; at main the "
-            "number of the page");
+  group
+      .Add("--rcx-exchange", faults.on_exchange,
+           "Only this answer is faulty, counted from 0 by register and connection; at main the "
+           "number of the page")
+      ->check(WholeNumberOf(faults.on_exchange));
 }
 
 void AddSilenceOptions(OptionGroup& group, ServiceFaults& faults) {
@@ -92,18 +96,18 @@ void AddSilenceOptions(OptionGroup& group, ServiceFaults& faults) {
   group
       .Add("--rcx-close-after", faults.close_after_bytes,
            "Close the connection when so many bytes were sent")
-      ->check(CLI::Range(0, kNoLimit));
+      ->check(WholeNumber(0, kNoLimit));
   group.AddFlag("--rcx-close-unanswered", faults.close_before_answer,
                 "Read the request and close the connection");
   group
       .Add("--rcx-header-piece", faults.header_piece_bytes,
            "Send the 8 bytes in front of the data in pieces of so many bytes")
-      ->check(CLI::Range(1, 8));
+      ->check(WholeNumber(1, 8));
   group
       .Add("--rcx-body-piece", faults.body_piece_bytes, "Send the data in pieces of so many bytes")
-      ->check(CLI::Range(1, kMostDataBytes));
+      ->check(WholeNumber(1, kMostDataBytes));
   group.Add("--rcx-piece-gap", faults.piece_gap_ms, "Wait so many milliseconds after each piece")
-      ->check(CLI::Range(0, 60'000));
+      ->check(WholeNumber(0, 60'000));
 }
 
 void AddContentOptions(OptionGroup& group, ServiceFaults& faults) {
@@ -116,24 +120,26 @@ void AddContentOptions(OptionGroup& group, ServiceFaults& faults) {
       .AddText("--rcx-magic", take_magic, "Begin answers with these two bytes; right is 4774 (Gt)")
       ->check(kMagic);
   group.Add("--rcx-command", faults.command, "Command byte of answers; right is 0xFF")
-      ->check(CLI::Range(0, 255));
+      ->check(WholeNumber(0, 255));
   group.Add("--rcx-return-code", faults.return_code, "Answer with this error code")
-      ->check(CLI::Range(1, 255));
-  group.Add("--rcx-announce", faults.announced_length,
-            "Announce so many bytes of data, whatever is sent");
+      ->check(WholeNumber(1, 255));
+  group
+      .Add("--rcx-announce", faults.announced_length,
+           "Announce so many bytes of data, whatever is sent")
+      ->check(WholeNumberOf(faults.announced_length));
   group.Add("--rcx-front-bytes", faults.front_bytes, "Put so many bytes in front of the data")
-      ->check(CLI::Range(0, kMostFrontBytes));
+      ->check(WholeNumber(0, kMostFrontBytes));
   group
       .Add("--rcx-missing-bytes", faults.missing_bytes,
            "Leave so many bytes away at the end of the data")
-      ->check(CLI::Range(0, kMostDataBytes));
+      ->check(WholeNumber(0, kMostDataBytes));
   CLI::Option* flip_at =
       group.Add("--rcx-flip-at", faults.flip_at, "Flip bits in this byte of the data")
-          ->check(CLI::Range(0, kMostDataBytes));
+          ->check(WholeNumber(0, kMostDataBytes));
   group
       .Add("--rcx-flip-mask", faults.flip_mask,
            "The bits that --rcx-flip-at flips; the lowest one when not given")
-      ->check(CLI::Range(1, 255))
+      ->check(WholeNumber(1, 255))
       ->needs(flip_at);
   group.AddFlag("--rcx-blank", faults.blank,
                 "The sensor's memory was never written: all bytes 0xFF");

@@ -6,6 +6,8 @@
 #include <string>
 
 #include "sensor_simulator/scenes.h"
+#include "standard_streams.h"
+#include "support/number_options.h"
 #include "truth_report/accuracy.h"
 #include "truth_report/filter_pictures.h"
 #include "truth_report/filter_report.h"
@@ -42,6 +44,7 @@ void PrintAccuracy(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
   CLI::App app{"The node's output held against the simulated sensor's ground truth"};
   app.require_subcommand(1);
   Options options;
@@ -51,14 +54,14 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember(kerul::lidar::simulator::SceneNames()))
       ->capture_default_str();
   accuracy->add_option("--frames", options.frames, "Frames to measure, from number 0 on")
-      ->check(CLI::PositiveNumber)
+      ->check(kerul::lidar::WholeNumberOf(options.frames, 1))
       ->capture_default_str();
   accuracy->add_flag("--bodies", options.bodies, "A table by body of the scene as well");
   CLI::App* filters = app.add_subcommand(
       "filters", "What each row pass does to true and false returns, as Markdown tables");
   std::uint32_t filter_frames = 10;
   filters->add_option("--frames", filter_frames, "Frames of each scene, from number 0 on")
-      ->check(CLI::PositiveNumber)
+      ->check(kerul::lidar::WholeNumberOf(filter_frames, 1))
       ->capture_default_str();
   filters->add_option("--pictures", options.pictures,
                       "Write a picture of each pass into this directory instead");
