@@ -1,12 +1,15 @@
 #include "calibration/para2_loading.h"
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <stdexcept>
 #include <system_error>
 
+#include "calibration/printable_id.h"
 #include "calibration/rcx_client.h"
 #include "files/regular_file.h"
 
@@ -26,6 +29,11 @@ Para2LidarCalib LoadFromFiles(const Para2LoadOptions& options, const std::string
   VerifyHeadCrc(head, main);
   Para2LidarCalib calib;
   TakeHeadFields(head, calib);
+  if (calib.lidar_id != id) {
+    std::cerr << "[WARN] para2: " << head_path << " holds the calibration of sensor \""
+              << PrintableId(calib.lidar_id) << "\" and is loaded as that of \"" << PrintableId(id)
+              << "\"" << std::endl;
+  }
   UnpackPara2Main(main, options.tile_pixels, options.tile_columns, calib);
   calib.source = source;
   calib.lidar_id = id;
@@ -94,9 +102,8 @@ std::string ParaReadMainBinPath(const std::string& id) {
 }
 
 bool IsSafeLidarId(const std::string& id) {
-  constexpr char kForbidden[] = {'/', '\0'};
-  return !id.empty() && id != "." && id != ".." &&
-         id.find_first_of(kForbidden, 0, sizeof(kForbidden)) == std::string::npos;
+  return !id.empty() && id != "." && id != ".." && id.find('/') == std::string::npos &&
+         std::none_of(id.begin(), id.end(), IsControl);
 }
 
 std::string LidarIdFromRegister(const std::vector<std::uint8_t>& head) {

@@ -39,8 +39,9 @@ std::string ParaReadDir(const std::string& id);
 std::string ParaReadHeadBinPath(const std::string& id);
 std::string ParaReadMainBinPath(const std::string& id);
 
-// True for an id that names one directory entry: not empty, not "." or "..", without '/' and zero
-// byte. Any other would lead the cache out of its place.
+// True for an id that names one directory entry: not empty, not "." or "..", without '/' and
+// control characters. Any other would lead the cache out of its place, or steer a terminal that
+// shows its name.
 bool IsSafeLidarId(const std::string& id);
 
 // The id in a head that was read from the sensor; throws when it cannot be parsed or is not safe.
@@ -56,7 +57,8 @@ std::vector<std::uint8_t> ReadFileBytes(const std::string& path);
 void ReadMainOnline(const Para2LoadOptions& options, const std::vector<std::uint8_t>& head,
                     std::vector<std::uint8_t>& main);
 
-// From the cache of sensor `id`. The id in the cached head has to be there but is not compared.
+// From the cache of sensor `id`. The id in the cached head has to be there; another
+// one than `id` is told on standard error and passed over.
 Para2LidarCalib TryLoadFromBinFiles(const Para2LoadOptions& options, const std::string& id,
                                     Para2CalibSource source);
 

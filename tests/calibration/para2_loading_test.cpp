@@ -104,12 +104,22 @@ TEST_F(Para2Loading, TheSecondStartReadsTheHeadAloneAndTakesTheCache) {
   EXPECT_EQ(service_->received_requests(), requests + 1);
 }
 
-TEST_F(Para2Loading, TheCachedHeadIsUsedAndItsIdIsNotCompared) {
-  const SamplePara2 other = MakeSample("OTHER");
-  CacheSample(other);
+TEST_F(Para2Loading, AnotherSensorsCacheIsUsedWithAWord) {
+  CacheSample(MakeSample("OTHER\x1B[2J\\"));
+  ::testing::internal::CaptureStderr();
   const Para2LidarCalib calib = Load();
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "[WARN] para2: data/QNDR_003/para_read/QNDR_003_head.bin holds the calibration of "
+            "sensor \"OTHER\\x1B[2J\\\\\" and is loaded as that of \"QNDR_003\"\n");
   EXPECT_EQ(calib.source, Para2CalibSource::kLocalCache);
   EXPECT_EQ(calib.lidar_id, kId);
+}
+
+TEST_F(Para2Loading, TheSensorsOwnCacheNeedsNoWord) {
+  CacheSample(sample_);
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(Load().source, Para2CalibSource::kLocalCache);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
 TEST_F(Para2Loading, TheTileValuesReachTheUnpacking) {
@@ -302,29 +312,23 @@ TEST_F(Para2Loading, ACacheThatCannotBeWrittenEndsTheLoad) {
 }
 
 TEST_F(Para2Loading, AnIdThatWouldLeaveTheCacheIsRefusedAndNothingIsWritten) {
-  const std::string ids[] = {".",
-                             "..",
-                             "/",
-                             "../x",
-                             "a/b",
-                             "/etc",
-                             "x/",
-                             "../../../up",
-                             std::string("a\0b", 3),
-                             std::string("\0", 1)};
+  const std::string ids[] = {".", "..", "/", "../x", "a/b", "/etc", "x/", "../../../up",
+                             std::string("a\0b", 3), std::string("\0", 1),
+                             // Whoever lists the directory would have the terminal cleared.
+                             "a\x1B[2J", "a\nb", "\x7F"};
   int refused = 0;
   for (const std::string& id : ids) {
     Serve(MakeSample(id));
     EXPECT_EQ(LoadError(), kNoRegisterId) << id;
     ++refused;
   }
-  EXPECT_EQ(refused, 10);
+  EXPECT_EQ(refused, 13);
   EXPECT_TRUE(fs::is_empty(directory_.path()));
   EXPECT_EQ(service_->received_requests(), refused);  // no page was asked for
 }
 
 TEST_F(Para2Loading, AnIdOfTwentyOddBytesNamesOneDirectory) {
-  const std::string id = "..\x01 \\\n:*?\"<>|\x80...abc";
+  const std::string id = "..~ \\$:*?\"<>|\x80...abc";
   ASSERT_EQ(id.size(), 20U);
   Serve(MakeSample(id));
   EXPECT_EQ(Load().lidar_id, id);

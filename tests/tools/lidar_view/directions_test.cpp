@@ -165,11 +165,11 @@ TEST(Directions, AGridOfAnotherSizeIsAnError) {
 }
 
 TEST(Directions, AFifoInPlaceOfARecordHoldsNobody) {
-  const TemporaryFolder folder;
+  const testing::TempDir folder;
   ASSERT_EQ(mkfifo(folder.File("Lidar-a_angle_calib.dat").c_str(), 0600), 0);
   Directions directions;
   std::string error;
-  EXPECT_FALSE(LoadDirections(folder.Path(), directions, error));
+  EXPECT_FALSE(LoadDirections(folder.path().string(), directions, error));
   EXPECT_EQ(error.substr(0, error.find(": ")), folder.File("Lidar-a_angle_calib.dat"));
 }
 
