@@ -1,4 +1,4 @@
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 
 #include <algorithm>
 
@@ -6,7 +6,7 @@ namespace kerul::lidar {
 namespace {
 
 FrameKey KeyOf(const PointPacketView& packet) noexcept {
-  return {packet.FrameId(), packet.SequenceBase(), packet.EchoCount(), packet.OutputMode()};
+  return {packet.FrameId(), packet.SequenceBase(), packet.EchoCount(), packet.Mode()};
 }
 
 }  // namespace
@@ -91,7 +91,7 @@ void FrameCollector::Store(const PointPacketView& packet) {
     const PacketPoint point = packet.Point(i);
     FramePoint& to = frame.points[CollectedFrame::Index(packet.Echo(), point.row, point.col)];
     to.distance = point.distance;
-    std::copy_n(point.payload, 3, to.payload.begin());
+    std::copy_n(point.payload, point_packet::kPayloadBytes, to.payload.begin());
   }
 }
 

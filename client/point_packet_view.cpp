@@ -1,10 +1,14 @@
-#include "point_packet_view.h"
+#include "kerul_lidar/point_packet_view.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace kerul::lidar {
 namespace {
 
-constexpr int kFirstPoint = 20;
-constexpr int kPointBytes = 5;
+using namespace point_packet;
+
+constexpr int kLargestMarker = kMarkerSecond;
 
 int ReadU16(const std::uint8_t* at) noexcept { return at[0] | (at[1] << 8); }
 
@@ -18,24 +22,31 @@ std::uint32_t ReadU32BigEndian(const std::uint8_t* at) noexcept {
          (std::uint32_t{at[0]} << 24);
 }
 
-bool HasTail(const std::uint8_t* bytes) noexcept {
-  return bytes[204] == 0xDD && bytes[205] == 0xEE && bytes[206] == 0xFF;
+bool HasFrameGeometry(const std::uint8_t* bytes) noexcept {
+  return ReadU16(bytes + kHeightOffset) == kFrameRows &&
+         ReadU16(bytes + kWidthOffset) == kFrameCols &&
+         bytes[kBlocksPerColumnOffset] == kBlockRows && bytes[kBlocksPerRowOffset] == kBlockCols &&
+         bytes[kUnitOffset] != 0 && ReadU16(bytes + kPointCountOffset) == kPointsPerPacket;
 }
 
-bool HasFrameGeometry(const std::uint8_t* bytes) noexcept {
-  return ReadU16(bytes + 6) == kFrameRows && ReadU16(bytes + 8) == kFrameCols &&
-         bytes[10] == kBlockRows && bytes[11] == kBlockCols && bytes[13] != 0 &&
-         ReadU16(bytes + 14) == kPointsPerPacket;
+bool IsVersion(const std::uint8_t* bytes) noexcept {
+  return bytes[kVersionOffset] == kVersionMajor && bytes[kVersionOffset + 1] == kVersionMinor;
 }
 
 PointPacketError Check(const std::uint8_t* bytes, std::size_t length) noexcept {
   if (bytes == nullptr || length != kPointPacketBytes) return PointPacketError::kLength;
-  if (bytes[0] != 0xEE || bytes[1] != 0xFF) return PointPacketError::kMagic;
-  if (bytes[2] != 7 || bytes[3] != 10) return PointPacketError::kVersion;
-  if (!HasTail(bytes)) return PointPacketError::kTail;
+  if (!std::equal(std::begin(kMagic), std::end(kMagic), bytes + kMagicOffset)) {
+    return PointPacketError::kMagic;
+  }
+  if (!IsVersion(bytes)) return PointPacketError::kVersion;
+  if (!std::equal(std::begin(kTail), std::end(kTail), bytes + kTailOffset)) {
+    return PointPacketError::kTail;
+  }
   if (!HasFrameGeometry(bytes)) return PointPacketError::kGeometry;
-  if (bytes[12] > 2) return PointPacketError::kMarker;
-  if (bytes[207] >= kBlockRows || bytes[208] >= kBlockCols) return PointPacketError::kBlock;
+  if (bytes[kMarkerOffset] > kLargestMarker) return PointPacketError::kMarker;
+  if (bytes[kBlockRowOffset] >= kBlockRows || bytes[kBlockColOffset] >= kBlockCols) {
+    return PointPacketError::kBlock;
+  }
   return PointPacketError::kNone;
 }
 
@@ -69,11 +80,19 @@ PointPacketError PointPacketView::Parse(const std::uint8_t* bytes, std::size_t l
   return error;
 }
 
-std::int64_t PointPacketView::TimestampUs() const noexcept {
-  return std::int64_t{ReadU32BigEndian(bytes_ + 216)} * 1'000'000 + ReadU32(bytes_ + 220);
+int PointPacketView::ReturnCode() const noexcept {
+  const int code = bytes_[kReturnCodeOffset];
+  return (code >> 4) * 10 + (code & 0xF);
 }
 
-std::uint32_t PointPacketView::Sequence() const noexcept { return ReadU32(bytes_ + 225); }
+std::int64_t PointPacketView::TimestampUs() const noexcept {
+  return std::int64_t{ReadU32BigEndian(bytes_ + kSecondsOffset)} * 1'000'000 +
+         ReadU32(bytes_ + kMicrosecondsOffset);
+}
+
+std::uint32_t PointPacketView::Sequence() const noexcept {
+  return ReadU32(bytes_ + kSequenceOffset);
+}
 
 std::uint32_t PointPacketView::SequenceBase() const noexcept {
   const int before = EchoCount() == 1 ? Block() : 2 * Block() + Echo();
@@ -81,10 +100,10 @@ std::uint32_t PointPacketView::SequenceBase() const noexcept {
 }
 
 PacketPoint PointPacketView::Point(int index) const noexcept {
-  const std::uint8_t* point = bytes_ + kFirstPoint + index * kPointBytes;
+  const std::uint8_t* point = bytes_ + kPointsOffset + index * kPointBytes;
   return {BlockRow() * kBlockPixels + index % kBlockPixels,
           BlockCol() * kBlockPixels + index / kBlockPixels,
-          static_cast<std::uint16_t>(ReadU16(point)), point + 2};
+          static_cast<std::uint16_t>(ReadU16(point)), point + kPayloadOffset};
 }
 
 }  // namespace kerul::lidar

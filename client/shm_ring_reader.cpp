@@ -1,4 +1,4 @@
-#include "shm_ring_reader.h"
+#include "kerul_lidar/shm_ring_reader.h"
 
 #include <algorithm>
 #include <atomic>

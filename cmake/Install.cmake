@@ -8,17 +8,30 @@ foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_r
   endif()
 endforeach()
 
-# What a consumer links. Below lib/ itself and not the multiarch folder, as it is static only.
-install(TARGETS kerul_lidar kerul_lidar_client ARCHIVE DESTINATION lib)
-install(DIRECTORY "${CMAKE_SOURCE_DIR}/client/" DESTINATION "include/kerul_lidar"
-        FILES_MATCHING PATTERN "*.h")
-# The client's headers lead to the region and the ring's words, and to nothing else of the node.
-install(DIRECTORY "${CMAKE_SOURCE_DIR}/src/output" DESTINATION "include/kerul_lidar"
-        FILES_MATCHING PATTERN "*.h")
+# What a consumer links. Below lib/ itself and not the multiarch folder, as it is static only. A
+# component of its own: `cmake --install build --component client` needs these libraries built and
+# nothing else.
+install(TARGETS kerul_lidar_client kerul_lidar_ring kerul_lidar_geometry EXPORT kerul_lidar
+        ARCHIVE DESTINATION lib COMPONENT client)
+install(FILES ${kerul_public_headers} DESTINATION include/kerul_lidar COMPONENT client)
+
+include(CMakePackageConfigHelpers)
+set(kerul_package "${CMAKE_BINARY_DIR}/package")
+configure_package_config_file("${CMAKE_SOURCE_DIR}/packaging/kerul_lidarConfig.cmake.in"
+                              "${kerul_package}/kerul_lidarConfig.cmake"
+                              INSTALL_DESTINATION lib/cmake/kerul_lidar)
+write_basic_package_version_file("${kerul_package}/kerul_lidarConfigVersion.cmake"
+                                 COMPATIBILITY SameMinorVersion)
+install(EXPORT kerul_lidar NAMESPACE kerul_lidar:: FILE kerul_lidarTargets.cmake
+        DESTINATION lib/cmake/kerul_lidar COMPONENT client)
+install(FILES "${kerul_package}/kerul_lidarConfig.cmake"
+              "${kerul_package}/kerul_lidarConfigVersion.cmake" DESTINATION lib/cmake/kerul_lidar
+        COMPONENT client)
 set(KERUL_PC_LIBDIR lib)
 configure_file("${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-client.pc.in"
                "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" @ONLY)
-install(FILES "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" DESTINATION lib/pkgconfig)
+install(FILES "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" DESTINATION lib/pkgconfig
+        COMPONENT client)
 
 # Where Wireshark looks for Lua files, whatever its version. Below /usr/local it does not look.
 if(KERUL_BUILD_TOOLS)

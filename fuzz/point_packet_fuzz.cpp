@@ -4,10 +4,10 @@
 #include <cstring>
 
 #include "byte_input.h"
-#include "frame_collector.h"
-#include "point_packet_view.h"
-#include "point_payload.h"
-#include "sequence_tracker.h"
+#include "kerul_lidar/frame_collector.h"
+#include "kerul_lidar/point_packet_view.h"
+#include "kerul_lidar/point_payload.h"
+#include "kerul_lidar/sequence_tracker.h"
 
 using namespace kerul::lidar;
 using fuzz::ByteInput;
@@ -28,12 +28,12 @@ void CheckPoints(const PointPacketView& view) {
     const PacketPoint point = view.Point(i);
     Require(point.row / kBlockPixels == view.BlockRow(), "row in block");
     Require(point.col / kBlockPixels == view.BlockCol(), "column in block");
-    const PointPayload payload = DecodePointPayload(view.OutputMode(), point.payload);
+    const PointPayload payload = DecodePointPayload(view.Mode(), point.payload);
     Require(std::isfinite(payload.cogh) && std::isfinite(payload.cogw), "finite payload");
     for (const float component : payload.direction) {
       Require(component >= -1.0F && component <= 1.0F, "direction component");
     }
-    PointIntensity(view.OutputMode(), point.payload);
+    PointIntensity(view.Mode(), point.payload);
   }
 }
 

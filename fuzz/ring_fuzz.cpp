@@ -8,8 +8,8 @@
 #include <string>
 
 #include "byte_input.h"
+#include "kerul_lidar/shm_ring_reader.h"
 #include "output/shm_udp_writer.h"
-#include "shm_ring_reader.h"
 
 using namespace kerul::lidar;
 using fuzz::ByteInput;

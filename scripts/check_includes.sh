@@ -53,6 +53,7 @@ find src -name '*.h' -o -name '*.cpp' | xargs awk -v order="$(IFS='|'; echo "${r
     sub(/^src\//, "", from_path)
     to_path = $2
     gsub(/"/, "", to_path)
+    if (to_path !~ /\//) next  # beside this file
     from = room_of(from_path)
     to = room_of(to_path)
     if (!(from in level) || !(to in level)) {

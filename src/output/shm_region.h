@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "output/bus_error_guard.h"
+#include "bus_error_guard.h"  // beside this header, in the tree and installed
 
 namespace kerul::lidar {
 

@@ -17,7 +17,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "output/shm_layout.h"
+#include "shm_layout.h"  // beside this header, in the tree and installed
 
 namespace kerul::lidar::shm_ring {
 

@@ -1,4 +1,4 @@
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "point_packet_view.h"
+#include "kerul_lidar/point_packet_view.h"
 
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ TEST(PointPacketView, HeaderFieldsComeFromTheirPlaces) {
   EXPECT_EQ(view.EchoCount(), 2);
   EXPECT_EQ(view.Echo(), 1);
   EXPECT_EQ(view.UnitMm(), 4);
-  EXPECT_EQ(view.OutputMode(), 12);
+  EXPECT_EQ(view.Mode(), 12);
   EXPECT_EQ(view.BlockRow(), 5);
   EXPECT_EQ(view.BlockCol(), 7);
   EXPECT_EQ(view.Block(), 247);

@@ -1,6 +1,8 @@
-#include "point_payload.h"
+#include "kerul_lidar/point_payload.h"
 
 #include <gtest/gtest.h>
+
+#include "kerul_lidar/point_packet_layout.h"
 
 namespace kerul::lidar {
 namespace {
@@ -129,6 +131,37 @@ TEST(PointPayload, IntensityIsReflectivityOrTheUpperBitsOfPeakOrHeight) {
   EXPECT_EQ(PointIntensity(5, bytes), 33);
   EXPECT_EQ(PointIntensity(6, bytes), 33);
   EXPECT_EQ(PointIntensity(2, bytes), 11);
+}
+
+TEST(PointFlags, AreTheTwoFlagBytesOfModeTwelve) {
+  const std::uint8_t bytes[3] = {200, 0xC5, 0x19};
+  const std::uint16_t flags = PointFlags(12, bytes);
+  EXPECT_EQ(flags, 0x19C5);
+  EXPECT_EQ((flags >> point_flag::kGround) & 1, 1);
+  EXPECT_EQ((flags >> point_flag::kFilled) & 1, 1);
+  EXPECT_EQ((flags >> point_flag::kBloom) & 1, 0);
+  EXPECT_EQ((flags >> point_flag::kShotNoiseGroup) & 1, 1);
+  EXPECT_EQ(flags & point_flag::kCogwFlagMask, 5);
+  EXPECT_EQ(KnownFlags(12), 0x1FFF);
+  const std::uint8_t unused[3] = {0, 0, 0xE0};
+  EXPECT_EQ(PointFlags(12, unused), 0) << "bits without a meaning";
+}
+
+TEST(PointFlags, AreTheGroundAloneWhereTheHeightIsSent) {
+  const std::uint8_t ground[3] = {0xFF, 0xFF, 0x80};
+  const std::uint8_t none[3] = {0xFF, 0xFF, 0x7F};
+  for (const int mode : {0, 11}) {
+    EXPECT_EQ(PointFlags(mode, ground), 0x40);
+    EXPECT_EQ(PointFlags(mode, none), 0);
+    EXPECT_EQ(KnownFlags(mode), 0x40);
+  }
+  for (const int mode : {1, 2, 3, 4, 5, 6, 9, 10}) EXPECT_EQ(KnownFlags(mode), 0) << mode;
+}
+
+TEST(CarriedFields, AreThoseThatDecodingFillsIn) {
+  EXPECT_EQ(CarriedFields(0), kReflectivity | kCogh | kShotRatio | kGround);
+  EXPECT_EQ(CarriedFields(4), kNoise | kPeak);
+  EXPECT_EQ(CarriedFields(7), kPeakAddr);
 }
 
 }  // namespace

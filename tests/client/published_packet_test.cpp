@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "MIPI_reader/parser/lidar_parser.h"
-#include "frame_collector.h"
-#include "point_packet_view.h"
-#include "point_payload.h"
+#include "kerul_lidar/frame_collector.h"
+#include "kerul_lidar/point_packet_view.h"
+#include "kerul_lidar/point_payload.h"
 
 namespace kerul::lidar {
 namespace {
@@ -118,7 +118,7 @@ TEST_F(PublishedPacket, EveryModeIsReadBackFromBothEchoes) {
         EXPECT_EQ(view.Block(), block);
         EXPECT_EQ(view.Echo(), slot);
         EXPECT_EQ(view.EchoCount(), 2);
-        EXPECT_EQ(view.OutputMode(), mode);
+        EXPECT_EQ(view.Mode(), mode);
         EXPECT_EQ(view.FrameId(), 77);
         EXPECT_EQ(view.ReturnCode(), 12);
         ++packets;

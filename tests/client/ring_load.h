@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "received_packet.h"
+#include "kerul_lidar/received_packet.h"
 
 namespace kerul::lidar {
 

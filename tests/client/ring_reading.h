@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "client/ring_by_hand.h"
-#include "shm_ring_reader.h"
+#include "kerul_lidar/shm_ring_reader.h"
 
 namespace kerul::lidar {
 

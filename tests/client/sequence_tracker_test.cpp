@@ -1,4 +1,4 @@
-#include "sequence_tracker.h"
+#include "kerul_lidar/sequence_tracker.h"
 
 #include <gtest/gtest.h>
 
@@ -30,13 +30,16 @@ TEST(SequenceTracker, StragglersAndRepeatsAreLateNotLost) {
   const SequenceTracker tracker = After({10, 11, 11, 9, 12});
   EXPECT_EQ(tracker.lost, 0U);
   EXPECT_EQ(tracker.late, 2U);
+  EXPECT_EQ(tracker.begun_anew, 0U);
 }
 
 TEST(SequenceTracker, ANewCountIsNoLoss) {
   const SequenceTracker down = After({2000000, 0, 1, 3});
   EXPECT_EQ(down.lost, 1U);
+  EXPECT_EQ(down.begun_anew, 1U);
   const SequenceTracker up = After({5, 3000000000U, 3000000001U});
   EXPECT_EQ(up.lost, 0U);
+  EXPECT_EQ(up.begun_anew, 1U);
   EXPECT_EQ(up.newest, 3000000001U);
 }
 

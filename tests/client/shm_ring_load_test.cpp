@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "client/ring_load.h"
+#include "kerul_lidar/shm_ring_reader.h"
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
-#include "shm_ring_reader.h"
 
 namespace kerul::lidar {
 namespace {

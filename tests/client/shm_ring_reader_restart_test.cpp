@@ -8,7 +8,7 @@
 
 #include "client/ring_by_hand.h"
 #include "client/ring_reading.h"
-#include "shm_ring_reader.h"
+#include "kerul_lidar/shm_ring_reader.h"
 
 namespace kerul::lidar {
 namespace {

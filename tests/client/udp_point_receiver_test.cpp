@@ -1,4 +1,4 @@
-#include "udp_point_receiver.h"
+#include "kerul_lidar/udp_point_receiver.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "child_process.h"
-#include "frame_collector.h"
-#include "shm_ring_reader.h"
+#include "kerul_lidar/frame_collector.h"
+#include "kerul_lidar/shm_ring_reader.h"
 
 namespace kerul::lidar::testing {
 

@@ -1,23 +1,15 @@
-// Which way each pixel looks.
+// Which way each pixel looks, also without a calibration.
 #pragma once
 
-#include <array>
 #include <string>
-#include <vector>
+
+#include "kerul_lidar/directions.h"
 
 namespace kerul::lidar::view {
 
-// Unit directions of 216 x 288 pixels, row by row, in the sensor's frame: x along the optical axis,
-// y to the left, z up. Row 0 is the lowest of the picture. All zero where the camera model gives no
-// direction.
-struct Directions {
-  std::string origin;  // where they come from, for messages
-  std::vector<std::array<float, 3>> unit;
-};
-
-// From `<calib_dir>/Lidar-*_angle_calib.dat`, or else from the record inside
-// `<calib_dir>/*_head.bin`; from the default record when `calib_dir` is empty. Where several files
-// match, the first by name is taken. False with the reason in `error`.
-bool LoadDirections(const std::string& calib_dir, Directions& directions, std::string& error);
+// From the calibration in `calib_dir`, or from the default camera model when that is empty. False
+// with the reason in `error`.
+bool LoadDirectionsOrDefault(const std::string& calib_dir, Directions& directions,
+                             std::string& error);
 
 }  // namespace kerul::lidar::view

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "config/transform_param.h"
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 #include "lidar_view/directions.h"
 #include "lidar_view/picture.h"
 

@@ -102,7 +102,9 @@ void DrawRangeImage(Canvas& canvas, const CollectedFrame& frame, const PictureOp
 
 void DrawReflectivityImage(Canvas& canvas, const CollectedFrame& frame) {
   const int mode = frame.key.output_mode;
-  canvas.Text(kRightImage, kMargin, mode == 0 || mode == 12 ? "Reflectivity" : "Intensity", kText);
+  const bool is_reflectivity =
+      OutputMode{mode} == OutputMode::kReflectivity || OutputMode{mode} == OutputMode::kFlags;
+  canvas.Text(kRightImage, kMargin, is_reflectivity ? "Reflectivity" : "Intensity", kText);
   DrawImage(canvas, kRightImage, frame, [&](const FramePoint& point) {
     return RampColour(static_cast<float>(PointIntensity(mode, point.payload.data())) / 255.0F);
   });

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <span>
 
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
+#include "kerul_lidar/point_payload.h"
 #include "lidar_view/canvas.h"
 #include "lidar_view/view_points.h"
-#include "point_payload.h"
 
 namespace kerul::lidar::view {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "point_packet_view.h"
+#include "kerul_lidar/point_packet_view.h"
 
 namespace kerul::lidar::view {
 namespace {

@@ -7,8 +7,8 @@
 #include <functional>
 #include <string>
 
-#include "frame_collector.h"
-#include "lidar_view/packet_input.h"
+#include "kerul_lidar/frame_collector.h"
+#include "kerul_lidar/packet_input.h"
 #include "lidar_view/status_line.h"
 
 namespace kerul::lidar::view {

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "point_payload.h"
+#include "kerul_lidar/point_payload.h"
 
 namespace kerul::lidar::view {
 namespace {

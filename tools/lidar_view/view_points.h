@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "config/transform_param.h"
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 #include "lidar_view/directions.h"
 
 namespace kerul::lidar::view {

@@ -54,12 +54,13 @@ int RunViewer(const ViewerOptions& options, const std::atomic<bool>& stop, bool 
               std::ostream& out, std::ostream& err) {
   std::string reason;
   Directions directions;
-  if (!LoadDirections(options.calib_dir, directions, reason)) {
+  if (!LoadDirectionsOrDefault(options.calib_dir, directions, reason)) {
     err << "lidar_view: " << reason << std::endl;
     return 1;
   }
   const std::unique_ptr<PacketInput> input = OpenInput(options, err);
   if (input == nullptr) return 1;
+  input->SurviveShortening();
 
   StreamViewer viewer(*input);
   viewer.Run(options.limits, stop, [&](const std::string& line) {

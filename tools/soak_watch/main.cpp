@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string>
 
-#include "received_packet.h"
-#include "shm_ring_reader.h"
+#include "kerul_lidar/received_packet.h"
+#include "kerul_lidar/shm_ring_reader.h"
 #include "soak_watch/stream_order.h"
 #include "standard_streams.h"
 

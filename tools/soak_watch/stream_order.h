@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "point_packet_view.h"
+#include "kerul_lidar/point_packet_view.h"
 
 namespace kerul::lidar {
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "point_payload.h"
+#include "kerul_lidar/point_payload.h"
 #include "sensor_simulator/scenes.h"
 #include "truth_report/node_run.h"
 #include "truth_report/return_kinds.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 #include "sensor_simulator/frame_simulator.h"
 
 namespace kerul::lidar::report {

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "MIPI_reader/parser/lidar_point.h"
-#include "point_payload.h"
+#include "kerul_lidar/point_payload.h"
 #include "truth_report/return_kinds.h"
 
 namespace kerul::lidar::report {

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "kerul_lidar/point_payload.h"
 #include "lidar_view/canvas.h"
-#include "point_payload.h"
 #include "sensor_simulator/scenes.h"
 #include "support/png_file.h"
 #include "truth_report/filter_report.h"

@@ -1,6 +1,6 @@
 #include "truth_report/ground_labels.h"
 
-#include "point_payload.h"
+#include "kerul_lidar/point_payload.h"
 
 namespace kerul::lidar::report {
 namespace {

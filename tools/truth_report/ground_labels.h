@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 #include "sensor_simulator/frame_simulator.h"
 
 namespace kerul::lidar::report {

@@ -6,10 +6,10 @@
 
 #include "MIPI_reader/node/lidar_node.h"
 #include "config/default_config.h"
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
+#include "kerul_lidar/shm_ring_reader.h"
 #include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/frame_simulator.h"
-#include "shm_ring_reader.h"
 
 namespace kerul::lidar::report {
 

@@ -93,6 +93,7 @@ inline constexpr int kDebug = 9;
 inline constexpr int kEchoFlag = 10;        // bit 0 of echo_flags
 inline constexpr int kDetectFailed = 11;    // peak below the detection level
 inline constexpr int kShotNoiseGroup = 12;  // erased by the shot-noise filter's block rule
+inline constexpr int kAll = (2 << kShotNoiseGroup) - 1;  // all bits that mean something
 }  // namespace point_flag
 
 }  // namespace kerul::lidar

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "client/point_packet_by_hand.h"
-#include "frame_collector.h"
+#include "kerul_lidar/frame_collector.h"
 #include "lidar_view/directions.h"
 
 namespace kerul::lidar::view {

@@ -16,11 +16,11 @@
 #include <sstream>
 #include <thread>
 
+#include "kerul_lidar/udp_point_receiver.h"
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
 #include "support/temp_dir.h"
 #include "tools/lidar_view/sample_frame.h"
-#include "udp_point_receiver.h"
 
 namespace kerul::lidar::view {
 namespace {

@@ -4,7 +4,7 @@
 // scene may gain a body.
 #include <gtest/gtest.h>
 
-#include "point_payload.h"
+#include "kerul_lidar/point_payload.h"
 #include "truth_report/accuracy.h"
 #include "truth_report/fates.h"
 #include "truth_report/filter_report.h"

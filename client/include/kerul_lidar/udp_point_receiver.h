@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "received_packet.h"
+#include "kerul_lidar/received_packet.h"
 
 namespace kerul::lidar {
 

@@ -28,8 +28,8 @@ struct PointPayload {
   std::uint32_t carries = 0;        // payload_field bits
   std::uint8_t reflectivity = 0;    // 0..255
   std::uint8_t peak_addr = 0;       // low 8 bits of the window's first bin
-  bool ground = false;              // modes 0 and 11: only right for cogh below 512; mode 12
-  std::uint16_t pixel_word = 0;     // low 16 bits (mode 1) or 12 bits (mode 9)
+  bool ground = false;              // kFlags; others: only right for cogh below 512
+  std::uint16_t pixel_word = 0;     // low 16 bits, or 12 beside the height
   float cogh = 0.0F;                // level units
   float shot_ratio = 0.0F;          // steps of 0.1
   float shot_times = 0.0F;          // steps of 64
@@ -43,7 +43,7 @@ struct PointPayload {
   bool bloom = false;               // false return around a bright target
   bool after_pulse = false;         // after-pulse of a strong echo
   bool filled = false;              // synthetic return that filled a hole
-  bool shot_noise = false;          // bit 0 of the second flag byte
+  bool shot_noise = false;          // no pass of the node sets it
   bool debug = false;
   bool echo_flag = false;
   bool detect_failed = false;     // peak below the detection level
@@ -53,6 +53,14 @@ struct PointPayload {
 // `bytes`: 3 payload bytes of a point. Modes that no bytes are defined for carry peak_addr, as they
 // are published.
 PointPayload DecodePointPayload(int output_mode, const std::uint8_t* bytes) noexcept;
+
+// The payload_field bits that the mode carries.
+std::uint32_t CarriedFields(int output_mode) noexcept;
+
+// The flags of a point, by the bit numbers of point_flag; 0 for those that the mode does not carry.
+std::uint16_t PointFlags(int output_mode, const std::uint8_t* bytes) noexcept;
+// The flags that the mode carries.
+std::uint16_t KnownFlags(int output_mode) noexcept;
 
 // One 0..255 brightness for pictures and point files: the reflectivity, or else the peak's or the
 // cogh's 12-bit value divided by 16, or else the first payload byte.

@@ -9,6 +9,7 @@ namespace kerul::lidar {
 struct SequenceTracker {
   std::uint64_t lost = 0;  // numbers that were passed over
   std::uint64_t late = 0;  // packets below the newest one: repeated, reordered or counted anew
+  std::uint64_t begun_anew = 0;  // of the late ones: far from the newest, another sender's count
   std::uint32_t newest = 0;
   bool started = false;
 
@@ -24,8 +25,11 @@ struct SequenceTracker {
       newest = sequence;
     } else {
       ++late;
-      // A short way back is a straggler or a row sent again; a long one is another sender.
-      if (newest - sequence > kLargestGap) newest = sequence;
+      // A short way back is a straggler or a row sent again.
+      if (newest - sequence > kLargestGap) {
+        ++begun_anew;
+        newest = sequence;
+      }
     }
     started = true;
   }

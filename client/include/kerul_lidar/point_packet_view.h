@@ -1,27 +1,23 @@
-// Reads published point packets: 249 bytes, one block of 6 x 6 pixels of one echo.
-//
-// Layout, integers little-endian but for the seconds:
-//   0 magic EE FF | 2 version 7, 10 | 6 u16 height | 8 u16 width | 10 u8 blocks per column
-//   11 u8 blocks per row | 12 u8 marker | 13 u8 millimetres per distance unit
-//   14 u16 points | 20 points of 5 bytes: u16 distance, 3 payload bytes | 203 u8 output mode
-//   204 tail DD EE FF | 207 u8 block row | 208 u8 block column | 209 u8 frame id
-//   211 u8 return code | 216 u32 seconds, big-endian | 220 u32 microseconds | 225 u32 sequence
+// Reads published point packets: one block of 6 x 6 pixels of one echo each. Where everything
+// stands is told in point_packet_layout.h.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "kerul_lidar/point_packet_layout.h"
+
 namespace kerul::lidar {
 
-inline constexpr int kPointPacketBytes = 249;
-inline constexpr int kPointsPerPacket = 36;
-inline constexpr int kBlockPixels = 6;  // a block is this high and this wide
-inline constexpr int kFrameRows = 216;
-inline constexpr int kFrameCols = 288;
-inline constexpr int kBlockRows = kFrameRows / kBlockPixels;
-inline constexpr int kBlockCols = kFrameCols / kBlockPixels;
+inline constexpr int kPointPacketBytes = point_packet::kBytes;
+inline constexpr int kPointsPerPacket = point_packet::kPoints;
+inline constexpr int kBlockPixels = point_packet::kBlockSide;  // a block is this high and this wide
+inline constexpr int kBlockRows = point_packet::kBlocksPerColumn;
+inline constexpr int kBlockCols = point_packet::kBlocksPerRow;
+inline constexpr int kFrameRows = kBlockRows * kBlockPixels;  // 216
+inline constexpr int kFrameCols = kBlockCols * kBlockPixels;  // 288
 inline constexpr int kBlocksPerFrame = kBlockRows * kBlockCols;
-inline constexpr int kMaxEchoes = 2;
+inline constexpr int kMaxEchoes = point_packet::kMaxEchoes;
 
 // Why bytes are not taken as a point packet. The checks are made in this order.
 enum class PointPacketError : std::uint8_t {
@@ -29,7 +25,7 @@ enum class PointPacketError : std::uint8_t {
   kLength,    // not 249 bytes
   kMagic,     // does not begin with EE FF
   kVersion,   // not 7.10
-  kTail,      // no DD EE FF behind the points
+  kTail,      // no DD EE FF after the points
   kGeometry,  // not 216 x 288 pixels in 36 x 48 blocks of 36 points, or distance unit 0
   kMarker,    // marker above 2
   kBlock,     // block row or column outside the frame
@@ -54,21 +50,22 @@ class PointPacketView {
   PointPacketError Parse(const std::uint8_t* bytes, std::size_t length) noexcept;
   bool IsValid() const noexcept { return bytes_ != nullptr; }
 
-  // 0 the only packet of its block, 1 first of two, 2 second of two.
-  int Marker() const noexcept { return bytes_[12]; }
-  // Echoes that the stream carries: 1 for marker 0, else 2.
-  int EchoCount() const noexcept { return Marker() == 0 ? 1 : 2; }
-  // Echo of this packet: 0, or 1 for marker 2.
-  int Echo() const noexcept { return Marker() == 2 ? 1 : 0; }
-  int UnitMm() const noexcept { return bytes_[13]; }
-  int OutputMode() const noexcept { return bytes_[203]; }
-  int BlockRow() const noexcept { return bytes_[207]; }
-  int BlockCol() const noexcept { return bytes_[208]; }
+  // point_packet::kMarkerOnly, kMarkerFirst or kMarkerSecond.
+  int Marker() const noexcept { return bytes_[point_packet::kMarkerOffset]; }
+  // Echoes that the stream carries.
+  int EchoCount() const noexcept { return Marker() == point_packet::kMarkerOnly ? 1 : 2; }
+  // Echo of this packet, 0 or 1.
+  int Echo() const noexcept { return Marker() == point_packet::kMarkerSecond ? 1 : 0; }
+  int UnitMm() const noexcept { return bytes_[point_packet::kUnitOffset]; }
+  // What the payload bytes carry: a value of OutputMode, or a number without a name.
+  int Mode() const noexcept { return bytes_[point_packet::kOutputModeOffset]; }
+  int BlockRow() const noexcept { return bytes_[point_packet::kBlockRowOffset]; }
+  int BlockCol() const noexcept { return bytes_[point_packet::kBlockColOffset]; }
   // 0..1727, row by row.
   int Block() const noexcept { return BlockRow() * kBlockCols + BlockCol(); }
-  std::uint8_t FrameId() const noexcept { return bytes_[209]; }
+  std::uint8_t FrameId() const noexcept { return bytes_[point_packet::kFrameIdOffset]; }
   // Which echoes are published, as one or two decimal digits: 12 for the byte 0x12.
-  int ReturnCode() const noexcept { return (bytes_[211] >> 4) * 10 + (bytes_[211] & 0xF); }
+  int ReturnCode() const noexcept;
   // When the packet was built, microseconds of the system clock since the epoch.
   std::int64_t TimestampUs() const noexcept;
   std::uint32_t Sequence() const noexcept;

@@ -1,26 +1,28 @@
-#include "lidar_view/packet_input.h"
+#include "kerul_lidar/packet_input.h"
 
-#include "output/shm_region.h"
-#include "sequence_tracker.h"
-#include "shm_ring_reader.h"
-#include "udp_point_receiver.h"
+#include "kerul_lidar/sequence_tracker.h"
+#include "kerul_lidar/shm_region.h"
+#include "kerul_lidar/shm_ring_reader.h"
+#include "kerul_lidar/udp_point_receiver.h"
 
-namespace kerul::lidar::view {
+namespace kerul::lidar {
 namespace {
 
 class RingInput final : public PacketInput {
  public:
-  explicit RingInput(const std::string& shm_name)
-      : name_(ShmRegion::NormalizeName(shm_name.c_str())), reader_(name_.c_str()) {
-    reader_.SurviveShortening();
-  }
+  RingInput(const std::string& shm_name, RingStart start)
+      : name_(ShmRegion::NormalizeName(shm_name.c_str())), reader_(name_.c_str(), start) {}
 
   bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) override {
     return reader_.Next(packet, timeout);
   }
+  void SurviveShortening() noexcept override { reader_.SurviveShortening(); }
   void NoteSequence(std::uint32_t) override {}  // the ring's own numbers tell the loss
   std::uint64_t Lost() const override { return reader_.Statistics().lost; }
-  std::uint64_t Restarts() const override { return reader_.Statistics().replaced; }
+  std::uint64_t Restarts() const override {
+    const std::uint64_t attached = reader_.Statistics().attached;
+    return attached == 0 ? 0 : attached - 1;
+  }
   std::string Describe() const override {
     const std::string problem = reader_.AttachProblem();
     return "ring " + name_ + (problem.empty() ? "" : " (" + problem + ")");
@@ -41,7 +43,7 @@ class UdpInput final : public PacketInput {
   }
   void NoteSequence(std::uint32_t sequence) override { tracker_.Take(sequence); }
   std::uint64_t Lost() const override { return tracker_.lost; }
-  std::uint64_t Restarts() const override { return 0; }
+  std::uint64_t Restarts() const override { return tracker_.begun_anew; }
   std::string Describe() const override { return "UDP port " + std::to_string(receiver_.Port()); }
 
  private:
@@ -51,8 +53,8 @@ class UdpInput final : public PacketInput {
 
 }  // namespace
 
-std::unique_ptr<PacketInput> MakeRingInput(const std::string& shm_name) {
-  return std::make_unique<RingInput>(shm_name);
+std::unique_ptr<PacketInput> MakeRingInput(const std::string& shm_name, RingStart start) {
+  return std::make_unique<RingInput>(shm_name, start);
 }
 
 std::unique_ptr<PacketInput> MakeUdpInput(std::uint16_t port, const std::string& multicast_group,
@@ -63,4 +65,4 @@ std::unique_ptr<PacketInput> MakeUdpInput(std::uint16_t port, const std::string&
   return nullptr;
 }
 
-}  // namespace kerul::lidar::view
+}  // namespace kerul::lidar

@@ -22,9 +22,9 @@
 #include <memory>
 #include <string>
 
-#include "output/shm_region.h"
-#include "output/shm_words.h"
-#include "received_packet.h"
+#include "kerul_lidar/received_packet.h"
+#include "kerul_lidar/shm_region.h"
+#include "kerul_lidar/shm_words.h"
 
 namespace kerul::lidar {
 

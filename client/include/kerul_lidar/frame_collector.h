@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "point_packet_view.h"
+#include "kerul_lidar/point_packet_view.h"
 
 namespace kerul::lidar {
 

@@ -6,9 +6,10 @@
 #include <memory>
 #include <string>
 
-#include "received_packet.h"
+#include "kerul_lidar/received_packet.h"
+#include "kerul_lidar/shm_ring_reader.h"
 
-namespace kerul::lidar::view {
+namespace kerul::lidar {
 
 class PacketInput {
  public:
@@ -17,10 +18,13 @@ class PacketInput {
   PacketInput(const PacketInput&) = delete;
   PacketInput& operator=(const PacketInput&) = delete;
 
-  // Waits up to `timeout` for a packet.
+  // Waits up to `timeout` for a packet. False when none came, or when a signal ended the wait.
   virtual bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) = 0;
-  // Told of each sound point packet's sequence number.
+  // Lets the process outlive a ring that is made shorter (shm_ring_reader.h); nothing by UDP.
+  virtual void SurviveShortening() noexcept {}
+  // Must be told each sound point packet's sequence number, before Lost and Restarts are asked.
   virtual void NoteSequence(std::uint32_t sequence) = 0;
+  // Packets that were sent and did not come.
   virtual std::uint64_t Lost() const = 0;
   // Grows whenever the stream has begun anew: another sender, another ring.
   virtual std::uint64_t Restarts() const = 0;
@@ -28,9 +32,11 @@ class PacketInput {
   virtual std::string Describe() const = 0;
 };
 
-std::unique_ptr<PacketInput> MakeRingInput(const std::string& shm_name);
+// Never fails: a ring that is not there yet is waited for. An empty name is the default ring.
+std::unique_ptr<PacketInput> MakeRingInput(const std::string& shm_name,
+                                           RingStart start = RingStart::kNewest);
 // Null with the reason in `error` when the port cannot be opened.
 std::unique_ptr<PacketInput> MakeUdpInput(std::uint16_t port, const std::string& multicast_group,
                                           std::string& error);
 
-}  // namespace kerul::lidar::view
+}  // namespace kerul::lidar

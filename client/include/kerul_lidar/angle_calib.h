@@ -1,0 +1,2 @@
+#pragma once
+#include "../../../src/calibration/angle_calib.h"

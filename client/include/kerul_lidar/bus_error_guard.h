@@ -1,0 +1,2 @@
+#pragma once
+#include "../../../src/output/bus_error_guard.h"

@@ -1,0 +1,2 @@
+#pragma once
+#include "../../../src/MIPI_reader/parser/point_packet_layout.h"

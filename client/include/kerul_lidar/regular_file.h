@@ -1,0 +1,2 @@
+#pragma once
+#include "../../../src/files/regular_file.h"

@@ -1,0 +1,2 @@
+#pragma once
+#include "../../../src/output/shm_words.h"

@@ -1,0 +1,2 @@
+#pragma once
+#include "../../../src/config/transform_param.h"
