@@ -100,7 +100,7 @@ status=0
 value() { sed -n "s/^$1=//p" "$out/summary.txt"; }
 echo
 if [ -s "$out/summary.txt" ]; then
-  echo "frames: $(value complete) complete, $(value incomplete) incomplete"
+  echo "frames: $(value complete) complete, $(value incomplete) incomplete, $(value missing_frames) missing"
   echo "packets: $(value packets) taken, $(value lost) lost in the ring"
   echo "node: $(grep 'received_count:6912' "$out/node.log" | tail -n 1)"
   echo "picture: demo_out/frame.png   points: demo_out/frame.ply   node's log: demo_out/node.log"

@@ -43,6 +43,7 @@ void FrameCollector::Restart() {
   open_ = false;
   seen_any_ = false;
   has_closed_ = false;
+  ids_.Restart();
 }
 
 const CollectedFrame* FrameCollector::Close() {
@@ -70,6 +71,8 @@ void FrameCollector::Begin(const FrameKey& key, const PointPacketView& packet) {
   frame.packets = 0;
   frame.duplicates = 0;
   frame.first_timestamp_us = packet.TimestampUs();
+  frame.missing_ids_before = ids_.Take(key.frame_id);
+  statistics_.missing_frame_ids = ids_.missing;
   frame.joined_midway = !seen_any_ && (packet.Block() != 0 || packet.Echo() != 0);
   std::fill(frame.points.begin(), frame.points.end(), FramePoint{});
   open_ = true;

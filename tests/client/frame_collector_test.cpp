@@ -236,6 +236,23 @@ TEST(FrameCollector, ARestartForgetsTheFrameInHand) {
   EXPECT_EQ(collector.Statistics().late, 0U);
 }
 
+TEST(FrameCollector, FrameIdsThatArePassedOverAreTold) {
+  FrameCollector collector;
+  AddBlocks(collector, OfFrame(254, 0), 0, 1727);
+  const CollectedFrame* frame = AddBlocks(collector, OfFrame(1, 1728), 0, 1727);
+  ASSERT_NE(frame, nullptr);
+  EXPECT_TRUE(frame->IsComplete());
+  EXPECT_EQ(frame->missing_ids_before, 2) << "255 and 0";
+  frame = AddBlocks(collector, OfFrame(2, 3456), 0, 1727);
+  ASSERT_NE(frame, nullptr);
+  EXPECT_EQ(frame->missing_ids_before, 0);
+  EXPECT_EQ(collector.Statistics().missing_frame_ids, 2U);
+  // Another node's ids have nothing to do with these.
+  collector.Restart();
+  AddBlocks(collector, OfFrame(90, 0), 0, 1727);
+  EXPECT_EQ(collector.Statistics().missing_frame_ids, 2U);
+}
+
 TEST(FrameCollector, FlushOfNothingGivesNothing) {
   FrameCollector collector;
   EXPECT_EQ(collector.Flush(), nullptr);

@@ -67,6 +67,7 @@ void StreamViewer::Take(const ReceivedPacket& packet) {
 
 void StreamViewer::UpdateCounts() {
   counts_.incomplete = collector_.Statistics().incomplete;
+  counts_.missing = collector_.Statistics().missing_frame_ids;
   counts_.lost = input_.Lost();
 }
 

@@ -38,9 +38,12 @@ int main(int argc, char** argv) {
   StreamOrder order;
   ReceivedPacket packet{};
   std::uint64_t refused = 0;
+  std::uint64_t rings = 0;
   // What stands in the ring is still read after an interrupt.
   while (reader.Next(packet, std::chrono::milliseconds(50)) || !stop) {
     if (packet.number == 0) continue;
+    if (rings != reader.Statistics().attached) order.Restart();
+    rings = reader.Statistics().attached;
     PointPacketView view;
     if (view.Parse(packet.bytes, packet.length) == PointPacketError::kNone) {
       order.Take(view);
@@ -60,6 +63,7 @@ int main(int argc, char** argv) {
   Print("refused", refused);
   Print("frames", order.Counts().frames);
   Print("frames_backwards", order.Counts().frames_backwards);
+  Print("frames_missing", order.Counts().frames_missing);
   Print("packets_backwards", order.Counts().packets_backwards);
   return 0;
 }

@@ -1,5 +1,8 @@
 // Puts point packets together to frames of 216 x 288 pixels of one or two echoes, and says what is
-// missing.
+// missing: blocks of a frame, and whole frames by their ids.
+//
+// A frame is complete when all blocks that the node published have come. What the node itself did
+// not get is not in the packets: pixels of lost raw packets are published as no return.
 #pragma once
 
 #include <array>
@@ -7,14 +10,15 @@
 #include <cstdint>
 #include <vector>
 
+#include "kerul_lidar/frame_id_tracker.h"
 #include "kerul_lidar/point_packet_view.h"
 
 namespace kerul::lidar {
 
 // One echo of one pixel as it was published.
 struct FramePoint {
-  std::uint16_t distance = 0;             // in distance units, 0 is no return
-  std::array<std::uint8_t, 3> payload{};  // see point_payload.h
+  std::uint16_t distance = 0;  // in distance units, 0 is no return
+  std::array<std::uint8_t, point_packet::kPayloadBytes> payload{};  // see point_payload.h
 };
 
 // What the packets of one frame have in common. Row passes that run again send packets of the same
@@ -22,8 +26,8 @@ struct FramePoint {
 struct FrameKey {
   std::uint8_t frame_id = 0;
   std::uint32_t sequence_base = 0;
-  int echoes = 1;  // 1 or 2
-  int output_mode = 0;
+  int echoes = 1;       // 1 or 2
+  int output_mode = 0;  // a value of OutputMode, or a number without a name
   bool operator==(const FrameKey&) const = default;
 };
 
@@ -37,6 +41,7 @@ struct CollectedFrame {
   std::uint32_t duplicates = 0;         // packets of a block that was there; the later one counts
   std::int64_t first_timestamp_us = 0;  // time stamps of the packets taken first and last
   std::int64_t last_timestamp_us = 0;
+  int missing_ids_before = 0;      // frame ids passed over between the frame before and this one
   bool joined_midway = false;      // the collector's first frame, which had begun before it
   std::vector<FramePoint> points;  // [echo][row][col], always room for two echoes
 
@@ -62,7 +67,8 @@ struct FrameStatistics {
   std::uint64_t incomplete = 0;  // closed with blocks missing, but for a first frame joined late
   std::uint64_t missing_blocks = 0;  // of the incomplete ones
   std::uint64_t duplicates = 0;
-  std::uint64_t late = 0;  // packets of the frame that was closed last; dropped
+  std::uint64_t missing_frame_ids = 0;  // passed over between one frame and the next
+  std::uint64_t late = 0;               // packets of the frame that was closed last; dropped
 };
 
 class FrameCollector {
@@ -89,6 +95,7 @@ class FrameCollector {
   bool seen_any_ = false;
   bool has_closed_ = false;
   FrameKey closed_key_;  // of the frame closed last
+  FrameIdTracker ids_;
   FrameStatistics statistics_;
 };
 

@@ -23,6 +23,7 @@ TEST(StreamOrder, FramesInOrderWithBlocksInOrderCountNothingBackwards) {
   }
   EXPECT_EQ(order.Counts().packets, 16U);
   EXPECT_EQ(order.Counts().frames, 4U);
+  EXPECT_EQ(order.Counts().frames_missing, 2U);
   EXPECT_EQ(order.Counts().frames_backwards, 0U);
   EXPECT_EQ(order.Counts().packets_backwards, 0U);
 }
@@ -50,6 +51,16 @@ TEST(StreamOrder, AFrameIdThatFallsIsBackwardsAndOneThatWrapsIsNot) {
   EXPECT_EQ(order.Counts().frames, 6U);
   // 10 to 9 (255 on), 9 to 250 (241 on), 132 to 5 (129 on); 4 to 132 is 128 on.
   EXPECT_EQ(order.Counts().frames_backwards, 3U);
+  // 250 to 4 (10 on) and 4 to 132 (128 on).
+  EXPECT_EQ(order.Counts().frames_missing, 9U + 127U);
+}
+
+TEST(StreamOrder, NoFrameIsMissingBetweenTwoNodes) {
+  StreamOrder order;
+  for (const int frame_id : {7, 8}) Take(order, {.frame_id = frame_id});
+  order.Restart();
+  for (const int frame_id : {20, 22}) Take(order, {.frame_id = frame_id});
+  EXPECT_EQ(order.Counts().frames_missing, 1U);
 }
 
 TEST(StreamOrder, TheSameFrameIdWithAnotherSequenceBaseIsAnotherFrame) {
