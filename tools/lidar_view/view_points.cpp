@@ -2,24 +2,10 @@
 
 #include <array>
 
+#include "kerul_lidar/mounting.h"
 #include "kerul_lidar/point_payload.h"
 
 namespace kerul::lidar::view {
-namespace {
-
-std::array<float, 3> Mounted(const TransformParam& mount, const std::array<float, 3>& point) {
-  const double offset[3] = {mount.x, mount.y, mount.z};
-  std::array<float, 3> moved{};
-  for (std::size_t i = 0; i < 3; ++i) {
-    const double* row = mount.rotation + 3 * i;
-    moved[i] =
-        static_cast<float>(row[0] * point[0] + row[1] * point[1] + row[2] * point[2] + offset[i]);
-  }
-  return moved;
-}
-
-}  // namespace
-
 std::vector<ViewPoint> MakeViewPoints(const CollectedFrame& frame, const Directions& directions,
                                       const TransformParam* mount) {
   std::vector<ViewPoint> points;
