@@ -107,22 +107,7 @@ if inside lidar_node --cali_path /nowhere >"$work/refused" 2>&1; then fail "/now
 grep -q 'invalid --cali_path' "$work/refused" || fail "lidar_node: $(cat "$work/refused")"
 
 step "A consumer"
-cat >"$work/consumer.cpp" <<'END'
-#include <frame_collector.h>
-#include <point_packet_view.h>
-#include <shm_ring_reader.h>
-#include <udp_point_receiver.h>
-int main() {
-  kerul::lidar::ShmRingReader reader("kerul_package_check");
-  kerul::lidar::ReceivedPacket packet;
-  return reader.TryNext(packet) ? 1 : 0;
-}
-END
-export PKG_CONFIG_PATH="$root/usr/lib/pkgconfig"
-# shellcheck disable=SC2046
-g++ -std=c++20 -Wall -Wextra -Werror "$work/consumer.cpp" -o "$work/consumer" \
-  $(pkg-config --cflags --libs kerul-lidar-client) || fail "consumer"
-"$work/consumer" || fail "the consumer took a packet out of nothing"
+scripts/check_consumer.sh "$root/usr" || fail "consumer"
 
 step "Remove"
 inside dpkg --remove kerul-lidar-node >"$work/dpkg.log" 2>&1 || fail "remove: $(cat "$work/dpkg.log")"
