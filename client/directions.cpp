@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "kerul_lidar/angle_calib.h"
-#include "kerul_lidar/point_packet_view.h"
+#include "kerul_lidar/frame_collector.h"
 #include "kerul_lidar/regular_file.h"
 
 namespace kerul::lidar {
@@ -55,14 +55,14 @@ bool FindRecord(const std::string& calib_dir, Bytes& record, std::string& origin
 }
 
 void TakeGrid(const AngleCalibGrid& grid, Directions& directions) {
-  directions.unit.resize(static_cast<std::size_t>(kFrameRows * kFrameCols));
+  directions.unit.resize(std::size_t{kFrameRows} * kFrameCols);
   for (int row = 0; row < kFrameRows; ++row) {
     for (int col = 0; col < kFrameCols; ++col) {
       std::array<float, 3> unit{grid.At(0, row, col), grid.At(1, row, col), grid.At(2, row, col)};
       // The grid marks the pixel exactly on the principal point with (0, 0, 1); it looks straight
       // ahead.
       if (unit == std::array<float, 3>{0.0F, 0.0F, 1.0F}) unit = {1.0F, 0.0F, 0.0F};
-      directions.unit[static_cast<std::size_t>(row * kFrameCols + col)] = unit;
+      directions.unit[CollectedFrame::Index(0, row, col)] = unit;
     }
   }
 }

@@ -5,33 +5,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
-#include "kerul_lidar/angle_calib.h"
+#include "client/plain_angle_record.h"
 #include "tools/lidar_view/sample_frame.h"
 
 namespace kerul::lidar {
 namespace {
 
 using view::TemporaryFolder;
-
-std::vector<std::uint8_t> BytesOf(const QndrAngleDatRecord& record) {
-  std::vector<std::uint8_t> bytes(78);
-  std::memcpy(bytes.data(), &record, 78);
-  return bytes;
-}
-
-// No distortion, no tilt: angles follow from the places by hand.
-QndrAngleDatRecord PlainRecord() {
-  QndrAngleDatRecord record{};
-  record.binning = 0x22;
-  record.rows = 216;
-  record.cols = 288;
-  record.f = 340.0F;
-  record.cx = 289.0F;
-  record.cy = 286.0F;
-  return record;
-}
 
 const std::array<float, 3>& At(const Directions& directions, int row, int col) {
   return directions.unit[static_cast<std::size_t>(row * 288 + col)];

@@ -1,20 +1,17 @@
 #include "kerul_lidar/frame_stream.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "client/loopback_sender.h"
+#include "client/plain_angle_record.h"
 #include "client/point_packet_by_hand.h"
-#include "kerul_lidar/angle_calib.h"
 #include "kerul_lidar/udp_point_receiver.h"
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
@@ -238,33 +235,8 @@ TEST(FrameStream, StrangersWhoNeverStopDoNotHoldACallerWhoDoesNotWait) {
 
 // --- UDP ---
 
-class Sender {
- public:
-  explicit Sender(std::uint16_t port) : fd_(socket(AF_INET, SOCK_DGRAM, 0)) {
-    to_.sin_family = AF_INET;
-    to_.sin_port = htons(port);
-    to_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  }
-  ~Sender() { close(fd_); }
-  Sender(const Sender&) = delete;
-  Sender& operator=(const Sender&) = delete;
-  void Send(const PacketBytes& bytes) const {
-    sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to_), sizeof to_);
-  }
-
- private:
-  int fd_;
-  sockaddr_in to_{};
-};
-
-std::uint16_t FreePort() {
-  UdpPointReceiver receiver;
-  EXPECT_TRUE(receiver.Open(0));
-  return receiver.Port();
-}
-
 // One block of a frame each, so that any socket buffer holds them.
-void SendBlock(const Sender& sender, int id, std::uint32_t sequence_base, int block) {
+void SendBlock(const LoopbackSender& sender, int id, std::uint32_t sequence_base, int block) {
   PacketFields fields;
   fields.frame_id = id;
   fields.sequence_base = sequence_base;
@@ -277,7 +249,7 @@ TEST(FrameStream, DatagramsAreTakenAndTheirLossIsToldByTheSequence) {
   FrameStream stream;
   ASSERT_TRUE(stream.OpenUdp(port)) << stream.Error();
   EXPECT_EQ(stream.Describe(), "UDP port " + std::to_string(port));
-  const Sender sender(port);
+  const LoopbackSender sender(port);
   SendBlock(sender, 7, 0, 0);
   SendBlock(sender, 7, 0, 4);
   SendBlock(sender, 8, 1728, 0);
@@ -293,7 +265,7 @@ TEST(FrameStream, ASenderThatCountsElsewhereIsARestart) {
   const std::uint16_t port = FreePort();
   FrameStream stream;
   ASSERT_TRUE(stream.OpenUdp(port)) << stream.Error();
-  const Sender sender(port);
+  const LoopbackSender sender(port);
   SendBlock(sender, 7, 5000000, 0);
   SendBlock(sender, 40, 1000, 0);
   SendBlock(sender, 41, 2728, 0);
@@ -318,23 +290,10 @@ TEST(FrameStream, APortThatCannotBeOpenedLeavesTheStreamAsItWas) {
 
 // --- Points ---
 
-// No distortion, no tilt: the pixel of row 108 and column 144 looks straight ahead.
-QndrAngleDatRecord PlainRecord() {
-  QndrAngleDatRecord record{};
-  record.binning = 0x22;
-  record.rows = 216;
-  record.cols = 288;
-  record.f = 340.0F;
-  record.cx = 289.0F;
-  record.cy = 286.0F;
-  return record;
-}
-
 TEST(FrameStream, AnAngleRecordGivesPointsAndTheMountingMovesThem) {
   Ring ring;
   FrameStream stream(ring.Name(), RingStart::kOldest);
-  const QndrAngleDatRecord record = PlainRecord();
-  ASSERT_TRUE(stream.SetAngleRecord(reinterpret_cast<const std::uint8_t*>(&record), 78));
+  ASSERT_TRUE(stream.SetAngleRecord(BytesOf(PlainRecord()).data(), 78));
   ring.Write({.id = 7, .sequence_base = 0});
   const Frame* frame = stream.Next(kNow);
   ASSERT_NE(frame, nullptr);
@@ -361,10 +320,9 @@ TEST(FrameStream, AnAngleRecordGivesPointsAndTheMountingMovesThem) {
 TEST(FrameStream, ACalibrationThatIsNoneLeavesTheDirectionsAsTheyWere) {
   Ring ring;
   FrameStream stream(ring.Name(), RingStart::kOldest);
-  const QndrAngleDatRecord record = PlainRecord();
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(&record);
-  ASSERT_TRUE(stream.SetAngleRecord(bytes, 78));
-  EXPECT_FALSE(stream.SetAngleRecord(bytes, 77));
+  const std::vector<std::uint8_t> record = BytesOf(PlainRecord());
+  ASSERT_TRUE(stream.SetAngleRecord(record.data(), 78));
+  EXPECT_FALSE(stream.SetAngleRecord(record.data(), 77));
   EXPECT_EQ(stream.Error().find("angle record: "), 0U) << stream.Error();
   EXPECT_FALSE(stream.LoadDirections("/nowhere"));
   EXPECT_EQ(stream.Error(), "no Lidar-*_angle_calib.dat and no *_head.bin in /nowhere");

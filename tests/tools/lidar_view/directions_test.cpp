@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
-#include "calibration/angle_calib.h"
+#include "client/plain_angle_record.h"
 #include "lidar_view/default_angle_record.h"
 #include "sensor_simulator/camera_model.h"
 #include "support/temp_dir.h"
@@ -15,12 +14,6 @@
 
 namespace kerul::lidar::view {
 namespace {
-
-std::vector<std::uint8_t> BytesOf(const QndrAngleDatRecord& record) {
-  std::vector<std::uint8_t> bytes(78);
-  std::memcpy(bytes.data(), &record, 78);
-  return bytes;
-}
 
 const std::array<float, 3>& At(const Directions& directions, int row, int col) {
   return directions.unit[static_cast<std::size_t>(row * 288 + col)];

@@ -1,11 +1,7 @@
 #include "lidar_view/viewer_app.h"
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,7 +12,7 @@
 #include <sstream>
 #include <thread>
 
-#include "kerul_lidar/udp_point_receiver.h"
+#include "client/loopback_sender.h"
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
 #include "support/temp_dir.h"
@@ -59,31 +55,6 @@ class FrameSender {
   std::atomic<bool> stop_{false};
   std::thread thread_;
 };
-
-class LoopbackSocket {
- public:
-  explicit LoopbackSocket(std::uint16_t port) : fd_(socket(AF_INET, SOCK_DGRAM, 0)) {
-    to_.sin_family = AF_INET;
-    to_.sin_port = htons(port);
-    to_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  }
-  ~LoopbackSocket() { close(fd_); }
-  LoopbackSocket(const LoopbackSocket&) = delete;
-  LoopbackSocket& operator=(const LoopbackSocket&) = delete;
-  void Send(const PacketBytes& bytes) const {
-    sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to_), sizeof to_);
-  }
-
- private:
-  int fd_;
-  sockaddr_in to_{};
-};
-
-std::uint16_t FreePort() {
-  UdpPointReceiver receiver;
-  EXPECT_TRUE(receiver.Open(0));
-  return receiver.Port();
-}
 
 struct Outcome {
   int exit_status = -1;
@@ -146,7 +117,7 @@ TEST(Viewer, FramesOfTheRingAreShownAndWritten) {
 
 TEST(Viewer, FramesOfAUdpStreamAreCollected) {
   const std::uint16_t port = FreePort();
-  const LoopbackSocket socket(port);
+  const LoopbackSender socket(port);
   const FrameSender sender([&](const PacketBytes& bytes) { socket.Send(bytes); }, -1);
   ViewerOptions options;
   options.udp_port = port;
@@ -176,7 +147,7 @@ TEST(Viewer, AStreamThatAlwaysLacksABlockIsAFailureWithItsNumbers) {
 
 TEST(Viewer, AUdpStreamsLossIsCountedByItsSequence) {
   const std::uint16_t port = FreePort();
-  const LoopbackSocket socket(port);
+  const LoopbackSender socket(port);
   const FrameSender sender([&](const PacketBytes& bytes) { socket.Send(bytes); }, 500);
   const testing::TempDir folder;
   ViewerOptions options;
@@ -200,7 +171,7 @@ TEST(Viewer, AMissingRingIsSaidSo) {
 
 TEST(Viewer, DatagramsThatAreNoPointPacketsAreCounted) {
   const std::uint16_t port = FreePort();
-  const LoopbackSocket socket(port);
+  const LoopbackSender socket(port);
   const FrameSender sender(
       [&](PacketBytes bytes) {
         bytes[0] = 0;
