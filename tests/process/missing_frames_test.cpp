@@ -1,17 +1,13 @@
 // Frames that the sensor sent and the node never got: every consumer must tell them.
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "kerul_lidar/frame_stream.h"
 #include "process_fixture.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
 
 class MissingFrames : public IsolatedProcessTest {
  protected:
@@ -31,11 +27,6 @@ class MissingFrames : public IsolatedProcessTest {
 long ValueOf(const std::string& lines, const std::string& key) {
   const std::size_t at = ("\n" + lines).find("\n" + key + "=");
   return at == std::string::npos ? -1 : std::stol(lines.substr(at + key.size() + 1));
-}
-
-std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 TEST_F(MissingFrames, AGapOfTheSensorsIdsIsToldByStreamViewerAndCounter) {

@@ -1,7 +1,6 @@
 #include "lidar_view/directions.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>

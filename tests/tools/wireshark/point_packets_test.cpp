@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "MIPI_reader/parser/point_packet_encoder.h"
-#include "point_packet_view.h"
-#include "point_payload.h"
+#include "kerul_lidar/point_packet_view.h"
+#include "kerul_lidar/point_payload.h"
 #include "tools/wireshark/tshark_test_base.h"
 
 namespace kerul::lidar::testing {
@@ -168,7 +168,7 @@ TEST_F(PointPackets, CarryInEachModeWhatTheClientLibraryReads) {
       EXPECT_EQ(cells[0].at(at), std::to_string(point.row));
       EXPECT_EQ(cells[1].at(at), std::to_string(point.col));
       EXPECT_EQ(cells[2].at(at), std::to_string(point.distance));
-      const PointPayload payload = DecodePointPayload(view.OutputMode(), point.payload);
+      const PointPayload payload = DecodePointPayload(view.Mode(), point.payload);
       for (std::size_t f = 0; f < known.size(); ++f) {
         const std::vector<std::string>& values = cells[f + 3];
         if ((payload.carries & known[f].bit) == 0) {
