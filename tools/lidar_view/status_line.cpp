@@ -23,8 +23,8 @@ std::string FormatStatus(const ViewCounts& before, const ViewCounts& now, double
   std::ostringstream line;
   line << std::fixed << std::setprecision(1) << "frames/s " << PerSecond(frames, seconds)
        << std::setprecision(0) << "  packets/s " << PerSecond(now.packets - before.packets, seconds)
-       << "  lost " << now.lost << "  incomplete " << now.incomplete << "  missing " << now.missing << std::setprecision(2)
-       << "  latency " << MeanLatencyMs(before, now) << " ms";
+       << "  lost " << now.lost << "  incomplete " << now.incomplete << "  missing " << now.missing
+       << std::setprecision(2) << "  latency " << MeanLatencyMs(before, now) << " ms";
   if (now.invalid != 0) line << "  invalid " << now.invalid;
   return line.str();
 }
@@ -34,9 +34,8 @@ std::string FormatSummary(const ViewCounts& counts, double seconds) {
   std::ostringstream text;
   text << std::fixed << std::setprecision(2) << "frames=" << frames
        << "\ncomplete=" << counts.complete << "\nincomplete=" << counts.incomplete
-       << "\nmissing_frames=" << counts.missing
-       << "\npackets=" << counts.packets << "\ninvalid=" << counts.invalid
-       << "\nlost=" << counts.lost << "\nseconds=" << seconds
+       << "\nmissing_frames=" << counts.missing << "\npackets=" << counts.packets
+       << "\ninvalid=" << counts.invalid << "\nlost=" << counts.lost << "\nseconds=" << seconds
        << "\nframes_per_s=" << PerSecond(frames, seconds)
        << "\nlatency_ms=" << MeanLatencyMs({}, counts) << "\n";
   return text.str();

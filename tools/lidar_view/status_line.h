@@ -23,8 +23,8 @@ struct ViewCounts {
 // Loss, incomplete and missing frames are totals; "  invalid N" is added if there are any.
 std::string FormatStatus(const ViewCounts& before, const ViewCounts& now, double seconds);
 
-// key=value lines: frames, complete, incomplete, missing_frames, packets, invalid, lost, seconds, frames_per_s,
-// latency_ms (mean). Frames are complete and incomplete ones together.
+// key=value lines: frames, complete, incomplete, missing_frames, packets, invalid, lost, seconds,
+// frames_per_s, latency_ms (mean). Frames are complete and incomplete ones together.
 std::string FormatSummary(const ViewCounts& counts, double seconds);
 
 }  // namespace kerul::lidar::view
