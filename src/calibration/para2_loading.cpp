@@ -4,13 +4,13 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 #include <system_error>
 
 #include "calibration/printable_id.h"
 #include "calibration/rcx_client.h"
+#include "files/file_set.h"
 #include "files/regular_file.h"
 
 namespace kerul::lidar {
@@ -55,6 +55,20 @@ bool IsCached(const std::string& id) {
          fs::exists(ParaReadMainBinPath(id), ignored);
 }
 
+// A cache that does not fit its checksums is refused at every start, though the sensor has the
+// data.
+Para2LidarCalib LoadFromCache(const Para2LoadOptions& options, const std::string& id) {
+  try {
+    return TryLoadFromBinFiles(options, id, Para2CalibSource::kLocalCache);
+  } catch (const std::exception&) {
+    std::error_code ignored;
+    std::cerr << "[WARN] the cached calibration cannot be used; to read it from the sensor again, "
+                 "delete "
+              << fs::absolute(ParaReadDir(id), ignored).string() << std::endl;
+    throw;
+  }
+}
+
 Para2LidarCalib FallBackToCache(const Para2LoadOptions& options, const std::string& id,
                                 const std::string& read_error) {
   if (options.force_read_from_lidar) {
@@ -66,17 +80,6 @@ Para2LidarCalib FallBackToCache(const Para2LoadOptions& options, const std::stri
     throw std::runtime_error("para2 main read failed: " + read_error +
                              "; bin fallback failed: " + error.what());
   }
-}
-
-void WriteFileBytes(const std::string& path, const std::uint8_t* data, std::size_t size) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  if (!file) throw std::runtime_error("cannot write " + path);
-  if (size != 0) {
-    file.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-  }
-  // Without the flush a full disk would first show in the destructor, where nobody looks.
-  file.flush();
-  if (!file) throw std::runtime_error("write failed: " + path);
 }
 
 void RequireFile(const std::string& path, const char* missing) {
@@ -205,10 +208,12 @@ void ResolveCaliPath(const std::string& cali_path, std::string& dir, std::string
 void SaveParaReadCache(const std::string& id, const std::vector<std::uint8_t>& head,
                        const std::vector<std::uint8_t>& main, const Para2LidarCalib& calib) {
   fs::create_directories(ParaReadDir(id));
-  WriteFileBytes(ParaReadHeadBinPath(id), head.data(), head.size());
-  WriteFileBytes(ParaReadMainBinPath(id), main.data(), main.size());
-  WriteFileBytes(ParaReadDir(id) + "Lidar-" + id + "_angle_calib.dat",
-                 reinterpret_cast<const std::uint8_t*>(&calib.angle_record), kAngleRecordBytes);
+  const auto* angle = reinterpret_cast<const std::uint8_t*>(&calib.angle_record);
+  const NewFile files[] = {
+      {ParaReadHeadBinPath(id), head},
+      {ParaReadMainBinPath(id), main},
+      {ParaReadDir(id) + "Lidar-" + id + "_angle_calib.dat", {angle, kAngleRecordBytes}}};
+  ReplaceFiles(files);
 }
 
 }  // namespace para2_lidar_detail
@@ -225,7 +230,7 @@ Para2LidarCalib LoadPara2Calib(const Para2LoadOptions& options) {
 
   // Its cache entry: the cached head is used then, not the one just read.
   if (!options.force_read_from_lidar && IsCached(id)) {
-    return TryLoadFromBinFiles(options, id, Para2CalibSource::kLocalCache);
+    return LoadFromCache(options, id);
   }
 
   // The sensor itself. Only a failed read may fall back to the cache.

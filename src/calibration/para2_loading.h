@@ -23,7 +23,8 @@ struct Para2LoadOptions {
 // at every call, to learn which sensor it is; the main blob comes out of the cache
 // data/<id>/para_read/ below the working directory when both of its files exist, otherwise from the
 // sensor, and is then cached. Only a failed read falls back to the cache: data that was read and
-// does not fit its checksums ends the load. Throws std::exception with the reason.
+// does not fit its checksums ends the load. Throws std::exception with the reason; for a cache that
+// is refused, a line on standard error names the directory to delete.
 Para2LidarCalib LoadPara2Calib(const Para2LoadOptions& options);
 
 // Throws std::runtime_error with the reason when `path` is not a directory to load from.
@@ -69,8 +70,7 @@ Para2LidarCalib TryLoadFromCaliPath(const Para2LoadOptions& options, Para2CalibS
 // <id>/para_read, <id> that holds para_read, or <id> that holds the two files.
 void ResolveCaliPath(const std::string& cali_path, std::string& dir, std::string& id);
 
-// Writes the cache files in place. A crash in between leaves files of any length, which the
-// checksums of the next start find. `id` has to be safe.
+// Writes the cache files as one set (files/file_set.h). `id` has to be safe.
 void SaveParaReadCache(const std::string& id, const std::vector<std::uint8_t>& head,
                        const std::vector<std::uint8_t>& main, const Para2LidarCalib& calib);
 

@@ -1,11 +1,15 @@
 // Cache files and named directories: what is there, what is half there, what is something else.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "calibration/para2_loading.h"
@@ -100,13 +104,90 @@ TEST_F(Para2Files, EachFileThatCannotBeOpenedForWritingIsNamed) {
   }
 }
 
-TEST_F(Para2Files, EachFileThatDoesNotFitTheDiskIsNamed) {
-  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no full device";
+// While it lives, no file of this process grows beyond `bytes`: writing more fails as on a full
+// disk.
+class FullDisk {
+ public:
+  explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+std::vector<std::string> FilesIn(const fs::path& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    names.push_back(entry.path().filename());
+  }
+  std::ranges::sort(names);
+  return names;
+}
+
+constexpr rlim_t kDiskBytes = 78;  // the angle file fits
+
+TEST_F(Para2Files, AFileThatDoesNotFitTheDiskIsNamedAndNoneIsLeft) {
+  const Bytes fits(78, 1);
+  const Bytes does_not(79, 2);
+  for (const auto& [head, main, failing] :
+       {std::tuple{does_not, fits, 0}, std::tuple{fits, does_not, 1}}) {
+    std::string text;
+    {
+      const FullDisk disk(kDiskBytes);
+      text = ThrownText([&] { SaveParaReadCache("X", head, main, {}); });
+    }
+    EXPECT_EQ(text, std::string("write failed: ") + kCacheFiles[failing]);
+    EXPECT_EQ(FilesIn("data/X/para_read"), std::vector<std::string>{});
+  }
+}
+
+TEST_F(Para2Files, AWriteThatFailsLeavesTheCacheOfBefore) {
+  SaveParaReadCache("X", {7}, {8, 9}, {});
+  const std::vector<std::string> files = FilesIn("data/X/para_read");
+  {
+    const FullDisk disk(kDiskBytes);
+    EXPECT_NE(ThrownText([] { SaveParaReadCache("X", {1}, Bytes(79, 2), {}); }),
+              "[nothing thrown]");
+  }
+  EXPECT_EQ(FilesIn("data/X/para_read"), files);
+  EXPECT_EQ(FileBytes("data/X/para_read/X_head.bin"), Bytes{7});
+  EXPECT_EQ(FileBytes("data/X/para_read/X_para2.bin"), (Bytes{8, 9}));
+}
+
+TEST_F(Para2Files, ANameThatCannotBeGivenLeavesNoFileOfEitherSet) {
   for (const std::string path : kCacheFiles) {
     fs::remove_all("data");
-    fs::create_directories("data/X/para_read");
-    fs::create_symlink("/dev/full", path);
-    EXPECT_EQ(ThrownText([] { SaveParaReadCache("X", {1}, {2}, {}); }), "write failed: " + path);
+    SaveParaReadCache("X", {7}, {8, 9}, {});
+    fs::remove(path);
+    fs::create_directories(path);
+    EXPECT_EQ(ThrownText([] { SaveParaReadCache("X", {1}, {2}, {}); }), "cannot write " + path);
+    EXPECT_EQ(FilesIn("data/X/para_read"), std::vector<std::string>{fs::path(path).filename()});
+  }
+}
+
+TEST_F(Para2Files, ALinkInThePlaceOfAFileIsReplacedAndNotFollowed) {
+  WriteFile("elsewhere", {5});
+  for (const std::string path : kCacheFiles) {
+    for (const std::string& name : {path, path + ".new"}) {
+      fs::remove_all("data");
+      fs::create_directories("data/X/para_read");
+      fs::create_symlink(fs::absolute("elsewhere"), name);
+      SaveParaReadCache("X", {1}, {2}, {});
+      EXPECT_EQ(FileBytes("elsewhere"), Bytes{5}) << name;
+      EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path))) << name;
+      EXPECT_FALSE(fs::exists(path + ".new"));
+    }
   }
 }
 

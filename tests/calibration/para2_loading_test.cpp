@@ -168,7 +168,12 @@ TEST_F(Para2Loading, ACorruptedCachedBlobEndsTheLoadWithoutAskingTheSensor) {
   SamplePara2 bad = sample_;
   bad.main[1000] ^= 0x10;
   CacheSample(bad);
+  testing::internal::CaptureStderr();
   EXPECT_TRUE(LoadError().starts_with("para2 head checksum verify failed (para2_crc stored="));
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "[WARN] the cached calibration cannot be used; to read it from the sensor again, delete " +
+          (directory_.path() / kCacheDir).string() + "\n");
   EXPECT_EQ(service_->received_requests(), 1);
   EXPECT_EQ(FileBytes(ParaReadMainBinPath(kId)), bad.main);
 }
