@@ -46,12 +46,14 @@ void WriteInterruptLine(int signal_number) noexcept {
       write(STDOUT_FILENO, line, static_cast<std::size_t>(end - line));
 }
 
-// Set while `nodes` stands still and the handler may walk it. Before, main is still filling it;
-// behind, process exit takes it apart, and a reference taken then would destroy the node twice.
-std::atomic<bool> nodes_settled{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
-
+// `nodes` stands still, and the handler may walk it, only while running. Before, main is still
+// filling it; after, process exit takes it apart, and a reference taken then would destroy the node
+// twice.
+enum class Phase { kStarting, kRunning, kEnding };
+std::atomic<Phase> phase{Phase::kStarting};
 std::atomic<bool> interrupted{false};
+static_assert(std::atomic<Phase>::is_always_lock_free, "used by a signal handler");
+static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
 
 // So that a supervisor starts a node again whose port was taken. An interrupt and run_once end the
 // node as they should: 0.
@@ -64,11 +66,18 @@ void StopNodes() noexcept {
   }
 }
 
+// The first interrupt of a start is kept: the start ends after the sensor's page in hand, or the
+// node as soon as it is there. The second does not wait for that.
 void signal_interrupt(int signal_number) {
   const int saved_errno = errno;
-  interrupted = true;
+  const bool again = interrupted.exchange(true);
+  kerul::lidar::load_is_interrupted = true;
   WriteInterruptLine(signal_number);
-  if (nodes_settled) StopNodes();
+  if (phase == Phase::kRunning) StopNodes();
+  if (phase == Phase::kStarting && again) {
+    std::signal(signal_number, SIG_DFL);
+    std::raise(signal_number);  // delivered as the handler returns
+  }
   errno = saved_errno;
 }
 
@@ -100,18 +109,23 @@ int main(int argc, char** argv) {
 
   try {
     nodes.push_back(std::make_shared<LidarNode>(config.lidar_name + "_node", config, cali_path));
+  } catch (const kerul::lidar::LoadInterrupted& read) {
+    std::cerr << "[INFO] interrupted: " << read.pages_read << " of " << read.pages
+              << " pages of the calibration read, nothing kept" << std::endl;
+    return 0;
   } catch (const std::exception& error) {
     std::cerr << "[ERROR] failed to start LidarNode: " << error.what() << std::endl;
     return 1;
   }
 
-  nodes_settled = true;
+  phase = Phase::kRunning;
+  if (interrupted) StopNodes();
   bool source_closed = false;
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
     node->JoinWorker();
     source_closed = source_closed || node->SourceHasClosed();
   }
-  nodes_settled = false;  // the worker has ended: only this thread takes signals now
+  phase = Phase::kEnding;  // the worker has ended: only this thread takes signals now
   return source_closed && !interrupted ? kStatusSourceClosed : 0;
 }

@@ -20,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr double kTimeoutS = 1.0;
+constexpr unsigned kPagesBetweenLines = 100;
 
 Para2LidarCalib LoadFromFiles(const Para2LoadOptions& options, const std::string& head_path,
                               const std::string& main_path, const std::string& id,
@@ -81,6 +82,29 @@ Para2LidarCalib FallBackToCache(const Para2LoadOptions& options, const std::stri
                              "; bin fallback failed: " + error.what());
   }
 }
+
+// Before each page of a read that a slow or hostile sensor could draw out for days.
+class PageWatch {
+ public:
+  PageWatch(unsigned pages, std::chrono::milliseconds limit)
+      : pages_(pages), limit_(limit), deadline_(std::chrono::steady_clock::now() + limit) {}
+
+  void Look(unsigned pages_read) const {
+    if (load_is_interrupted) throw LoadInterrupted{pages_read, pages_};
+    const std::string progress = std::to_string(pages_read) + " of " + std::to_string(pages_);
+    if (std::chrono::steady_clock::now() > deadline_) {
+      throw std::runtime_error("para2 main read took more than " + std::to_string(limit_.count()) +
+                               " ms: " + progress + " pages read");
+    }
+    if (pages_read == 0 || pages_read % kPagesBetweenLines != 0) return;
+    std::cerr << "[INFO] para2: " << progress << " pages read from the sensor" << std::endl;
+  }
+
+ private:
+  unsigned pages_;
+  std::chrono::milliseconds limit_;
+  std::chrono::steady_clock::time_point deadline_;
+};
 
 void RequireFile(const std::string& path, const char* missing) {
   std::error_code ignored;
@@ -156,7 +180,9 @@ void ReadMainOnline(const Para2LoadOptions& options, const std::vector<std::uint
   RcxClient client(options.host, options.port, kTimeoutS);
   main.clear();
   main.reserve((page_count - 1) * kPageBytes);
+  const PageWatch watch(page_count, options.main_read_limit);
   for (unsigned page = 0; page < page_count; ++page) {
+    watch.Look(page);
     const std::vector<std::uint8_t> bytes =
         client.ReadIicRegMulti(options.iic_device, kMainRegister, kPageBytes);
     if (page == 0) continue;  // the stream begins with the head page, which is known already

@@ -1,6 +1,8 @@
 // Where the sensor's calibration is taken from: a named directory, the local cache, the sensor.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -17,6 +19,19 @@ struct Para2LoadOptions {
   std::int32_t tile_columns = 48;       // tiles in a row of tiles
   bool force_read_from_lidar = false;   // never use the cache
   std::string cali_path;                // not empty: load from here, the sensor is not contacted
+  // For all pages of the main blob. The 661 of a valid one take 6610 s when every page needs both
+  // its times of five waits of a second.
+  std::chrono::milliseconds main_read_limit = std::chrono::hours(2);
+};
+
+// Set by the interrupt handler: a read of the sensor's pages ends after the page in hand.
+inline std::atomic<bool> load_is_interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
+
+// How such a read ends. No std::exception: no other way to the calibration is tried.
+struct LoadInterrupted {
+  unsigned pages_read;
+  unsigned pages;
 };
 
 // The calibration of the sensor at hand. Without `cali_path` the head page is read from the sensor
@@ -24,7 +39,8 @@ struct Para2LoadOptions {
 // data/<id>/para_read/ below the working directory when both of its files exist, otherwise from the
 // sensor, and is then cached. Only a failed read falls back to the cache: data that was read and
 // does not fit its checksums ends the load. Throws std::exception with the reason; for a cache that
-// is refused, a line on standard error names the directory to delete.
+// is refused, a line on standard error names the directory to delete. A read of the pages tells its
+// progress on standard error, has an overall limit, and throws LoadInterrupted when interrupted.
 Para2LidarCalib LoadPara2Calib(const Para2LoadOptions& options);
 
 // Throws std::runtime_error with the reason when `path` is not a directory to load from.

@@ -198,6 +198,60 @@ TEST_F(Para2Loading, TheHeadPageAtTheMainRegisterIsDropped) {
   EXPECT_EQ(Load().source, Para2CalibSource::kOnline);
 }
 
+TEST_F(Para2Loading, ProgressIsToldEachHundredPages) {
+  testing::internal::CaptureStderr();
+  Load();
+  std::string lines;
+  for (const char* pages : {"100", "200", "300", "400", "500", "600"}) {
+    lines += std::string("[INFO] para2: ") + pages + " of 661 pages read from the sensor\n";
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), lines);
+}
+
+// Told 65534 pages, each in its time, a start would last for days.
+TEST_F(Para2Loading, AReadThatLastsTooLongFailsWithItsFigures) {
+  SamplePara2 endless = sample_;
+  endless.head[98] = 0xFE;
+  endless.head[99] = 0xFF;
+  Serve(endless);
+  ServiceFaults slow;
+  slow.on_register = kMain;
+  slow.body_piece_bytes = 128;
+  slow.piece_gap_ms = 20;
+  service_->SetFaults(slow);
+  options_.main_read_limit = std::chrono::milliseconds(300);
+  const auto begin = std::chrono::steady_clock::now();
+  const std::string error = LoadError();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_TRUE(error.starts_with("para2 main read failed: para2 main read took more than 300 ms: "))
+      << error;
+  EXPECT_NE(error.find(" of 65534 pages read; bin fallback failed: cannot open data/"),
+            std::string::npos)
+      << error;
+  EXPECT_GE(service_->received_requests(), 3);
+}
+
+TEST_F(Para2Loading, TheSlowestSoundSensorIsInsideTheLimit) {
+  constexpr int kPages = 661;                       // of a valid main blob, the head's among them
+  constexpr std::chrono::seconds kLongestPage{10};  // five waits for the header, five for the rest
+  EXPECT_GE(Para2LoadOptions{}.main_read_limit, kPages * kLongestPage);
+}
+
+TEST_F(Para2Loading, AnInterruptEndsTheReadingWithoutTheFallback) {
+  load_is_interrupted = true;
+  EXPECT_THROW(Load(), LoadInterrupted);
+  load_is_interrupted = false;
+  EXPECT_EQ(service_->received_requests(), 1) << "the head, and no page of the tables";
+  EXPECT_FALSE(fs::exists("data"));
+}
+
+TEST_F(Para2Loading, AnInterruptDoesNotKeepTheCacheFromLoading) {
+  CacheSample(sample_);
+  load_is_interrupted = true;
+  EXPECT_EQ(Load().source, Para2CalibSource::kLocalCache);
+  load_is_interrupted = false;
+}
+
 TEST_F(Para2Loading, AMissingCacheFileMakesTheFallbackFailWithBothTexts) {
   WriteFile(ParaReadHeadBinPath(kId), sample_.head);
   ServiceFaults faults;

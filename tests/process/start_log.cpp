@@ -55,6 +55,14 @@ std::string LoadingLine(const std::string& cali_path) {
                              " (no RCX)...");
 }
 
+std::string ProgressLines() {
+  std::string lines;
+  for (int pages = 100; pages <= 600; pages += 100) {
+    lines += "[INFO] para2: " + std::to_string(pages) + " of 661 pages read from the sensor\n";
+  }
+  return lines;
+}
+
 std::string LoadedLines(const std::string& label, const std::string& lidar_id) {
   std::string log;
   if (label == "local_cache") {

@@ -25,6 +25,9 @@ inline std::string StartLog(const std::string& cali_path, const std::string& lab
   return OpeningLines(cali_path) + LoadingLine(cali_path) + LoadedLines(label, lidar_id);
 }
 
+// What a start that reads the sensor's 661 pages says on standard error.
+std::string ProgressLines();
+
 // What a node prints when it goes, whether its start failed or it was interrupted.
 inline const std::string kClosingLines = "SocketSource::Close()\nSource::Close()\n";
 
