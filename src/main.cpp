@@ -1,10 +1,7 @@
-// Process entry: command line, interrupt, one node.
-#include <unistd.h>
-
+// Process entry: command line, log, interrupt, one node.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -15,6 +12,7 @@
 #include "calibration/para2_loading.h"
 #include "command_line.h"
 #include "config/default_config.h"
+#include "log_output.h"
 #include "standard_streams.h"
 
 namespace {
@@ -31,7 +29,16 @@ char* AppendDecimal(char* out, int number) noexcept {
   return out;
 }
 
-// The text goes out by one write: streams are not async-signal-safe.
+// While main alone logs, a line may wait that long for room. The worker never waits.
+constexpr int kLogPatienceMs = 250;
+
+// Where the handler writes; null before the log is there.
+std::atomic<const kerul::lidar::LogDescriptor*> log_out{nullptr};
+static_assert(std::atomic<const kerul::lidar::LogDescriptor*>::is_always_lock_free,
+              "used by a signal handler");
+
+// The text goes out by one write: streams are not async-signal-safe. One that nobody takes is
+// dropped.
 void WriteInterruptLine(int signal_number) noexcept {
   constexpr char kHead[] = "Interrupt signal (";
   constexpr char kTail[] = ") received.\n";
@@ -41,9 +48,8 @@ void WriteInterruptLine(int signal_number) noexcept {
   end = AppendDecimal(end + sizeof(kHead) - 1, signal_number);
   std::memcpy(end, kTail, sizeof(kTail) - 1);
   end += sizeof(kTail) - 1;
-  // A write that fails in a signal handler has nobody to tell.
-  [[maybe_unused]] const ssize_t written =
-      write(STDOUT_FILENO, line, static_cast<std::size_t>(end - line));
+  const kerul::lidar::LogDescriptor* log = log_out;
+  if (log != nullptr) log->Write({line, static_cast<std::size_t>(end - line)}, kLogPatienceMs);
 }
 
 // `nodes` stands still, and the handler may walk it, only while running. Before, main is still
@@ -72,8 +78,8 @@ void signal_interrupt(int signal_number) {
   const int saved_errno = errno;
   const bool again = interrupted.exchange(true);
   kerul::lidar::load_is_interrupted = true;
-  WriteInterruptLine(signal_number);
   if (phase == Phase::kRunning) StopNodes();
+  WriteInterruptLine(signal_number);
   if (phase == Phase::kStarting && again) {
     std::signal(signal_number, SIG_DFL);
     std::raise(signal_number);  // delivered as the handler returns
@@ -81,15 +87,7 @@ void signal_interrupt(int signal_number) {
   errno = saved_errno;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  kerul::lidar::OpenMissingStandardStreams();
-  // Into a pipe or file too, a line is out as soon as it ends: the log must not die with the
-  // process.
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  std::signal(SIGINT, signal_interrupt);
-
+int RunNode(int argc, char** argv, kerul::lidar::LogOutput& log) {
   const kerul::lidar::CommandLine command_line = kerul::lidar::ParseCommandLine(argc, argv);
   if (command_line.exit_status) return *command_line.exit_status;
   const std::string& cali_path = command_line.cali_path;
@@ -118,6 +116,7 @@ int main(int argc, char** argv) {
     return 1;
   }
 
+  log.SetPatience(0);
   phase = Phase::kRunning;
   if (interrupted) StopNodes();
   bool source_closed = false;
@@ -127,5 +126,20 @@ int main(int argc, char** argv) {
     source_closed = source_closed || node->SourceHasClosed();
   }
   phase = Phase::kEnding;  // the worker has ended: only this thread takes signals now
+  log.SetPatience(kLogPatienceMs);
+  nodes.clear();  // the closing lines
   return source_closed && !interrupted ? kStatusSourceClosed : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  kerul::lidar::OpenMissingStandardStreams();
+  auto& log = *new kerul::lidar::LogOutput;  // outlives main
+  log.SetPatience(kLogPatienceMs);
+  log_out = &log.Out();
+  std::signal(SIGINT, signal_interrupt);
+  const int status = RunNode(argc, argv, log);
+  log.Finish();
+  return status;
 }

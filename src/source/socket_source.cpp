@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <thread>
 
@@ -37,6 +37,11 @@ sockaddr_in AddressWithPort(std::uint16_t port) {
 // The error is passed by value, before the stream can change errno.
 void PrintError(const char* text, int error) { std::cout << text << error << '\n'; }
 
+// As perror does, but through the stream: the program's log passes there.
+void PrintSystemError(const char* text, int error) {
+  std::cerr << text << ": " << std::strerror(error) << '\n';
+}
+
 const sockaddr* Plain(const sockaddr_in& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
@@ -58,7 +63,7 @@ bool SocketSource::Open() {
 
   const bool options_set = SetReceiveOptions();
   if (options_set && !Bind()) return false;
-  if (::fcntl(socket_fd_, F_SETFL, O_NONBLOCK) < 0) std::perror("non-block");
+  if (::fcntl(socket_fd_, F_SETFL, O_NONBLOCK) < 0) PrintSystemError("non-block", errno);
   GrowReceiveBuffer();
   if (!multicast_ip_.empty()) JoinGroup();
   return options_set;
@@ -107,7 +112,8 @@ void SocketSource::JoinGroup() const {
   group.imr_multiaddr.s_addr = ::inet_addr(multicast_ip_.c_str());
   group.imr_interface.s_addr = htonl(INADDR_ANY);
   if (::setsockopt(socket_fd_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group) < 0) {
-    std::perror("Multicast IP error,set correct multicast ip address or keep it empty\n");
+    PrintSystemError("Multicast IP error,set correct multicast ip address or keep it empty\n",
+                     errno);
   } else {
     std::cout << "Recive data from multicast ip address " << multicast_ip_ << '\n';
   }

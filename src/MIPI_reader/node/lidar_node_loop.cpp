@@ -1,6 +1,5 @@
 // The packet loop: one datagram at a time, from the source to the frame.
 #include <algorithm>
-#include <cstdio>
 #include <iostream>
 #include <stdexcept>
 
@@ -123,8 +122,7 @@ int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
 
   if (!source->IsOpened() && source->GetType() == "PCAP") {
     if (auto* capture = dynamic_cast<PcapSource*>(source)) {
-      std::fprintf(stderr, "\n%s########loop pcap########%s\n", "\033[1;34m", "\033[0m");
-      std::fflush(stderr);
+      std::cerr << "\n\033[1;34m########loop pcap########\033[0m" << std::endl;
       Log("] pcap EOF, rewind loop playback");
       RewindForReplay();
       capture->Rewind();

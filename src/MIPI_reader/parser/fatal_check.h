@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace kerul::lidar {
 
@@ -12,8 +12,9 @@ namespace kerul::lidar {
 // because they are part of the interface.
 [[noreturn]] inline void FailAssertion(const char* expression, const char* file, int line,
                                        const char* function) noexcept {
-  std::fprintf(stderr, "%s: %s:%d: %s: Assertion `%s' failed.\n", program_invocation_short_name,
-               file, line, function, expression);
+  // By the stream, which the program keeps from waiting for a reader.
+  std::cerr << program_invocation_short_name << ": " << file << ':' << line << ": " << function
+            << ": Assertion `" << expression << "' failed." << std::endl;
   std::abort();
 }
 
