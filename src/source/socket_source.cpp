@@ -147,6 +147,11 @@ void SocketSource::SetClientIp(const std::string& ip) {
   broadcast_addr_.sin_addr.s_addr = ::inet_addr(client_ip_.c_str());
 }
 
+void SocketSource::OpenToSendAgain(std::uint16_t port) {
+  port_ = port;
+  SetClientIp(client_ip_);
+}
+
 int SocketSource::Send(const std::uint8_t* buffer, std::uint16_t length, int flags) {
   // Deliberate: a broadcast goes out whether or not the source counts as open.
   if (IsBroadcast(client_ip_)) return SendTo(broadcast_addr_, buffer, length, flags);

@@ -134,6 +134,7 @@ class LidarNode {
   // Output.
   void ForwardUDP710Row(int m_row, const EchoOutputPlan& plan);
   void Deliver(int length, bool by_udp);
+  void SendByUdp(std::uint16_t length);
 
   // Frame end, when the diagnostic export is switched on.
   void UpsampleAndExport(int frame_id);
@@ -157,8 +158,10 @@ class LidarNode {
   std::chrono::system_clock::time_point packet_start_time_ = packet_clock_.Now();
   std::int64_t frame_busy_ns_ = 0;  // time spent on packets of the frame in hand
   std::unique_ptr<kerul::lidar::Source> source_;
-  std::unique_ptr<kerul::lidar::SocketSource> udp_output_;  // null for shared-memory output
-  std::unique_ptr<kerul::lidar::ShmUdpWriter> shm_writer_;  // null for UDP output
+  std::unique_ptr<kerul::lidar::SocketSource> udp_output_;   // null for shared-memory output
+  std::chrono::steady_clock::time_point next_udp_socket_{};  // no new one before, after a failure
+  std::uint64_t unsent_packets_ = 0;                         // since the last that was sent
+  std::unique_ptr<kerul::lidar::ShmUdpWriter> shm_writer_;   // null for UDP output
   std::shared_ptr<ColorMap> color_map_;
   std::shared_ptr<const kerul::lidar::DefaultConfig> config_;
   std::shared_ptr<kerul::lidar::TransformParam> transform_;

@@ -1,4 +1,5 @@
 // The row pipeline: what happens to a finished miniflash row, and its way out.
+#include <chrono>
 #include <iostream>
 
 #include "MIPI_reader/node/bloom/power_pattern.h"
@@ -17,6 +18,8 @@ namespace {
 // Failed ring writes of the process; only the first few are printed.
 std::uint64_t shm_err_log = 0;
 constexpr std::uint64_t kPrintedRingFailures = 10;
+
+constexpr std::chrono::seconds kUdpSocketPause{1};
 
 }  // namespace
 
@@ -116,11 +119,31 @@ void LidarNode::ForwardUDP710Row(int m_row, const EchoOutputPlan& plan) {
   }
 }
 
+// A failed send closes the socket, and sending through a closed one costs a second each: a new one
+// takes its place, at most one a second. Packets that come while there is none are lost.
+void LidarNode::SendByUdp(std::uint16_t length) {
+  if (!udp_output_->IsOpened()) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= next_udp_socket_) {
+      next_udp_socket_ = now + kUdpSocketPause;
+      udp_output_->OpenToSendAgain(config_->udp_dest_port);
+    }
+  }
+  if (!udp_output_->IsOpened() || udp_output_->Send(out_packet_.buffer, length, 0) < 0) {
+    ++unsent_packets_;
+    return;
+  }
+  if (unsent_packets_ == 0) return;
+  std::cerr << "[LidarNode][" << name_ << "] UDP output goes on after " << unsent_packets_
+            << " packets that were not sent" << std::endl;
+  unsent_packets_ = 0;
+}
+
 // A failed delivery loses this packet only.
 void LidarNode::Deliver(int length, bool by_udp) {
   if (length <= 0) return;
   if (by_udp) {
-    udp_output_->Send(out_packet_.buffer, static_cast<std::uint16_t>(length), 0);
+    SendByUdp(static_cast<std::uint16_t>(length));
     return;
   }
   if (shm_writer_->WriteOne(out_packet_.buffer, static_cast<std::uint16_t>(length))) return;

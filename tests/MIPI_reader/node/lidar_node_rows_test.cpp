@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cmath>
 
+#include "source/loopback.h"
 #include "support/ground_settings_builder.h"
 #include "support/node_fixture.h"
 
@@ -170,6 +172,53 @@ TEST_F(RowPipeline, OnlyTheFirstTenFailedRingWritesArePrinted) {
   }
   EXPECT_EQ(log, expected);
   EXPECT_EQ(Access().shm_writer()->WriteErrors(), 48U);
+}
+
+// A node that sends its points to a socket of the test's.
+class UdpRow : public NodeFixture {
+ protected:
+  void SetUp() override {
+    config_ = TestConfig();
+    config_.calib_enable = false;
+    config_.udp_output = true;
+    config_.udp_dest_ip = "127.0.0.1";
+    config_.udp_dest_port = peer_.Port();
+    Start();
+  }
+  ~UdpRow() override {
+    Printed([&] { node_.reset(); });
+  }
+  void Start() {
+    const std::vector<int> before = OpenSockets();
+    StartNode(config_);
+    for (const int fd : OpenSockets()) {
+      if (std::ranges::find(before, fd) == before.end()) output_fd_ = fd;
+    }
+  }
+  // Sends a row and gives what was printed.
+  std::string SendRow(int row) {
+    return Printed([&] { Access().ForwardUDP710Row(row); });
+  }
+  int TakeRow() const {
+    int packets = 0;
+    while (packets < 48 && !peer_.Take().empty()) ++packets;
+    return packets;
+  }
+
+  const Peer peer_;
+  DefaultConfig config_;
+  int output_fd_ = -1;
+};
+
+TEST_F(UdpRow, AFailedSendLosesThatPacketOnly) {
+  SendRow(0);
+  EXPECT_EQ(TakeRow(), 48);
+  ASSERT_EQ(::close(output_fd_), 0);
+  std::string out;
+  const std::string err = PrintedAsError([&] { out = SendRow(1); });
+  EXPECT_EQ(out, "SocketSource::Send, errno:" + std::to_string(EBADF) + "\n");
+  EXPECT_EQ(err, "[LidarNode][A_node] UDP output goes on after 1 packets that were not sent\n");
+  EXPECT_EQ(TakeRow(), 47);
 }
 
 }  // namespace
