@@ -24,6 +24,7 @@ struct DefaultConfig {
   std::string lidar_ip;           // the sensor's IPv4 address, for the command channel
   std::string recv_ip;            // multicast group of the input, empty for none
   std::uint16_t recv_port = 0;    // UDP input port
+  std::string recv_sender_ip;     // IPv4 address whose datagrams alone are taken, empty for any
   std::string pcap_path;          // capture file for data_source 2
 
   // Echoes.

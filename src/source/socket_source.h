@@ -40,6 +40,15 @@ class SocketSource : public Source {
   bool FoundNothing() const noexcept { return found_nothing_; }
   int SetSocketBufferSize(std::uint32_t size) override;
 
+  // From now on Receive gives kRefused for a datagram that another IPv4 address has sent. False,
+  // with nothing changed, when `ip` is no address in dotted form.
+  bool AcceptOnlyFrom(const std::string& ip);
+  static constexpr int kRefused = -2;
+  // IPv4 address of the last datagram's sender in network order, 0 before the first.
+  std::uint32_t LastSender() const noexcept { return last_sender_; }
+  // Datagrams that the kernel has dropped since the socket was opened: no room, a wrong checksum.
+  std::uint64_t KernelDropped() const noexcept;
+
  private:
   bool SetReceiveOptions() const;
   bool Bind();
@@ -56,6 +65,8 @@ class SocketSource : public Source {
   int socket_fd_ = -1;
   bool use_select_ = false;  // the next Receive waits before it reads
   bool found_nothing_ = false;
+  std::uint32_t only_sender_ = 0;  // 0: any
+  std::uint32_t last_sender_ = 0;
   sockaddr_in broadcast_addr_{};  // destination while client_ip_ is a broadcast
 };
 

@@ -29,6 +29,7 @@ TEST(DefaultConfig, IdentityAndInput) {
   EXPECT_EQ(Config().data_source, 1U);
   EXPECT_EQ(Config().module_type, 1U);
   EXPECT_EQ(Config().recv_ip, "");
+  EXPECT_EQ(Config().recv_sender_ip, "");
   EXPECT_EQ(Config().recv_port, 2368);
   EXPECT_EQ(Config().pcap_path, "");
 }

@@ -84,7 +84,8 @@ TEST_F(UdpOutput, GoesOnWhenTheHostCanBeReachedAgain) {
   node->JoinWorker();
   ::testing::internal::GetCapturedStdout();
   const std::string err = ::testing::internal::GetCapturedStderr();
-  EXPECT_NE(err.find("[LidarNode][A_node] UDP output goes on after "), std::string::npos) << err;
+  EXPECT_NE(err.find("[WARN] [LidarNode][A_node] UDP output goes on after "), std::string::npos)
+      << err;
 }
 
 }  // namespace

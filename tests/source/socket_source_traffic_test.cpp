@@ -267,6 +267,45 @@ TEST_F(SocketSourceReceiving, ADescriptorBeyondTheWaitsSetIsReportedAsAFailingWa
   ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
+TEST_F(SocketSourceReceiving, TheSenderOfTheLastDatagramIsKnown) {
+  EXPECT_EQ(source_.LastSender(), 0U);
+  peer_.SendTo(port_, {1});
+  EXPECT_EQ(Receive(), 1);
+  EXPECT_EQ(source_.LastSender(), htonl(INADDR_LOOPBACK));
+}
+
+TEST_F(SocketSourceReceiving, DatagramsOfOtherSendersAreRefusedOneATry) {
+  ASSERT_TRUE(source_.AcceptOnlyFrom("127.0.0.2"));
+  peer_.SendTo(port_, {1});
+  peer_.SendTo(port_, {});
+  EXPECT_EQ(Receive(), SocketSource::kRefused);
+  EXPECT_EQ(Receive(), SocketSource::kRefused);
+  EXPECT_EQ(Receive(), -1);
+  ASSERT_TRUE(source_.AcceptOnlyFrom("127.0.0.1"));
+  peer_.SendTo(port_, {1, 2});
+  EXPECT_EQ(Receive(), 2);
+}
+
+TEST_F(SocketSourceReceiving, ASenderThatIsNoAddressIsRefusedAndChangesNothing) {
+  for (const char* text : {"", "localhost", "127.0.0", "0.0.0.0", "::1", "127.0.0.1 "}) {
+    EXPECT_FALSE(source_.AcceptOnlyFrom(text)) << text;
+  }
+  peer_.SendTo(port_, {1});
+  EXPECT_EQ(Receive(), 1);
+}
+
+TEST_F(SocketSourceReceiving, WhatTheKernelDroppedIsCounted) {
+  EXPECT_EQ(source_.KernelDropped(), 0U);
+  ASSERT_EQ(source_.SetSocketBufferSize(8192), 0);
+  constexpr std::uint64_t kSent = 500;
+  for (std::uint64_t i = 0; i < kSent; ++i) peer_.SendTo(port_, Bytes(1000, 1));
+  std::uint64_t received = 0;
+  while (Receive() == 1000) ++received;
+  EXPECT_GT(received, 0U);
+  EXPECT_GT(source_.KernelDropped(), 0U);
+  EXPECT_EQ(received + source_.KernelDropped(), kSent);
+}
+
 TEST(SocketSourceReopening, ReceiveOpensASourceThatIsClosed) {
   const std::uint16_t port = FreePort();
   SocketSource source(port, "");

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "MIPI_reader/node/lidar_node.h"
@@ -43,6 +44,10 @@ struct LidarNodeTestAccess {
   void SetMiniflashRows(int rows) {
     node.miniflash_rows_ = rows;
     node.ResetMrowProgress();
+  }
+  // In the place of the worker; ends at once.
+  void StartIdleWorker() {
+    node.thread_ = std::make_unique<std::thread>([] {});
   }
   bool HasThread() { return node.thread_ != nullptr; }
   bool HasDistCalib() { return node.dist_calib_ != nullptr; }

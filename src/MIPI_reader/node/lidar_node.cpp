@@ -84,6 +84,7 @@ void LidarNode::JoinWorker() {
   if (!thread_) return;
   thread_->join();
   thread_.reset();
+  Warn(loss_watch_.Rest());
 }
 
 void LidarNode::CheckConfig() const {
@@ -121,7 +122,11 @@ void LidarNode::OpenSource() {
     Log("] pcap=" + config_->pcap_path);
     return;
   }
-  source_ = std::make_unique<SocketSource>(config_->recv_port, config_->recv_ip);
+  auto socket = std::make_unique<SocketSource>(config_->recv_port, config_->recv_ip);
+  if (!config_->recv_sender_ip.empty() && !socket->AcceptOnlyFrom(config_->recv_sender_ip)) {
+    throw std::runtime_error("recv_sender_ip is no IPv4 address: " + config_->recv_sender_ip);
+  }
+  source_ = std::move(socket);
   // A socket that does not open is tried again at every Receive.
   source_->Open();
   Log("] recv=" + config_->recv_ip + ":" + std::to_string(config_->recv_port));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MIPI_reader/node/lidar_node_miniflash_processing.h"
+#include "MIPI_reader/node/loss_watch.h"
 #include "MIPI_reader/node/packet_clock.h"
 #include "MIPI_reader/node/point_calibration/packet_calibration.h"
 #include "MIPI_reader/node/point_calibration/packet_calibrator.h"
@@ -59,7 +60,8 @@ class LidarNode {
 
   // Async-signal-safe. The worker ends at its next look at the flag.
   void RequestStop() noexcept { running_ = false; }
-  // Waits for the worker to end and releases its thread. Harmless without one.
+  // Waits for the worker to end and releases its thread; what it held back of losses is told.
+  // Harmless without one.
   void JoinWorker();
   // The worker ended because its source had closed for good, for instance a port that another
   // program holds. Asked once the worker has been joined.
@@ -101,6 +103,9 @@ class LidarNode {
   void RewindForReplay();
   bool BelongsToAnotherFrame(int frame_id) const noexcept;
   void CloseFrame(int frame_id);
+  void TellLoss(int skipped_ids);
+  void Warn(const std::string& text) const;
+  void TellSecondSender(std::uint32_t sender);
   void ResetFrame(int frame_id);
   void ResetMrowProgress();
 
@@ -154,6 +159,9 @@ class LidarNode {
   std::atomic<bool> running_{false};
   static_assert(std::atomic<bool>::is_always_lock_free);  // the interrupt handler writes it
   bool source_has_closed_ = false;
+  kerul::lidar::LossWatch loss_watch_;
+  std::uint32_t sender_ = 0;  // of the first packet, IPv4 in network order; 0 before it
+  bool second_sender_is_told_ = false;
   kerul::lidar::PacketClock packet_clock_;
   std::chrono::system_clock::time_point packet_start_time_ = packet_clock_.Now();
   std::int64_t frame_busy_ns_ = 0;  // time spent on packets of the frame in hand

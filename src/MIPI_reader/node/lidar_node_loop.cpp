@@ -1,6 +1,9 @@
 // The packet loop: one datagram at a time, from the source to the frame.
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <iostream>
+#include <numeric>
 #include <stdexcept>
 
 #include "MIPI_reader/node/lidar_node.h"
@@ -68,6 +71,7 @@ void LidarNode::Run() {
   points.reserve(kPointsReserved);
   int frame_id = 0;
   current_frame_id_ = -1;
+  const auto* socket = dynamic_cast<const SocketSource*>(source_.get());
 
   while (running_) {
     if (GetOnePacket(source_.get(), packet) <= 0) continue;
@@ -79,12 +83,15 @@ void LidarNode::Run() {
     // copy into the frame. So the records of the packet before serve as new ones would.
     const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
+    if (socket != nullptr && socket->LastSender() != sender_)
+      TellSecondSender(socket->LastSender());
 
     // Deliberate: only the id to compare with, so that the first frame goes out under 0.
     if (current_frame_id_ == -1) current_frame_id_ = frame_id;
     if (BelongsToAnotherFrame(frame_id)) {
       // Deliberate: where the last row has run already, all rows run again.
       AdvanceRows(miniflash_rows_ - 1);
+      TellLoss((frame_id - current_frame_id_ - 1) & 0xFF);
       ResetFrame(frame_id % 256);
       // Deliberate: the packet in hand is dropped.
       if (config_->run_once) {
@@ -110,8 +117,42 @@ bool LidarNode::BelongsToAnotherFrame(int frame_id) const noexcept {
 // Rows that are still unprocessed here are dropped, deliberately: only a frame change flushes.
 void LidarNode::CloseFrame(int frame_id) {
   if (config_->frame_output_enable) UpsampleAndExport(frame_id);
+  TellLoss(0);
   ResetFrame((frame_id + 1) % 256);
   if (config_->run_once) running_ = false;
+}
+
+// Once a frame. Nothing of this shows in what is published: a frame with gaps has all its packets.
+void LidarNode::TellLoss(int skipped_ids) {
+  const auto* socket = dynamic_cast<const SocketSource*>(source_.get());
+  const int packets = std::accumulate(mrow_packet_count_.begin(), mrow_packet_count_.end(), 0);
+  Warn(loss_watch_.Look({.frame_id = current_frame_id_,
+                         .packets = packets,
+                         .packets_of_frame = parser_->GetNPacketPerFrame(),
+                         .skipped_ids = skipped_ids,
+                         .kernel_dropped = socket != nullptr ? socket->KernelDropped() : 0},
+                        std::chrono::steady_clock::now()));
+}
+
+// Two sensors on one port, or a neighbour whose packets look right, mix their pixels in one frame.
+void LidarNode::TellSecondSender(std::uint32_t sender) {
+  if (sender_ == 0) {
+    sender_ = sender;
+    return;
+  }
+  if (second_sender_is_told_) return;
+  second_sender_is_told_ = true;
+  char first[INET_ADDRSTRLEN] = "";
+  char second[INET_ADDRSTRLEN] = "";
+  inet_ntop(AF_INET, &sender_, first, sizeof(first));
+  inet_ntop(AF_INET, &sender, second, sizeof(second));
+  Warn(std::string("packets come from a second sender, ") + second + ", beside " + first +
+       ": their pixels share one frame");
+}
+
+void LidarNode::Warn(const std::string& text) const {
+  if (text.empty()) return;
+  std::cerr << "[WARN] [LidarNode][" << name_ << "] " << text << std::endl;
 }
 
 int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
@@ -146,6 +187,7 @@ void LidarNode::RewindForReplay() {
   std::fill(cur_dist_map_.begin(), cur_dist_map_.end(), 0.0F);
   std::fill(prev_dist_map_.begin(), prev_dist_map_.end(), 0.0F);
   prev_dist_map_valid_ = false;
+  loss_watch_.Restart();
   frame_->Reset();  // the frame id stays
   stale_pixels_ = kerul::lidar::StalePixels(frame_->height, frame_->width);
   if (upsampled_frame_) upsampled_frame_->Reset();

@@ -134,8 +134,8 @@ void LidarNode::SendByUdp(std::uint16_t length) {
     return;
   }
   if (unsent_packets_ == 0) return;
-  std::cerr << "[LidarNode][" << name_ << "] UDP output goes on after " << unsent_packets_
-            << " packets that were not sent" << std::endl;
+  Warn("UDP output goes on after " + std::to_string(unsent_packets_) +
+       " packets that were not sent");
   unsent_packets_ = 0;
 }
 

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <numeric>
@@ -75,6 +77,40 @@ TEST_F(PacketLoop, FrameId255ClosesIntoZeroWithoutAFrameChange) {
   EXPECT_EQ(Access().current_frame_id(), 0);
   log += Play(Packets(0, 0, 1));
   EXPECT_EQ(CountOf(log, "等效解包FPS: "), 1);
+}
+
+// The lines of a loss that the packets bring about; the first frame counts as joined in its middle.
+TEST_F(PacketLoop, LossesAreToldAtTheFrameThatShowsThem) {
+  Start();
+  const auto told = [&](std::vector<UdpPacket> packets) {
+    std::string err;
+    Access().current_frame_id() = -1;
+    err = PrintedAsError([&] { Play(packets); });
+    return err;
+  };
+  EXPECT_EQ(told(Join(Packets(10, 100, 200), Packets(11, 0, kPacketsPerFrame))), "");
+  // The two packets of frame 12 hide no loss by coming twice; 13 and 14 never come.
+  std::vector<UdpPacket> packets = Join(Packets(12, 0, 2), Packets(12, 0, 2));
+  packets = Join(packets, Packets(15, 0, 1));
+  EXPECT_EQ(
+      told(packets),
+      "[WARN] [LidarNode][A_node] raw packets lost in 2 frames: 1 of them closed without 6910 "
+      "packets (the last, frame_id 12, with 2 of 6912), 2 frame ids never came, 0 datagrams "
+      "dropped by the kernel\n");
+}
+
+TEST_F(PacketLoop, LossesHeldBackAreToldWhenTheWorkerHasEnded) {
+  Start();
+  Play(Packets(10, 0, 1));
+  const std::string err = PrintedAsError([&] {
+    Play(Join(Packets(10, 0, 1), Join(Packets(11, 0, 1), Packets(12, 0, 1))));
+    Play(Join(Packets(12, 0, 1), Packets(13, 0, 1)));
+  });
+  EXPECT_NE(err.find("frame_id 11, with 1 of 6912"), std::string::npos) << err;
+  EXPECT_EQ(err.find("frame_id 12"), std::string::npos) << "less than a second later";
+  Access().StartIdleWorker();
+  EXPECT_NE(PrintedAsError([&] { node_->JoinWorker(); }).find("frame_id 12, with 1 of 6912"),
+            std::string::npos);
 }
 
 TEST_F(PacketLoop, AFallOf200IsAStragglerAndOneOf201AFrameChange) {
@@ -266,6 +302,19 @@ TEST_F(LiveLoop, AnEmptyQueueAtTheLastTryIsNoFailure) {
   }
   peer_.SendTo(port_, {1, 2, 3});
   EXPECT_EQ(Access().GetOnePacket(packet_), 3);
+}
+
+TEST_F(LiveLoop, RefusedDatagramsTakeATryEachAndNoPause) {
+  ASSERT_TRUE(dynamic_cast<SocketSource&>(*Access().source()).AcceptOnlyFrom("127.0.0.2"));
+  // Ten pauses of a tenth would take a millisecond each time, whatever else the machine does.
+  auto shortest = std::chrono::steady_clock::duration::max();
+  for (int round = 0; round < 50; ++round) {
+    for (int i = 0; i < 10; ++i) peer_.SendTo(port_, {1});
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Access().GetOnePacket(packet_), SocketSource::kRefused);
+    shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
+  }
+  EXPECT_LT(shortest, std::chrono::milliseconds(1));
 }
 
 TEST_F(LiveLoop, AReadOrWaitThatFailsTenTimesThrows) {

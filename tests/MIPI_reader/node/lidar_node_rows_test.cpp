@@ -217,7 +217,8 @@ TEST_F(UdpRow, AFailedSendLosesThatPacketOnly) {
   std::string out;
   const std::string err = PrintedAsError([&] { out = SendRow(1); });
   EXPECT_EQ(out, "SocketSource::Send, errno:" + std::to_string(EBADF) + "\n");
-  EXPECT_EQ(err, "[LidarNode][A_node] UDP output goes on after 1 packets that were not sent\n");
+  EXPECT_EQ(err,
+            "[WARN] [LidarNode][A_node] UDP output goes on after 1 packets that were not sent\n");
   EXPECT_EQ(TakeRow(), 47);
 }
 

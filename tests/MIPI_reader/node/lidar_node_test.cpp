@@ -174,5 +174,11 @@ TEST_F(NodeBringUp, ALiveNodeStopsWhenAsked) {
   shm_unlink(config.shm_name.c_str());
 }
 
+TEST_F(NodeBringUp, ASenderThatIsNoAddressEndsTheStart) {
+  DefaultConfig config = TestConfig();
+  config.recv_sender_ip = "the sensor";
+  EXPECT_EQ(StartFailure(config), "recv_sender_ip is no IPv4 address: the sensor");
+}
+
 }  // namespace
 }  // namespace kerul::lidar::testing
