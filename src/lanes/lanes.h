@@ -5,9 +5,9 @@
 // A kernel written on these types is a template over W in a header `<kernel>_lanes.h`. Each room
 // instantiates its kernels in one file per instruction set: `kernels_plain.cpp`,
 // `kernels_avx2.cpp`, `kernels_avx512.cpp`. The build compiles the last two with their instruction
-// set. The linker must not take code of such a file for the rest of the program. So everything it
-// calls is a template over W, which no other file instantiates with that width, and nothing of the
-// standard library but constexpr arithmetic.
+// set. The linker must not take code from such a file for the rest of the program. So everything it
+// calls is a template over W that no other file instantiates with that width. Of the standard
+// library it uses constexpr arithmetic only.
 #pragma once
 
 #include "lanes/lanes_plain.h"

@@ -1,8 +1,8 @@
 // PowerOfTwo and LogOfTwo over W lanes, bit for bit.
 //
-// A double result within one part in 2^37 of the true one is enough wherever rounding that much
-// less and that much more gives the same float. Where it does not, one lane in some thousands, and
-// outside the range that the polynomials are made for, the lane is left to the library.
+// The double result is within one part in 2^37 of the true one. It is enough where that much less
+// and that much more round to the same float. The library computes the other lanes, one in some
+// thousands, and those outside the polynomials' range.
 // scripts/check_rounded_powers.sh holds this against the library for every float there is.
 #pragma once
 
@@ -28,7 +28,7 @@ struct RoundedPowers {
   }
 
   static Float Log(Float value, Int wanted) noexcept {
-    // From 2 on the result is 1 or more, so that what the sum below loses is small beside it.
+    // From 2 on the result is at least 1, so that the sum below loses little beside it.
     const Int fits = (value >= 2.0F) & (value < 16777216.0F);
     Double halves[2];
     LogNear(V::Select(fits, value, V::Splat(2.0F)), halves);
@@ -48,8 +48,8 @@ struct RoundedPowers {
 
   // 2^x for -126 <= x < 128, off by less than one part in 2^39.
   static Double PowerNear(Double x) noexcept {
-    // Adding this leaves no bit behind the point: rounds to the nearest integer, which then stands
-    // in the low bits.
+    // Adding this leaves no fraction bits: it rounds to the nearest integer, which is then in the
+    // low bits.
     constexpr double kShifter = 6755399441055744.0;  // 1.5 * 2^52
     const Double shifted = x + kShifter;
     const Double f = x - (shifted - kShifter);  // exact, -0.5..0.5

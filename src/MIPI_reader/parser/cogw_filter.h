@@ -13,8 +13,8 @@ struct CogwFilter {
   std::vector<float> cogw_gate_curve;  // a cogw above it by more than 0.1 asks for the high width
   std::vector<float> cogw_high_curve;  // limit of cogw_high
 
-  // Throws std::runtime_error when a curve has not 641 entries, or at the first index at which one
-  // of the three is NaN.
+  // Throws std::runtime_error when a curve does not have 641 entries or holds a NaN; the message
+  // then names the first such index.
   CogwFilter(std::vector<float> low, std::vector<float> gate, std::vector<float> high);
 };
 

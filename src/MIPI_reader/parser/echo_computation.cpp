@@ -36,8 +36,8 @@ struct CurvePoint {
   float high = 0.0F;
 };
 
-// When the head of the window stands above the reported baseline while a real pulse stands in the
-// centre, the baseline follows the head, up to a limit.
+// When the head of the window is above the reported baseline and the centre holds a real pulse, the
+// baseline follows the head, up to a limit.
 void AdaptBaseline(const EchoSettings& settings, const std::uint16_t* samples, float shot_ratio,
                    LidarEcho& echo) noexcept {
   echo.change_noise_noise_append = 0.0F;
@@ -62,8 +62,8 @@ void AdaptBaseline(const EchoSettings& settings, const std::uint16_t* samples, f
   if (add > shot_ratio * kBrightRise) echo.highRefl = true;
 }
 
-// Cuts to `level` what stands above it outside the run of samples that holds the maximum, so that
-// other peaks cannot draw the centre of gravity away.
+// Cuts every sample above `level` down to it, except in the run that holds the maximum. Other peaks
+// then cannot draw the centre of gravity away.
 void ClipSidePeaks(Window& window, float level) noexcept {
   // The first of equals wins.
   const int best =
@@ -199,7 +199,7 @@ bool WantsHighWidth(const EchoSettings& settings, const CurvePoint& curve, float
          cogw > curve.gate + kCurveTolerance;
 }
 
-// Widths at the low and, where it is wanted, at the high threshold. Gives the edges of the last
+// Width at the low threshold and, where wanted, at the high one. Gives the edges of the last
 // threshold used.
 Edges MeasureWidths(const EchoSettings& settings, const Sums& sums, const CurvePoint& curve,
                     LidarEcho& echo) noexcept {

@@ -24,10 +24,10 @@ struct EchoSettings {
 
 // Fills the echo record of slot `echo` (0 or 1) and writes nothing else.
 //   samples  17 samples of the window; the first is bin `peak_addr` of the range histogram
-//   point    shot_ratio and detect_threshold are read; of the echo peak_addr (bins), noise (raw
-//            units) and baseline (level units), the rest of the echo being in its reset state
-// A window whose peak ratio is not above 0.7 keeps dist_raw 0, and its peak and baseline stay
-// without division by shot_ratio. Cannot fail: NaN flows through the comparisons as not above.
+//   point    shot_ratio and detect_threshold are read. Of the echo, peak_addr (bins), noise (raw
+//            units) and baseline (level units) are read; all else is in its reset state.
+// A window whose peak ratio is not above 0.7 keeps dist_raw 0, and its peak and baseline are not
+// divided by shot_ratio. Cannot fail: every comparison takes NaN as not above.
 void ComputeEcho(const EchoSettings& settings, const std::uint16_t* samples, LidarPoint& point,
                  int echo) noexcept;
 

@@ -108,9 +108,9 @@ struct EchoKernel {
     echo.highRefl = adapts & (add > shot_ratio * kBrightRise);
   }
 
-  // The first largest sample of each lane as a bit at its place. Value and place in one number: the
-  // floats of whole numbers of 12 bits have zeros in their low bits, and floats that are not
-  // negative compare as the integers of the same bits do.
+  // The first largest sample of each lane as a bit at its place. Value and place share one number:
+  // a 12-bit whole number leaves a float's low bits zero, and floats that are not negative compare
+  // like the integers of the same bits.
   static Int BitOfFirstMaximum(const Float* w) noexcept {
     Int key = __builtin_bit_cast(Int, w[0]) | 16;
     for (int i = 1; i < kWindowSamples; ++i) {
@@ -118,7 +118,7 @@ struct EchoKernel {
       key = V::Select(other > key, other, key);
     }
     const Int place = 16 - (key & 31);
-    // 2^place, made as a float, for want of shifts by lane on plain processors.
+    // 2^place, made as a float: plain processors cannot shift each lane by its own count.
     return V::Truncate(reinterpret_cast<Float>((place + 127) << 23));
   }
 
@@ -162,8 +162,8 @@ struct EchoKernel {
 
   static Int IsFinite(Float value) noexcept { return V::Abs(value) < __builtin_inff(); }
 
-  // Clamped before the conversion, NaN and infinity to 0. Adding a half first would round numbers
-  // next below a half up, so the fraction is looked at instead.
+  // Clamped before the conversion, NaN and infinity to 0. Rounds by the fraction: adding a half
+  // would round up the number just below a half.
   static CurvePoints ReadCurves(const EchoSettings& settings, Float normalised_peak) noexcept {
     if (settings.cogw_low_curve == nullptr) return {Float{}, Float{}, Float{}};
     constexpr auto kLast = static_cast<float>(kCogwCurveEntries - 1);
@@ -307,7 +307,7 @@ struct EchoKernel {
     echo.dist_raw = V::Select(flat, dist, V::Select(too_wide, Float{}, echo.dist_raw));
   }
 
-  // The lanes that do not go on keep zeros, and peak and baseline without division.
+  // The lanes that do not go on keep zeros, and their peak and baseline are not divided.
   static void MeasurePulse(const EchoSettings& settings, float shot_ratio, Float first_bin,
                            const Float* sums, Int goes_on, EchoLanes<W>& echo) noexcept {
     const Float normalised_peak = echo.peak / shot_ratio;

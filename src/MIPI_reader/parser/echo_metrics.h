@@ -17,7 +17,7 @@ struct EchoMetricsPlace {
 };
 
 // Writes the "[DEBUG] LidarEchoMetrics" line and a ruler of 100 dashes. `reflectivity_out` is the
-// point's byte behind the distance, as published.
+// point's byte after the distance, as published.
 void PrintEchoMetrics(std::ostream& out, const EchoMetricsPlace& place, const LidarEcho& echo,
                       std::uint8_t reflectivity_out);
 

@@ -79,8 +79,8 @@ constexpr kerul::lidar::VectorForms<VectorForm> kForms{kerul::lidar::DecodeBlock
                                                        kerul::lidar::DecodeBlocksAvx2,
                                                        kerul::lidar::DecodeBlocksAvx512};
 
-// Every record is written once by the vector forms; a slot that is decoded without a reset keeps
-// fields of its earlier content, which is for the scalar form.
+// The vector forms write every record whole. A slot that is decoded without a reset must keep
+// fields of its earlier content, so it takes the scalar form.
 int DecodeBlocksChosen(const PacketContext& context, const std::uint8_t* blocks,
                        LidarPoint* points) noexcept {
   const bool fits_lanes = context.echo_count <= LidarPoint::echo_num && LidarPoint::echo_num >= 1;
@@ -140,7 +140,7 @@ int LidarParserQDV11::ParsePacket(const UdpPacket& packet, std::vector<LidarPoin
                               .first_col = header.slot_id * group_width,
                               .echo_count = std::min(echo_count, kerul::lidar::kEchoSlots)};
   points.resize(raw_packet::kBlocks);
-  // That of the last block places the packet.
+  // The last block's pixel id places the packet.
   const int pixel_id =
       DecodeBlocksChosen(context, packet.buffer + raw_packet::kBlocksOffset, points.data());
 

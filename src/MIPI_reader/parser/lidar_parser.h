@@ -71,7 +71,7 @@ class LidarParserQDV11 : public LidarParser {
   // Decodes one datagram into exactly nine points. Gives the packet's place in the frame
   // (0..6911 for a sound packet), or -1 for a packet that is not taken, with `points` and
   // `frame_id` as they were. echo_count: windows to decode per pixel, 0..2. A packet of this
-  // version whose ch_num is not 9 ends the process. Bytes behind packet.length are read as they
+  // version whose ch_num is not 9 ends the process. Bytes after packet.length are read as they
   // stand in the buffer.
   int ParsePacket(const kerul::lidar::UdpPacket& packet,
                   std::vector<kerul::lidar::LidarPoint>& points, int& frame_id, int echo_count);

@@ -24,7 +24,7 @@ inline constexpr std::int32_t kAboveHighCurve = 4;  // cogw_high above the high 
 inline constexpr std::int32_t kAll = 7;
 }  // namespace cogw_flags
 
-// One datagram. `length` counts the valid bytes of `buffer`; bytes behind it hold what earlier
+// One datagram. `length` counts the valid bytes of `buffer`; the bytes after them hold what earlier
 // datagrams left there.
 struct UdpPacket {
   std::uint8_t buffer[kMaxDatagramBytes];
@@ -34,7 +34,7 @@ struct UdpPacket {
 };
 
 // One echo of one pixel. Ranges in metres, 0 means no return. Level units are three-bin sums of
-// the 12-bit samples, from the end of the echo computation on divided by `shot_ratio`.
+// the 12-bit samples; the end of the echo computation divides them by `shot_ratio`.
 struct LidarEcho {
   float dist_raw = 0.0F;            // range as decoded and calibrated
   float refl_raw = 0.0F;            // reflectivity, 0..255

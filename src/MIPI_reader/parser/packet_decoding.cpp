@@ -10,8 +10,8 @@
 namespace kerul::lidar {
 namespace {
 
-// The clamp before the multiplication belongs to the rule; the one behind it keeps the index in
-// the table, which is shorter than the largest ratio can reach.
+// The clamp before the multiplication belongs to the rule. The one after it keeps the index in the
+// table, which is shorter than the largest ratio can reach.
 float DetectThreshold(std::span<const std::uint16_t> bins, float noise, float ratio) noexcept {
   if (bins.empty()) return 0.0F;
   const int last = static_cast<int>(bins.size()) - 1;

@@ -1,5 +1,5 @@
 // The nine pixel blocks of a packet with W lanes, bit for bit the scalar form (DecodeBlocks). First
-// a lane is a pixel; then a lane is a window that is to be decoded.
+// a lane is a pixel, then a window to be decoded.
 #pragma once
 
 #include <cstddef>
@@ -45,7 +45,7 @@ struct PacketKernel {
   // Number of a window: 16 * slot + pixel.
   static constexpr int kSlotStep = 16;
   static constexpr int kMostWindows = kSlotStep * kEchoSlots;
-  // So few windows that are left over are done sooner one by one.
+  // Up to this many windows left over are faster one by one.
   static constexpr int kFewWindows = 1;
   // The first window starts with the even sample of a pair of samples, the second one with the odd
   // sample; both are taken from the pair's first byte.
@@ -54,7 +54,7 @@ struct PacketKernel {
   static_assert(raw_packet::kWindowSample + raw_packet::kWindowStride ==
                 kWindowByte[1] / 3 * 2 + 1);
 
-  // What the windows need of their pixels; what lies behind the ninth is not used.
+  // What the windows need of their pixels; entries after the ninth are not used.
   struct Pixels {
     std::int32_t peak_addr[kMostWindows];  // by window
     float noise[kSlotStep];
@@ -78,7 +78,7 @@ struct PacketKernel {
     int count;
   };
 
-  // Decodes W pixels: their points but for the windows that are wanted.
+  // Decodes W pixels: their points except the wanted windows.
   static void DecodePixels(const PacketContext& context, const std::uint8_t* blocks, int first,
                            LidarPoint* points, Pixels& pixels) noexcept {
     std::uint8_t idle[sizeof(LidarPoint)];
@@ -160,14 +160,14 @@ struct PacketKernel {
     static_assert(
         offsetof(LidarPoint, shot_times) == 16 && offsetof(LidarPoint, shot_ratio) == 20 &&
         offsetof(LidarPoint, detect_threshold) == 24 && offsetof(LidarPoint, echoes) == 28);
-    // The last word is the first one of echo 0, which is written behind this.
+    // The last word is the first one of echo 0, which is written after this.
     StoreWords<W>(V::Splat(context.shot_times), V::Splat(context.shot_ratio), threshold, Int{},
                   records, 16);
   }
 
   // Most windows of slot 1 hold no pulse. Their samples are neither adapted nor clipped, and sums
-  // of whole numbers below 2^24 are exact in any order: so three samples tell the peak and its
-  // ratio, and with them everything of the windows that end there. Gives the lanes that go on.
+  // of whole numbers below 2^24 are exact in any order. So three samples give the peak and its
+  // ratio, and that is all of a window without a pulse. Gives the lanes that go on.
   static Int CompareSecondPeaks(const std::uint8_t* blocks, const std::int32_t* offsets,
                                 Float threshold, echo_computation::EchoLanes<W>& echo) noexcept {
     // Samples 36, 37 and 38 stand in bytes 54..59.
@@ -185,7 +185,7 @@ struct PacketKernel {
     int count = 0;
     for (int slot = 0; slot < kEchoSlots; ++slot) {
       for (int pixel = 0; pixel < kPixels; ++pixel) {
-        // Listed in any case and overwritten by the next one if not wanted: no branch to mistake.
+        // Always listed, and overwritten by the next one if not wanted: no branch to mispredict.
         windows.number[count] = slot * kSlotStep + pixel;
         windows.offset[count] = pixel * raw_packet::kBlockBytes + kWindowByte[slot];
         windows.echo[count] = reinterpret_cast<std::uint8_t*>(&points[pixel].echoes[slot]);
@@ -261,8 +261,8 @@ struct PacketKernel {
     }
   }
 
-  // Nine pairs of three bytes hold 18 samples: the first window's and one more, or one more and the
-  // second window's. A pair lies in one or two of the words of four bytes.
+  // Nine pairs of three bytes hold 18 samples: the first window and one more after it, or the
+  // second window and one more before it. A pair lies in one or two four-byte words.
   static void ReadSamples(const std::uint8_t* blocks, const std::int32_t* offsets,
                           echo_computation::WindowLanes<W>& in) noexcept {
     Int d[8];

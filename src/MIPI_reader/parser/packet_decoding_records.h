@@ -1,4 +1,4 @@
-// Echo records written from lanes: every byte once, zeros included, so that no reset goes before.
+// Echo records written from lanes: every byte once, zeros included, so that no reset is needed.
 // debug_flag and ground_refl_scale stay as they were, as in LidarPoint::ResetEchoes.
 #pragma once
 
@@ -55,8 +55,8 @@ struct EchoRecords {
     }
   }
 
-  // Echoes that came no further than the peak ratio and did not pass it, and the reset state in the
-  // lanes that the mask leaves out. `lanes` as above.
+  // Echoes that did not pass the peak ratio, and the reset state in the lanes that the mask leaves
+  // out. `lanes` as above.
   static void WriteWithoutPulse(Int mask, const echo_computation::EchoLanes<W>& echo, Int peak_addr,
                                 std::uint8_t* const* records, int lanes) noexcept {
     const Int zero{};
@@ -81,7 +81,7 @@ struct EchoRecords {
     __builtin_memcpy(to, &quad, sizeof(quad));
   }
 
-  // Everything behind the words that are zeros or results.
+  // Everything after the words that are zeros or results.
   static void WriteTail(std::uint8_t* record, bool detect_pass, bool high_refl) noexcept {
     constexpr auto kDebugFlag = static_cast<std::int32_t>(0xFF000000U);
     Quad kept;

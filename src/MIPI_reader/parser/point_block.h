@@ -14,7 +14,7 @@ struct BlockRows {
   const LidarPoint* rows[point_packet::kBlockSide];
 };
 
-// Writes the 180 bytes of the block's 36 points, echo slot `echo`, and nothing behind them.
+// Writes the 180 bytes of the block's 36 points, echo slot `echo`, and nothing after them.
 void WriteBlockPlain(const BlockRows& block, int echo, std::uint8_t* bytes) noexcept;
 void WriteBlockAvx2(const BlockRows& block, int echo, std::uint8_t* bytes) noexcept;
 void WriteBlockAvx512(const BlockRows& block, int echo, std::uint8_t* bytes) noexcept;

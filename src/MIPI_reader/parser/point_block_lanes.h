@@ -30,10 +30,10 @@ struct PointBlockKernel {
     }
   }
 
-  // Range in units, low 16 bits; 0 outside the published span. The product is the quotient's
-  // integer part exactly: a float of this span that is no whole number of units lacks at least
-  // 2^-31 m to the next one, far more than the factor is too large, and with a factor that is too
-  // large a whole number never falls short.
+  // Range in units, low 16 bits; 0 outside the published span. The product has the quotient's
+  // integer part exactly. The factor is slightly too large, so a whole number of units never falls
+  // short. A float of this span between two whole numbers is at least 2^-31 m below the upper one,
+  // far more than the factor's error adds.
   static Int EncodeDistance(Float range) noexcept {
     constexpr double kUnitsPerMetre =
         (1.0 + 0x1p-40) / static_cast<double>(point_packet::kUnitMetres);
@@ -43,7 +43,7 @@ struct PointBlockKernel {
   }
 
  private:
-  // Whole vectors; the lanes behind the last point are zeros.
+  // Whole vectors; the lanes after the last point are zeros.
   static constexpr int kLanes = (point_packet::kPoints + W - 1) / W * W;
 
   struct Fields {

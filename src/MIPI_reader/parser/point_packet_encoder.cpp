@@ -172,7 +172,7 @@ BlockOrigin OriginOfBlock(int packet_index) noexcept {
 }
 
 const LidarPoint* FindPoint(const FrameRows& rows, int row, int col) noexcept {
-  // As unsigned numbers negative ones are beyond every size.
+  // As unsigned numbers, negative ones exceed every size.
   if (static_cast<std::size_t>(row) >= rows.size()) return nullptr;
   const std::vector<LidarPoint>& pixels = rows[static_cast<std::size_t>(row)];
   if (static_cast<std::size_t>(col) >= pixels.size()) return nullptr;
@@ -181,7 +181,7 @@ const LidarPoint* FindPoint(const FrameRows& rows, int row, int col) noexcept {
 
 namespace {
 
-// The scalar form, for every mode and for blocks of which the rows hold a part only.
+// The scalar form, for every mode and for blocks that the rows hold only in part.
 void WritePointsOneByOne(const FrameRows& rows, const AngleCalibGrid& grid, int packet_index,
                          int echo, int output_mode, std::uint8_t* packet) noexcept {
   const BlockOrigin origin = OriginOfBlock(packet_index);

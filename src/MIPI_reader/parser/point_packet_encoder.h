@@ -41,8 +41,8 @@ void WritePointPacketHeader(const PointPacketHeader& header, std::uint8_t* packe
 std::uint32_t PointPacketSequence(std::uint32_t base, int packet_index,
                                   std::uint8_t marker) noexcept;
 
-// At most 9: as it stands. Above: two decimal digits packed, tens in the high nibble; of what does
-// not fit the low byte is kept.
+// Up to 9 the number itself. Above: two packed decimal digits, tens in the high nibble; of what
+// does not fit, the low byte is kept.
 std::uint8_t EncodeReturnCode(int code) noexcept;
 
 // Range in metres to units of 4 mm, low 16 bits. kReflectivity alone publishes 0 outside 0.05 to 40
@@ -55,8 +55,7 @@ using PayloadBytes = std::array<std::uint8_t, point_packet::kPayloadBytes>;
 // or 1.
 PayloadBytes EncodePayload(const LidarPoint& point, int echo, int output_mode) noexcept;
 
-// The payload of kDirection: direction of the pixel; zeros for an invalid grid or a place outside
-// it.
+// The payload of kDirection: the pixel's direction, zeros outside the grid or for an invalid one.
 PayloadBytes EncodeDirection(const AngleCalibGrid& grid, int row, int col) noexcept;
 
 // Pixel of a block's first point: six rows of one column run down from here, then the next column.

@@ -49,7 +49,7 @@ inline constexpr int kBlockRowOffset = 207;
 inline constexpr int kBlockColOffset = 208;
 inline constexpr int kFrameIdOffset = 209;
 inline constexpr int kZeroOffset = 210;
-// Up to 9 as it stands, above that two decimal digits, tens in the high nibble.
+// Up to 9 the number itself, above that two decimal digits, tens in the high nibble.
 inline constexpr int kReturnCodeOffset = 211;
 inline constexpr int kFixedWordOffset = 212;     // u16
 inline constexpr int kZeroWordOffset = 214;      // u16

@@ -42,8 +42,8 @@ inline void PrefetchForWrite(const LidarPoint& point) noexcept {
   }
 }
 
-// Copies point i to to[i], in this order: of several for one place the last stays. No place lies
-// among the points copied. The form for the processor that runs.
+// Copies point i to to[i], in this order: of several for one place, the last stays. No place lies
+// among the points copied. Uses the form for the running processor.
 void CopyPoints(const LidarPoint* from, LidarPoint* const* to, int count) noexcept;
 // For processors with AVX2, in steps of 32 bytes.
 void CopyPointsAvx2(const LidarPoint* from, LidarPoint* const* to, int count) noexcept;
