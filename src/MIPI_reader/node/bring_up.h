@@ -26,8 +26,8 @@ GroundSettings MakeGroundSettings(const DefaultConfig& config);
 // state, switched off.
 BloomSuppressCalib MakeBloomCalib(const DefaultConfig& config);
 
-// All that the parser takes from the configuration but for what can fail: the width curves
-// (MakeCogwFilter) and the angle grid. baseline_samples below 1 count as 1, a negative
+// All that the parser takes from the configuration, except the width curves (MakeCogwFilter) and
+// the angle grid, which can fail. baseline_samples below 1 count as 1, a negative
 // baseline_rise_gate or baseline_rise_limit as 0.
 void ConfigureParser(const DefaultConfig& config, LidarParserQDV11& parser);
 
@@ -53,8 +53,8 @@ OptionalTable StateOfRetroFilter(const DefaultTables& tables) noexcept;
 
 // The objects of the per-packet steps. A null pointer switches a step off: `env` without both
 // height tables, `high_threshold_map` without one of its tables, `high_refl_check` when its block
-// is off. A table of the wrong size throws std::runtime_error as told at the objects; one of the
-// two optional tables is left out then.
+// is off. A table of the wrong size throws std::runtime_error as the objects document; one of the
+// two optional tables is left out instead.
 std::shared_ptr<EnvCalib> MakeEnvCalib(const DefaultConfig& config);
 std::shared_ptr<HighThresholdMap> MakeHighThresholdMap(const DefaultTables& tables);
 std::shared_ptr<HighReflCheck> MakeHighReflCheck(const DefaultConfig& config);

@@ -67,8 +67,8 @@ LidarNode::LidarNode(const std::string& name, const DefaultConfig& config,
   AllocateFrames();
   echo_plan_ = kerul::lidar::MakeEchoOutputPlan(config_->echo_num, config_->echo_output_code);
   running_ = true;
-  // The worker leaves interrupts to the main thread: one that cut its wait for a datagram short
-  // would look like a failed read, and at the last try that ends the process.
+  // The worker leaves interrupts to the main thread. One that cut short the wait for a datagram
+  // would look like a failed read, and after the last try that ends the process.
   const InterruptBlock block;
   thread_ = std::make_unique<std::thread>(&LidarNode::Run, this);
 }
@@ -135,7 +135,7 @@ void LidarNode::OpenSource() {
 void LidarNode::OpenOutput() {
   if (config_->udp_output) {
     udp_output_ = std::make_unique<SocketSource>(config_->udp_dest_port, config_->recv_ip);
-    // Deliberate: the socket that is bound here is thrown away by SetClientIp.
+    // Deliberate: SetClientIp throws away the socket that is bound here.
     udp_output_->Open();
     udp_output_->SetClientIp(config_->udp_dest_ip);
     Log("] output=UDP " + config_->udp_dest_ip + ":" + std::to_string(config_->udp_dest_port));

@@ -45,8 +45,8 @@ class LidarNode {
  public:
   using EchoOutputPlan = kerul::lidar::EchoOutputPlan;
 
-  // Brings everything up and starts the worker. `cali_path`: directory to take the sensor's
-  // calibration from, empty for the sensor itself. Throws std::runtime_error when the start fails;
+  // Brings everything up and starts the worker. `cali_path`: directory that holds the sensor's
+  // calibration, empty to ask the sensor itself. Throws std::runtime_error when the start fails;
   // what was built by then is released.
   LidarNode(const std::string& name, const kerul::lidar::DefaultConfig& config,
             const std::string& cali_path);
@@ -110,14 +110,14 @@ class LidarNode {
   void ResetMrowProgress();
 
   // Frame assembly.
-  // Asks for the frame's records that a raw packet will be copied into, so that they come while it
-  // is decoded. Any bytes.
+  // Prefetches the frame's records that a raw packet will be copied into, so that they arrive
+  // while it is decoded. Any bytes.
   void PrefetchPixels(const kerul::lidar::UdpPacket& packet) noexcept;
   void UpdateFrames(int packet_index, std::vector<kerul::lidar::LidarPoint>& points);
   void CalibratePoints(std::vector<kerul::lidar::LidarPoint>& points);
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) noexcept;
   void AdvanceRows(int target_row);
-  // Brings a frame whose reset was put off into the state that the reset gives.
+  // Does the reset of the frame that was put off.
   void SettleFrame() noexcept;
 
   // Row pipeline.

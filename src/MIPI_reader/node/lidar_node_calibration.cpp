@@ -1,5 +1,5 @@
-// Calibration assembly: the sensor's own data or the compiled-in tables become the objects that the
-// per-packet steps and the row passes work with.
+// Calibration assembly: from the sensor's own data or the compiled-in tables to the objects of the
+// per-packet steps and the row passes.
 #include <cstdint>
 #include <sstream>
 #include <stdexcept>
@@ -87,7 +87,7 @@ void LidarNode::LoadCalibFromSensor(const std::string& cali_path) {
   BuildSensorObjects(TablesOf(para2), kFromTablesBesideSensor, "lidar/bin, source=" + label);
 }
 
-// What is always taken from the tables stands beside the sensor's own data.
+// Some tables always come from the configuration; they stand beside the sensor's own data.
 void LidarNode::BuildSensorObjects(const SensorTables& sensor, std::string_view tables_origin,
                                    const std::string& origin) {
   const DefaultTables& tables = config_->tables;
@@ -147,7 +147,7 @@ void LidarNode::LoadAnglesFromSensor(const Para2LidarCalib& para2, const std::st
   parser_->angle_grid = angle_grid_;
 }
 
-// An empty table is none, without a word.
+// An empty table counts as absent and is not logged.
 void LidarNode::LogOptionalTable(OptionalTable state, std::string_view table_name,
                                  std::string_view origin) const {
   if (state == OptionalTable::kAbsent) return;

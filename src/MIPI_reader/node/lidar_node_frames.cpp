@@ -18,7 +18,7 @@ void LidarNode::UpdateFrames(int packet_index, std::vector<LidarPoint>& points) 
 
   const int row = packet_index / packets_per_mrow_;
   const int packet_of_row = packet_index % packets_per_mrow_;
-  // Wild packet fields can point behind the tables: such a packet has no place in the schedule.
+  // Wild packet fields can point past the tables: such a packet has no place in the schedule.
   if (packet_index < 0 || row >= miniflash_rows_) return;
   std::vector<bool>& seen = mrow_packet_seen_[static_cast<std::size_t>(row)];
   if (seen[static_cast<std::size_t>(packet_of_row)]) return;
@@ -72,8 +72,8 @@ void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
   }
 }
 
-// Runs the rows before `target_row`; the last row of the frame runs itself too. A late row that
-// completes after the schedule has passed it moves the schedule back to it, deliberately.
+// Runs the rows before `target_row`; the last row of the frame runs itself too. Deliberate: a row
+// that completes after the schedule has passed it moves the schedule back to it.
 void LidarNode::AdvanceRows(int target_row) {
   const int last_row = miniflash_rows_ - 1;
   if (target_row > 0) {

@@ -43,7 +43,7 @@ ReceiveResult TryReceive(Source& source, UdpPacket& packet, int tries) {
   for (int i = 0; i < tries; ++i) {
     result.length = source.Receive(packet, kerul::lidar::kMaxDatagramBytes, 0, kReceiveTimeoutUs);
     if (result.length >= 1) {
-      // The cheaper question first; only of a capture does the other answer matter.
+      // The cheaper test first; the other one matters for captures only.
       if (IsSensorDatagram(packet, result.length) || source.GetType() != "PCAP") {
         packet.length = static_cast<std::uint16_t>(result.length);
         result.taken = true;
@@ -56,8 +56,8 @@ ReceiveResult TryReceive(Source& source, UdpPacket& packet, int tries) {
   return result;
 }
 
-// A wait that says ready for an empty datagram, or for one of a false checksum, is followed by a
-// read that finds nothing. That may be the last of the tries, but nothing has failed.
+// The wait also ends for an empty datagram or one with a false checksum, and the read then finds
+// nothing. That may be the last of the tries, but nothing has failed.
 bool IsIdle(const Source& source) {
   const auto* socket = dynamic_cast<const SocketSource*>(&source);
   return socket != nullptr && socket->FoundNothing();
@@ -78,9 +78,9 @@ void LidarNode::Run() {
 
     packet_start_time_ = packet_clock_.Now();
     PrefetchPixels(packet);
-    // Not cleared: of the echo slots in use decoding writes every field but debug_flag and
-    // ground_refl_scale, and neither these nor the other slot are changed by any step before the
-    // copy into the frame. So the records of the packet before serve as new ones would.
+    // Not cleared. Decoding writes every field of the echo slots in use but debug_flag and
+    // ground_refl_scale. No step before the copy into the frame changes these two or the other
+    // slot. So the records of the last packet serve as well as new ones.
     const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
     if (socket != nullptr && socket->LastSender() != sender_)

@@ -11,7 +11,7 @@ using std::chrono::nanoseconds;
 
 // A shorter time between two Sets does not tell the rate well enough.
 constexpr auto kShortestSpan = std::chrono::milliseconds(1);
-// Nanoseconds per tick. What lies outside comes of a machine that slept or moved meanwhile.
+// Nanoseconds per tick. Rates outside come from a machine that slept or moved in between.
 constexpr double kFastest = 0.05;
 constexpr double kSlowest = 10.0;
 

@@ -66,12 +66,13 @@ bool IsOn(RowPass pass, const RowSwitches& on) noexcept;
 void RunRowPass(RowPass pass, LidarFrame& frame, int m_row, const RowPassSettings& settings);
 
 // Whether priming can wait for the neighbour validation, which then does both in one go over the
-// records (PrimeAndValidateNeighbours). Every echo whose processed fields the first ground stage
-// writes has a range, and of those the neighbour validation writes them anew. Not after the plane
-// stage: a pull above 1 may take an echo its range, and what was primed before then stays.
+// records (PrimeAndValidateNeighbours). It can after the first ground stage: every echo whose
+// processed fields that stage writes has a range, and the validation writes these fields anew. It
+// cannot after the plane stage: a pull above 1 may erase an echo's range, and its fields then keep
+// what was primed before.
 bool CanPrimeLate(const RowPassSettings& settings) noexcept;
 
-// The hook of those who only want the row.
+// The hook for callers who only want the row.
 struct NoRowHook {
   static constexpr bool kPrimesLate = true;
   void operator()(RowPass /*pass*/, const LidarFrame& /*frame*/) const noexcept {}
@@ -83,8 +84,8 @@ inline constexpr bool kHookPrimesLate = requires {
   requires std::remove_cvref_t<Hook>::kPrimesLate;
 };
 
-// Runs the passes that are on over miniflash row `m_row`, in the order of kRowPassOrder. The rows
-// from one miniflash row above to one below must be settled; they are what the passes look at.
+// Runs the passes that are on over miniflash row `m_row`, in the order of kRowPassOrder. The passes
+// look at one miniflash row above and below; these rows must be settled.
 //   hook  called as hook(pass, frame) after each pass that ran. What it sees after one pass is what
 //         the next one finds. Priming is a step of its own then, unless the hook has a true
 //         kPrimesLate; the row comes out the same either way.

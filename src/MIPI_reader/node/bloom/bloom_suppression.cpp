@@ -19,7 +19,7 @@ constexpr int kBlockSide = 6;
 static_assert(kBloomRowsSeen == 3 * kBlockSide);
 constexpr float kMinEnergyGate = 0.6F;
 constexpr float kMaxEnergyGate = 1.4F;
-// An echo of which less is left than this share of its power, or this reflectivity, is erased.
+// An echo left with less than this share of its power, or this reflectivity, is erased.
 constexpr float kMinPowerRatio = 0.05F;
 constexpr float kMinReflectivity = 1.0F;
 
@@ -88,8 +88,8 @@ float PsfWeight(const float (&psf)[kPsfEntries], float x) noexcept {
   return (1.0F - f) * psf[i] + f * psf[i + 1];
 }
 
-// Twice the distance in pixels between an echo and a source so many rows and columns away, either
-// sign: std::hypot makes no difference. It is slow, and there are few different offsets.
+// Twice the distance in pixels between an echo and a source, by rows and columns without sign. A
+// table, because std::hypot is slow and there are few different offsets.
 struct DoubledDistances {
   float x[kBloomReach][kBloomReach];
 
@@ -425,7 +425,7 @@ void SuppressBlooming(LidarFrame& frame, int m_row, const BloomSuppressCalib& ca
                    });
       });
   if (!filter_enable) {
-    // Told once per call, whatever row the traced pixel lies in.
+    // Printed once per call, whatever row the traced pixel lies in.
     if (trace.armed) PrintBloomFilterDisabled(trace);
     return;
   }

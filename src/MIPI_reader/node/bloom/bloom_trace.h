@@ -1,5 +1,5 @@
-// What the bloom pass prints about the one echo that is traced. Apart from the arithmetic: the
-// kernels take a trace as a parameter, and the silent one costs nothing.
+// What the bloom pass prints about the one traced echo. Kept apart from the arithmetic: the kernels
+// take a trace as a parameter, and the silent one costs nothing.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ struct BloomWeights {
   float at[kBloomReach][kBloomReach];
 };
 
-// A usable source as the blocks around it see it. The weights hang on the block that looks.
+// A usable source as the blocks around it see it. The weights depend on the block that looks.
 struct BloomSource {
   int row = 0;
   int col = 0;

@@ -91,7 +91,7 @@ Correlation Correlate(const PatternSums& sums) noexcept {
   result.cov = sums.st - n * result.mean_s * result.mean_t;
   result.r = result.cov / result.denominator;
   const float score = (result.r + 1.0F) * 0.5F;
-  // Powers near the end of the float range leave no number: no score then.
+  // Powers near the end of the float range give NaN: no score then.
   result.score = std::isnan(score) ? kNoScore : std::clamp(score, 0.0F, 1.0F);
   return result;
 }

@@ -47,7 +47,7 @@ int SumWindows(int count, const WindowAt& window_at, std::uint16_t* out) noexcep
   }
   const int lo = nearest - kHalfWindow;
   const int length = farthest - nearest + kWindowSamples;
-  // Left unset behind `length`: clearing it all would cost more than the sum.
+  // Left unset from `length` on: clearing it all would cost more than the sum.
   std::array<std::uint32_t, kAxisPositions> sums;
   std::fill_n(sums.begin(), length, 0U);
   for (int i = 0; i < count; ++i) {
@@ -218,8 +218,8 @@ std::uint64_t PickAndMergeFour(const LidarPoint* const* points, int echo,
   for (const auto& row : kTriples) {
     if (!IsCandidate(row, windows)) continue;
     if (FourthReaches(row, windows)) return Pack(SumAll(windows, out), 0xF);
-    // Two candidates share two sources, so what either leaves out reaches it: this is the only
-    // one, and there is no closest to be looked for.
+    // Two candidates share two sources, so the one that either leaves out would reach it. So this
+    // is the only candidate, and there is no closest one to look for.
     std::array<Window, 3> chosen{};
     std::uint32_t mask = 0;
     for (std::size_t i = 0; i < chosen.size(); ++i) {

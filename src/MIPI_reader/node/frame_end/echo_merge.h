@@ -19,18 +19,18 @@ inline constexpr std::int32_t kTriples[4][4] = {
 int MergeWindowsOnAxis(const std::uint16_t* const* windows, const int* addresses, int count,
                        std::uint16_t* out) noexcept;
 
-// Chooses which of four sources belong together and merges their windows of slot `echo` (0 or 1):
-// all four when three lie close together and the fourth reaches one of them, else those
-// three, else none. Gives the centre in the low 32 bits and the four-bit mask of the sources, bit i
-// for source i, above them.
+// Chooses which of four sources belong together and merges their windows of slot `echo` (0 or 1).
+// Takes all four when three lie close together and the fourth reaches one of them, else those
+// three, else none. Gives the centre in the low 32 bits and, above them, a four-bit mask of the
+// sources, bit i for source i.
 std::uint64_t PickAndMergeFour(const LidarPoint* const* points, int echo,
                                std::uint16_t* out) noexcept;
 
 // The merged pixel of 2 or 4 sources; any other count, or sources that do not belong together, give
-// a default point. LidarPoint::echo_num decides whether slot 1 is merged. Sets, in each merged
-// slot, bins and peak_addr (the centre of the window here, low 12 bits), totsum (see the source),
-// and as means of the sources pixel_word22, pixel_word11 and slot 0's echosum and noise. No range:
-// that is the caller's.
+// a default point. LidarPoint::echo_num decides whether slot 1 is merged. In each merged slot, sets
+// bins, peak_addr (here the centre of the window, low 12 bits) and totsum (see the source). Means
+// of the sources: pixel_word22, pixel_word11, and slot 0's echosum and noise. The caller sets the
+// range.
 LidarPoint MergePoints(const LidarPoint* const* points, int count) noexcept;
 
 }  // namespace kerul::lidar

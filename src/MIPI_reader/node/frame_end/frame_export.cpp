@@ -85,7 +85,7 @@ void WriteRecords(std::ofstream& file, const LidarFrame& frame, std::uint8_t mod
   }
 }
 
-// Judged before the file is closed: what fails only at the close goes unseen.
+// Judged before the file is closed: an error at the close itself goes unseen.
 bool WriteFile(const char* path, const LidarFrame& frame, const FrameExport& request) {
   const std::uint8_t mode = ExportModeCode(request.export_mode);
   std::ofstream file(path, std::ios::binary | std::ios::trunc);

@@ -9,8 +9,8 @@
 
 namespace kerul::lidar {
 
-// Unit direction of pixel (row, col). False, with `direction` as it was, when there is none to
-// rely on: no valid grid, a pixel outside it, a component that is not finite, or no length.
+// Unit direction of pixel (row, col). False, with `direction` unchanged, when there is none: no
+// valid grid, a pixel outside it, a component that is not finite, or length 0.
 inline bool FindDirection(const AngleCalibGrid& grid, int row, int col,
                           Point3f& direction) noexcept {
   constexpr float kMinSquaredLength = 1e-8F;

@@ -11,7 +11,7 @@ namespace kerul::lidar {
 namespace {
 
 constexpr std::size_t kMaxSeedPoints = 5;
-constexpr float kTiny = 1e-12F;    // divisors below it say nothing
+constexpr float kTiny = 1e-12F;    // smaller divisors are noise
 constexpr float kMinScale = 0.4F;  // raises a reflectivity by a factor of 2.5 at most
 constexpr float kCannotTell = 1.0F;
 
@@ -67,8 +67,8 @@ float FitHeading(const SeedPoints& seeds) noexcept {
   return (n * seeds.sum_xy - seeds.sum_x * seeds.sum_y) / divisor;
 }
 
-// Height over horizontal range, by least squares. The ranges are those at which the rays would
-// meet the mean height, so that noise along the ray does not tilt the slope.
+// Height over horizontal range, by least squares. Each range is the one at which its ray meets the
+// mean height, so that noise along the ray does not tilt the slope.
 Slope FitSlope(const SeedPoints& seeds) noexcept {
   float total_z = 0.0F;
   for (std::size_t i = 0; i < seeds.list_count; ++i) total_z += seeds.list[i].z;

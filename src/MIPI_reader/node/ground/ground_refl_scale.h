@@ -1,4 +1,4 @@
-// How much too low a ground echo's reflectivity is for the angle at which the ray meets the ground.
+// Correction of a ground echo's reflectivity for the angle at which its ray meets the ground.
 #pragma once
 
 #include "calibration/angle_calib.h"

@@ -116,7 +116,7 @@ void CorrectReflectivity(LidarEcho& echo) noexcept {
   echo.refl_proc = echo.refl_raw;
 }
 
-// Neighbours are taken as they stand, so those to the left carry their corrected reflectivity.
+// Neighbours are read in place, so those to the left carry their corrected reflectivity.
 void SmoothAlongRow(std::vector<LidarPoint>& line, std::size_t col, float gate) noexcept {
   LidarEcho& centre = line[col].echoes[0];
   float sum_d = 0.0F;
@@ -190,7 +190,7 @@ RowRange CutToGroundRows(const FrameRows& rows, RowRange range) noexcept {
   return begin < end ? RowRange{begin, end} : RowRange{};
 }
 
-// Whether the rows and the kReach ones on either side are what the vector forms are made for.
+// Whether the rows, and the kReach ones on either side, suit the vector forms.
 bool FitsVectorForms(const FrameRows& rows, RowRange range) noexcept {
   if (range.begin == range.end || range.end - range.begin > ground::kMaxRows) return false;
   const std::size_t columns = rows[range.begin].size();

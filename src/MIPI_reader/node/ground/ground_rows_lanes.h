@@ -1,6 +1,6 @@
-// Vector form of the first ground stage's tests: a lane is a pixel of the row. They look at echo
-// 0's ranges alone, which the stage does not change, so all of a row can be tested before the first
-// pixel is labelled. Included by vector code only; see parser/lanes.h.
+// Vector form of the first ground stage's tests: a lane is a pixel of the row. They read only the
+// ranges of echo 0. The stage does not change these, so a whole row can be tested before its first
+// pixel is labelled. Included by vector code only; see lanes/lanes.h.
 #pragma once
 
 #include <cstdint>

@@ -5,7 +5,7 @@
 
 namespace kerul::lidar {
 
-// Fields carry the names of the settings they are filled from. Ranges in metres.
+// Fields are named after the settings that fill them. Ranges in metres.
 struct GroundSettings {
   bool vert_seed_enable = false;
   bool plane_enable = false;

@@ -1,5 +1,5 @@
-// The neighbour validation's fields of one pixel row, each in a plane of its own: what the vector
-// forms load instead of 292-byte records. Included by vector code only; see parser/lanes.h.
+// The neighbour validation's fields of one pixel row, each in a plane of its own. The vector forms
+// load these instead of 292-byte records. Included by vector code only; see lanes/lanes.h.
 #pragma once
 
 #include <cstddef>
@@ -24,8 +24,8 @@ struct ColumnBits {
   std::uint64_t words[kWords + 2];
 };
 
-// How one pixel row shows itself to its neighbours. Cell kMargin + c belongs to column c; the cells
-// outside the frame are those of an empty pixel.
+// What the neighbours see of one pixel row. Cell kMargin + c belongs to column c; cells outside the
+// frame are those of an empty pixel.
 struct RowView {
   alignas(64) float seen[kEchoSlots][kCells];  // dist_raw where it is above 0, else NaN
   float sure[kEchoSlots][kCells];    // dist_raw where the slot may take part in a fill, else NaN
@@ -38,8 +38,8 @@ struct RowPlanes {
   float refl[kEchoSlots][kCells];        // refl_raw
   float ratio[kEchoSlots][kCells];       // peak_ratio
   std::int32_t flags[kCells];            // kGround and the like
-  // As the records stood, for the pixels scanned before; and as this pass leaves them, for those
-  // scanned after. An erasure only ever takes `seen` away: refl needs no second plane.
+  // As the records stood, for the pixels scanned before, and as this pass leaves them, for those
+  // scanned after. An erasure clears only `seen`: refl needs no second plane.
   RowView before;
   RowView after;
 };
@@ -49,8 +49,8 @@ inline constexpr std::int32_t kGround = 1;  // echo 0's label
 inline constexpr std::int32_t kAfterPulse = 2;
 inline constexpr std::int32_t kNoisy = 8;  // change_noise_noise_append above 0
 
-// dist_raw and refl_raw side by side, as they stand in the records: on the way from there into the
-// planes half the stores are spared, which are what the gathering costs.
+// dist_raw and refl_raw side by side, as in the records. Gathering costs its stores; pairs on the
+// way into the planes save half of them.
 struct RangePairs {
   alignas(64) float values[kEchoSlots][2 * kMaxColumns];
 };
@@ -129,8 +129,8 @@ void ClearViewCell(int cell, RowView& view) noexcept {
   view.second_only[cell] = 0;
 }
 
-// What no later step writes: the cells beyond both ends of the row, which neighbours outside the
-// frame are read from.
+// The cells beyond both ends of the row: neighbours outside the frame are read from them, and no
+// later step writes them.
 template <int W>
 void ClearEnds(const RowRun& run, RowPlanes& row) noexcept {
   for (const int cell : {kMargin - 1, kMargin + RoundUp<W>(run.columns)}) {
@@ -152,7 +152,7 @@ void ClearColumns(const RowRun& run, int slot, int begin, RangePairs& pairs,
   }
 }
 
-// Asks for the lines of a record that are looked at below.
+// Prefetches the cache lines of a record that are read below.
 template <int W>
 void PrefetchEchoes(const LidarPoint* pixel) noexcept {
   const auto* bytes = reinterpret_cast<const char*>(pixel) + offsetof(LidarPoint, echoes);

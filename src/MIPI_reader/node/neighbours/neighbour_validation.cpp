@@ -77,7 +77,7 @@ Ring MakeRing(const RowWindow& window, std::ptrdiff_t col) noexcept {
 }
 
 // The echo nearest in range to d, the lower slot on a tie; null when the pixel is empty. The first
-// echo found stands whatever its difference, also when that is infinite or NaN.
+// echo found counts whatever its difference, even infinite or NaN.
 const LidarEcho* FindNearestEcho(const LidarPoint& pixel, int echo_count, float d) noexcept {
   const LidarEcho* nearest = nullptr;
   float smallest = 0.0F;
@@ -138,7 +138,7 @@ void EraseEcho(LidarEcho& echo) noexcept {
 }
 
 // Mean over the pixel and the opposite pairs that agree with it. An echo whose noise was raised
-// leans almost wholly on its neighbours.
+// takes almost all its weight from its neighbours.
 void SmoothEcho(LidarEcho& echo, const Surroundings& around, float d, float gate) noexcept {
   const float centre = echo.change_noise_noise_append > 0.0F ? kNoisyCentreWeight : kCentreWeight;
   float sum_d = centre * d;
@@ -235,7 +235,7 @@ void ValidateRowsScalar(FrameRows& rows, RowRange range, int echo_count) noexcep
 using VectorForm = void (*)(const RowRun&) noexcept;
 constexpr VectorForms<VectorForm> kForms{ValidateRunPlain, ValidateRunAvx2, ValidateRunAvx512};
 
-// Whether the rows and the ones beside them are what the vector forms are made for.
+// Whether the rows and the ones beside them suit the vector forms.
 bool FitsVectorForms(const FrameRows& rows, RowRange range, int echo_count) noexcept {
   if (range.begin == range.end || echo_count < 1 || echo_count > kEchoSlots) return false;
   const std::size_t columns = rows[range.begin].size();

@@ -22,7 +22,7 @@ inline constexpr std::int32_t kGrpBDc[4] = {1, 0, -1, 1};
 // Writes dist_raw, refl_raw, dist_proc, refl_proc, fill_point. Allocates nothing, cannot fail.
 void ValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept;
 
-// The same with PrimeProcessedFields of these rows before it, in one go over the records.
+// The same after PrimeProcessedFields of these rows, in one go over the records.
 void PrimeAndValidateNeighbours(FrameRows& rows, int first_row, int row_count) noexcept;
 
 }  // namespace kerul::lidar

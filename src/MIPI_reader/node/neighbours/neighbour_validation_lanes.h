@@ -1,15 +1,15 @@
 // Vector form of the neighbour validation: a lane is a pixel of the row. Included by vector code
-// only; see parser/lanes.h.
+// only; see lanes/lanes.h.
 //
-// The scan is serial: an echo that is erased supports no pixel to its right. But of the eight
-// neighbours only the left one can be in doubt: the row above is final, and the pixel to the right
-// and the row below are still as they were. So a row goes through in four steps:
+// The scan is serial: an erased echo supports no pixel to its right. But of the eight neighbours,
+// only the left one can be in doubt. The row above is final, and the pixel to the right and the row
+// below are still as they were. So a row takes four steps:
 //   1. Judge, by lanes: count the seven other neighbours. Most echoes are kept or erased whatever
-//      became of the left neighbour; of the rest, note what the left one would have to be.
+//      became of the left neighbour; for the rest, note what the left one would have to be.
 //   2. Settle, on 64 columns at a time: decide the rest from left to right.
 //   3. Smooth and fill, by lanes: above and left as the pass leaves them, right and below as they
-//      were. The two states are planes of their own; were echoes erased in place, echo 1 of one
-//      lane would miss the echo 0 that a lane to its right has lost in the same vector.
+//      were. Each state has planes of its own. With erasure in place, echo 1 of one lane would miss
+//      the echo 0 that a lane to its right has lost in the same vector.
 //   4. Store what has changed into the records.
 #pragma once
 
@@ -47,8 +47,8 @@ struct RowResults {
   float fill_refl[kMaxColumns];
 };
 
-// The neighbours of the lanes from one cell on: which row they lie in, how it shows itself to the
-// pixel in hand, and the first neighbour's cell.
+// The neighbours of the lanes from one cell on: their row, the view of it that the pixel in hand
+// has, and the first neighbour's cell.
 struct Neighbours {
   const RowPlanes& row;
   const RowView& view;
@@ -77,8 +77,8 @@ typename Lanes<W>::Float Gate(typename Lanes<W>::Float d, float share, float flo
 
 // ---- Step 1 ----
 
-// Whether an echo of that slot is seen at a range within the gate. That the scalar form asks only
-// the echo nearest in range makes no difference: if any is within, the nearest is.
+// Whether an echo of that slot is seen at a range within the gate. The scalar form tests only the
+// echo nearest in range, which is the same: if any is within the gate, the nearest is.
 template <int W>
 typename Lanes<W>::Int Agrees(const RowView& view, int slot, int cell, typename Lanes<W>::Float d,
                               typename Lanes<W>::Float gate) noexcept {
@@ -189,8 +189,8 @@ Nearest<W> FindNearest(const Neighbours& at, typename Lanes<W>::Float d) noexcep
           choose(at.view.sure[0], at.view.sure[1])};
 }
 
-// sum + weight * value in the lanes of `mask`, the sum as it is in the others: subtracting +0 keeps
-// every sum, -0 too, where adding it would not.
+// sum + weight * value in the lanes of `mask`; the other lanes keep their sum. Subtracting +0 keeps
+// every sum, also -0; adding +0 would not.
 template <int W>
 typename Lanes<W>::Float AddWhere(typename Lanes<W>::Int mask, typename Lanes<W>::Float sum,
                                   float weight, typename Lanes<W>::Float value) noexcept {
@@ -276,7 +276,7 @@ void Fill(const RowTriple& rows, int col, typename Lanes<W>::Int holes, RowVerdi
   using L = Lanes<W>;
   using Float = typename L::Float;
   const int cell = kMargin + col;
-  // The range as it was, also when it has just been erased.
+  // The original range, even if it has just been erased.
   const Float d = L::Load(rows.here.first_dist + cell);
   FillSums<W> sums;
   AddSurePair<W, 0>(rows, cell, d, sums);
@@ -292,7 +292,7 @@ void Fill(const RowTriple& rows, int col, typename Lanes<W>::Int holes, RowVerdi
   }
   const Float mean = sums.dist / weight;
   const Float tolerance = Gate<W>(d, kFillShare, kFillFloor);
-  // What is no sample is NaN and differs from nothing.
+  // Missing samples are NaN: their comparison is false.
   for (const Float sample : sums.sample) filled &= ~(L::Abs(sample - mean) > tolerance);
   PutBits<W>(verdicts.filled, col, filled);
   L::Store(results.fill_dist + col, mean);
@@ -390,7 +390,7 @@ void ValidateRun(const RowRun& run) noexcept {
   RowPlanes* above = &planes[0];
   RowPlanes* here = &planes[1];
   RowPlanes* below = &planes[2];
-  // The row above is final as it stands.
+  // The row above is final.
   Gather<W>(run.lines[0], run, false, *above, above->after);
   Gather<W>(run.lines[1], run, run.prime, *here, here->before);
   for (int row = 1; row <= run.row_count; ++row) {

@@ -1,5 +1,5 @@
 // What the vector forms of the packet's calibration read: plain numbers and pointers into tables
-// that somebody else keeps. The letters of the steps' own formulas are told with their objects.
+// that others own. The symbols of the formulas are explained at the objects of the steps.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,15 @@ namespace kerul::lidar {
 struct HighReflCheck;
 struct HighThresholdMap;
 
-// An entry of a table with what the next one has more than this one.
+// An entry of a table and the difference to the next entry.
 struct ValueStep {
   float value;
   float step;
 };
 
-// A curve by pulse height as CurveAt reads it. Entry i of the curve stands at i + 1: in front, for
-// heights below 0, a step from the first entry to itself; the last one's step is -0, so that
-// fraction 0 leaves the entry as it is, a -0 too.
+// A curve by pulse height as CurveAt reads it. Entry i of the curve is at i + 1. Before it, for
+// heights below 0, is a step from the first entry to itself. The last step is -0: with fraction 0
+// it leaves any entry unchanged, also -0.
 inline constexpr int kCurveSteps = 513;
 inline constexpr int kEfficiantRows = 100;  // by range, in steps of 0.1 m
 inline constexpr int kEfficiantCols = 6;    // by pixel row within the miniflash row
@@ -82,7 +82,7 @@ struct CalibrationTables {
   const float* retro_filter = nullptr;  // kFilterEntries, or null
 };
 
-// The single echo and the single pixel of two steps, for the few that the vector forms leave.
+// Two steps for a single echo and a single pixel, for the few that the vector forms leave.
 // `height` not NaN.
 float MapHighThresholdHeight(const HighThresholdMap& map, float height) noexcept;
 // echo_num as in LidarPoint; afterPulse of echo 1 is cleared first when there are two.

@@ -11,7 +11,7 @@ bool InBand(float value, const HighReflBand& band) noexcept {
   return value > band.lo && value <= band.hi;
 }
 
-// A strong near echo 0 with a weaker echo 1 at a gap behind it, whose shape decides.
+// A strong near echo 0 with a weaker echo 1 some gap beyond it; the shape of echo 1 decides.
 bool RuleA(const HighReflCheck& check, const LidarEcho& first, const LidarEcho& second) noexcept {
   if (!check.rule_a_enable || !(second.dist_raw > 0.0F)) return false;
   if (!(first.cogh > check.rule_a_height)) return false;
@@ -28,7 +28,7 @@ bool RuleA(const HighReflCheck& check, const LidarEcho& first, const LidarEcho& 
          InBand(second.cogh, check.rule_a_height2_low);
 }
 
-// Echo 1 at twice the range of echo 0: light that went the way twice.
+// Echo 1 at twice the range of echo 0: light that made the round trip twice.
 bool RuleB(const HighReflCheck& check, const LidarEcho& first, const LidarEcho& second) noexcept {
   if (!check.rule_b_enable || !(second.dist_raw > 0.0F)) return false;
   const float from_double = second.dist_raw - (first.dist_raw + first.dist_raw);
@@ -43,7 +43,7 @@ bool RuleC(const HighReflCheck& check, const LidarEcho& first) noexcept {
          InBand(first.dist_raw, check.rule_c_range);
 }
 
-// A weak echo 1 close behind a fairly strong echo 0: an after-pulse, but no bright target.
+// A weak echo 1 just beyond a fairly strong echo 0: an after-pulse, but no bright target.
 bool RuleD(const HighReflCheck& check, const LidarEcho& first, const LidarEcho& second) noexcept {
   if (!check.rule_d_enable || !(second.dist_raw > 0.0F)) return false;
   return first.cogh > check.rule_d_height && check.rule_d_gap_on &&

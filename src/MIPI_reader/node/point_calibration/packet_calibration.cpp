@@ -14,8 +14,8 @@
 namespace kerul::lidar {
 namespace {
 
-// Bright background reaches past the end of the table. What does not even fit the conversion reads
-// the first entry, as its result is the lowest index.
+// Bright background reaches past the end of the table. Noise too large for the conversion reads the
+// first entry, because the conversion then gives the lowest index.
 float GainAt(const std::vector<float>& table, float noise) noexcept {
   const auto last = static_cast<std::int32_t>(table.size()) - 1;
   return table[static_cast<std::size_t>(std::clamp(TruncateToInt32(noise), 0, last))];

@@ -2,9 +2,9 @@
 // (packet_calibration.cpp, high_reflectivity_check.cpp, retro_calib.cpp), step by step. A lane is
 // an echo that has a range, from either slot of any point of the group; the others cost a look.
 //
-// The check for high reflectivity sees both echoes of a point after their ranges and heights are
-// settled and before a reflectivity erases one of them: so the whole group passes the first steps,
-// then the check, then the last step.
+// The check for high reflectivity needs both echoes of a point: after their ranges and heights are
+// settled, but before the reflectivity step erases one of them. So the whole group takes the first
+// steps, then the check, then the last step.
 #pragma once
 
 #include <cstdint>
@@ -73,7 +73,7 @@ struct CalibrationKernel {
     for (int first = 0; first < group.count; first += W) MeasureReflectivity(t, first, group);
   }
 
-  // A list without branches on which echoes have a range: no predictor knows that pattern.
+  // Makes the list without branches on the ranges: no predictor learns that pattern.
   static void FindEchoes(const CalibrationTables& t, LidarPoint* points, int count, int echo_count,
                          Group& group) noexcept {
     int found = 0;
@@ -96,16 +96,16 @@ struct CalibrationKernel {
     group.count = found;
   }
 
-  // The range calibration makes 0 of what is below. A NaN goes on, and so does highRefl without a
-  // range: it gets its power all the same.
+  // The range calibration turns a range below 0 into 0. A NaN goes on. An echo with highRefl but no
+  // range goes on too, because it still gets its power.
   static bool IsOddLane(const CalibrationTables& t, LidarEcho& echo) noexcept {
     const bool empty = echo.dist_raw <= 0.0F;
     if (empty && t.range_curves != nullptr) echo.dist_raw = 0.0F;
     return !empty || (echo.highRefl && t.power_curve != nullptr);
   }
 
-  // In two runs: the vectors of the first one's fields are loaded soon behind it, and a load wider
-  // than the stores that it looks for has to wait until they are through.
+  // In two runs: the fields of the first are loaded as vectors soon after it, and a load that is
+  // wider than the stores before it has to wait until they are done.
   static void LoadEchoes(const CalibrationTables& t, Group& group) noexcept {
     for (int i = 0; i < group.count; ++i) {
       const LidarEcho& echo = *group.echo[i];
@@ -248,8 +248,8 @@ struct CalibrationKernel {
     Float range, reflectivity, power;
   };
 
-  // Echoes without a range keep their reflectivity, and those without calibration their power,
-  // unless they are overridden.
+  // Unless overridden, echoes without a range keep their reflectivity, and those without
+  // calibration their power.
   static void StoreReflectivity(const Group& group, int first, const Results& results, Int ranged,
                                 Int measured, Int high_refl) noexcept {
     float reflectivity[W];
@@ -305,7 +305,7 @@ struct CalibrationKernel {
     const Float end = V::Splat(static_cast<float>(kCurveSteps - 2));
     const Float x = V::Select(height >= end, end, height);
     const Int index = V::Truncate(x);
-    // With the index as it came, below 0 too.
+    // With the index before clamping, also below 0.
     const Float fraction = x - V::ToFloat(index);
     const Int entry = (begin + Clamp(index, V::SplatInt(-1), V::SplatInt(kCurveSteps - 2)) + 1) * 2;
     const Float value = V::Gather(&curve->value, entry);

@@ -1,5 +1,5 @@
-// All calibration steps of a packet in one call: what stands in the records at its end is what the
-// steps of packet_calibration.h leave when they run one after the other.
+// All calibration steps of a packet in one call. The records come out as if the steps of
+// packet_calibration.h had run one after the other.
 #pragma once
 
 #include <vector>
@@ -19,7 +19,7 @@ struct CalibrationSteps {
   const RetroCalib* retro = nullptr;
 };
 
-// The steps one after the other over all points: the scalar form.
+// The scalar form: the steps in turn, each over all points.
 void CalibratePacket(const CalibrationSteps& steps, std::vector<LidarPoint>& points);
 
 // Derives the tables of the vector forms from the steps' objects once. The objects must outlive it

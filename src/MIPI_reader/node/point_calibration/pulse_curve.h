@@ -9,7 +9,7 @@
 namespace kerul::lidar {
 
 // Linear between the entries around `height` (level units, entry i at height i). At or above the
-// last entry, infinity included, the last entry as it is. Below 0 the entries are clamped to the
+// last entry, infinity included, gives the last entry. Below 0 the entries are clamped to the
 // first, after the fraction was taken with the unclamped index. NaN gives NaN. `curve` must not be
 // empty.
 inline float CurveAt(std::span<const float> curve, float height) noexcept {

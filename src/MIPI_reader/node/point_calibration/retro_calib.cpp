@@ -80,8 +80,8 @@ bool IsTraced(const HighReflCheck& check, const LidarPoint& point, int slot) noe
          check.trace_row == point.row && check.trace_col == point.col && check.trace_echo == slot;
 }
 
-// A target that saturates cannot be measured: it gets the top value, and a power that falls with
-// the square of the range.
+// A saturated echo cannot be measured: it gets the top value, and a power that falls with the
+// square of the range.
 void OverrideHighReflectivity(const HighReflCheck& check, LidarPoint& point, int slot) {
   LidarEcho& echo = point.echoes[slot];
   const float power = 20.0F / (echo.dist_raw * echo.dist_raw) * 1048576.0F;

@@ -7,8 +7,8 @@
 
 namespace kerul::lidar {
 
-// Which echoes a block's packets carry. Selectors: 1 the preferred echo, 2 the other echo, 3 slot
-// 0 as it stands, 4 slot 1 as it stands; any other value counts as 1.
+// Which echoes a block's packets carry. Selectors: 1 the preferred echo, 2 the other echo, 3 always
+// slot 0, 4 always slot 1; any other value counts as 1.
 struct EchoOutputPlan {
   std::int32_t count = 1;   // packets per block, 1 or 2
   std::int32_t first = 1;   // selector of the first packet's echo
@@ -16,8 +16,7 @@ struct EchoOutputPlan {
 };
 
 // The plan that `echo_num` and the decimal digits of `echo_output_code` ask for: one digit 1..4
-// for one packet per block, two for two. A code without sense, or a single echo, gives the
-// default plan.
+// for one packet per block, two for two. Any other code, or a single echo, gives the default plan.
 EchoOutputPlan MakeEchoOutputPlan(int echo_num, int echo_output_code) noexcept;
 
 // Both operations work in place on the pixel rows first_row .. first_row + row_count - 1, as far

@@ -9,14 +9,14 @@
 
 namespace kerul::lidar {
 
-// Closing a frame resets 18 MB of points of which the next frame overwrites nearly all. So the
-// reset is put off: closing only marks every pixel stale, a packet's copy makes its pixels fresh,
-// and a row that is about to be looked at has the rest reset first. To whoever reads a frame
-// through the row passes, the upsampling or the export, this is the same as a reset at the close.
+// Closing a frame would reset 18 MB of points, and the next frame overwrites nearly all of them. So
+// the reset is put off. Closing only marks every pixel stale, and a packet's copy makes its pixels
+// fresh. A row about to be read has its stale pixels reset first. For the row passes, the
+// upsampling and the export this is the same as a reset at the close.
 //
-// The copies also tell which pixel rows can hold an echo 0 with highRefl at all, so that the others
-// need not be searched. Only what is certain counts: a row of which every pixel has come by such a
-// copy since the last MarkAllStale. Any other row can hold one, however its content came there.
+// The copies also show which pixel rows can hold an echo 0 with highRefl; the others need not be
+// searched. A row is ruled out only when every one of its pixels was copied from a packet since the
+// last MarkAllStale. Any other row may hold one.
 class StalePixels {
  public:
   StalePixels() = default;
@@ -47,7 +47,7 @@ class StalePixels {
   int height_ = 0;
   int width_ = 0;
   int words_per_row_ = 0;
-  std::vector<std::uint64_t> words_;  // a bit per pixel, 1 is stale; bits behind the width stay 0
+  std::vector<std::uint64_t> words_;  // a bit per pixel, 1 is stale; bits past the width stay 0
   // By row: a bright pixel was copied, or a pixel did not come by a copy.
   std::vector<std::uint8_t> may_be_bright_;
 };
