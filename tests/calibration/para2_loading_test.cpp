@@ -168,10 +168,10 @@ TEST_F(Para2Loading, ACorruptedCachedBlobEndsTheLoadWithoutAskingTheSensor) {
   SamplePara2 bad = sample_;
   bad.main[1000] ^= 0x10;
   CacheSample(bad);
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   EXPECT_TRUE(LoadError().starts_with("para2 head checksum verify failed (para2_crc stored="));
   EXPECT_EQ(
-      testing::internal::GetCapturedStderr(),
+      ::testing::internal::GetCapturedStderr(),
       "[WARN] the cached calibration cannot be used; to read it from the sensor again, delete " +
           (directory_.path() / kCacheDir).string() + "\n");
   EXPECT_EQ(service_->received_requests(), 1);
@@ -199,13 +199,13 @@ TEST_F(Para2Loading, TheHeadPageAtTheMainRegisterIsDropped) {
 }
 
 TEST_F(Para2Loading, ProgressIsToldEachHundredPages) {
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   Load();
   std::string lines;
   for (const char* pages : {"100", "200", "300", "400", "500", "600"}) {
     lines += std::string("[INFO] para2: ") + pages + " of 661 pages read from the sensor\n";
   }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), lines);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), lines);
 }
 
 // Told 65534 pages, each in its time, a start would last for days.
