@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <random>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -30,13 +31,6 @@ class LiveRun : public IsolatedProcessTest {
     return StartSimulator(more);
   }
 };
-
-// A machine under load loses datagrams, and the node says so.
-std::string WithoutLosses(const std::string& err) {
-  static const std::regex told(
-      "\\[WARN\\] \\[LidarNode\\]\\[QNDR_001_node\\] raw packets lost in .*\n");
-  return std::regex_replace(err, told, "");
-}
 
 // Half of what a street shows: ground and walls almost everywhere, above them the sky.
 bool ShowsTheScene(const CollectedFrame& frame) { return CountReturns(frame) > kPixels / 4; }
@@ -240,7 +234,7 @@ TEST_F(LiveRun, ARemovedRingIsMadeAnewWhileTheNodeRuns) {
   RingTap late;
   ASSERT_NE(late.NextComplete(), nullptr);
   EXPECT_EQ(node->Interrupt(), 0);
-  EXPECT_EQ(node->Err(),
+  EXPECT_EQ(WithoutLosses(node->Err()),
             "[WARN] ring /kerul_lidar_udp_shm: its object was removed, making a new one\n");
 }
 

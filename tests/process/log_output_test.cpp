@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "process_fixture.h"
+#include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -146,8 +146,8 @@ TEST(LogDescriptor, AFileThatIsNotOpenTakesNothing) {
 }
 
 TEST(LogDescriptor, AFileGoesOnWhereItsOtherWritersAre) {
-  const TemporaryDirectory directory;
-  const std::string path = directory.Path() / "log";
+  const TempDir directory;
+  const std::string path = directory.path() / "log";
   const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   const LogDescriptor log(fd);
   ASSERT_EQ(write(fd, "one\n", 4), 4);

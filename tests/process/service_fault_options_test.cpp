@@ -37,7 +37,7 @@ class ServiceFaultOptionsTest : public IsolatedProcessTest {
     const auto sensor = StartSensor(faults);
     const auto node = StartNode();
     EXPECT_EQ(node->WaitForExit(), 1);
-    EXPECT_EQ(node->Err(), error);
+    EXPECT_EQ(WithoutProgress(node->Err()), error);
     EXPECT_EQ(node->Out(), FailedStartLog(""));
     EXPECT_FALSE(std::filesystem::exists(Directory() / "data"));
     std::filesystem::remove("/dev/shm/kerul_lidar_udp_shm");

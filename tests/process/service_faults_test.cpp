@@ -55,12 +55,6 @@ std::string InterruptedStartLog(int interrupts) {
   return FailedStartLog("", lines);
 }
 
-// How far a read came is told in its own tests.
-std::string WithoutProgress(const std::string& err) {
-  static const std::regex progress("\\[INFO\\] para2: [1-6]00 of 661 pages read from the sensor\n");
-  return std::regex_replace(err, progress, "");
-}
-
 class ServiceFaultsTest : public IsolatedProcessTest {
  protected:
   void SetUp() override {

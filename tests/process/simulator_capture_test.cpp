@@ -10,6 +10,7 @@
 
 #include "process_fixture.h"
 #include "ring_tap.h"
+#include "start_log.h"
 
 namespace kerul::lidar::testing {
 namespace {
@@ -103,7 +104,7 @@ TEST_F(SimulatorReplay, RunsOntoTheLoopbackInterfaceIntoTheNode) {
   }
   EXPECT_TRUE(node->WaitFor(Stream::kOut, ", received_count:6912\n"));
   EXPECT_EQ(node->Interrupt(), 0);
-  EXPECT_EQ(node->Err(), "");
+  EXPECT_EQ(WithoutLosses(node->Err()), "");
 }
 
 }  // namespace

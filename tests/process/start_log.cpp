@@ -63,6 +63,11 @@ std::string ProgressLines() {
   return lines;
 }
 
+std::string WithoutProgress(const std::string& err) {
+  static const std::regex progress("\\[INFO\\] para2: [1-6]00 of 661 pages read from the sensor\n");
+  return std::regex_replace(err, progress, "");
+}
+
 std::string LoadedLines(const std::string& label, const std::string& lidar_id) {
   std::string log;
   if (label == "local_cache") {
@@ -78,6 +83,12 @@ std::string LoadedLines(const std::string& label, const std::string& lidar_id) {
   if (label == "online")
     log += kDefaultNode.Green("para_read cache saved (data/" + lidar_id + "/para_read/)");
   return log + kDefaultNode.OfCalibration(label);
+}
+
+std::string WithoutLosses(const std::string& err) {
+  static const std::regex told(
+      "\\[WARN\\] \\[LidarNode\\]\\[QNDR_001_node\\] raw packets lost in .*\n");
+  return std::regex_replace(err, told, "");
 }
 
 }  // namespace kerul::lidar::testing

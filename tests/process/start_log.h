@@ -27,6 +27,8 @@ inline std::string StartLog(const std::string& cali_path, const std::string& lab
 
 // What a start that reads the sensor's 661 pages says on standard error.
 std::string ProgressLines();
+// Standard error without them.
+std::string WithoutProgress(const std::string& err);
 
 // What a node prints when it goes, whether its start failed or it was interrupted.
 inline const std::string kClosingLines = "SocketSource::Close()\nSource::Close()\n";
@@ -39,5 +41,8 @@ inline std::string FailedStartLog(const std::string& cali_path, const std::strin
 // The log without the lines of closed frames. These come whenever a frame ends: an interrupt's line
 // and the closing lines may have one between them, or some, or none.
 std::string WithoutFrameLines(const std::string& log);
+
+// Standard error without what a node says of lost packets: a machine under load loses some.
+std::string WithoutLosses(const std::string& err);
 
 }  // namespace kerul::lidar::testing
