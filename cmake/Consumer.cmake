@@ -1,5 +1,5 @@
 # What a consumer links: kerul_lidar_client and below it two small libraries that the node links too.
-# Nothing here links the node. Headers have one path in the tree and installed, <kerul_lidar/...>;
+# Nothing of it links the node. Headers have one path in the tree and installed, <kerul_lidar/...>;
 # those that stand in src/ have a header of one line in client/include that leads to them, and are
 # installed in its place (Install.cmake).
 set(common_sources)
@@ -39,8 +39,8 @@ endforeach()
 # Headers of src/ take the place of those that lead to them in the tree.
 set(kerul_public_headers
     MIPI_reader/parser/point_packet_layout.h calibration/angle_calib.h config/transform_param.h
-    files/regular_file.h output/bus_error_guard.h
-    output/shm_layout.h output/shm_region.h output/shm_words.h)
+    files/regular_file.h output/bus_error_guard.h output/shm_layout.h output/shm_region.h
+    output/shm_words.h)
 list(TRANSFORM kerul_public_headers PREPEND "${CMAKE_SOURCE_DIR}/src/")
 file(GLOB client_headers CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/client/include/kerul_lidar/*.h")
 foreach(header IN LISTS kerul_public_headers)

@@ -1,6 +1,7 @@
 #include "kerul_lidar/frame_stream.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <functional>
@@ -231,6 +232,19 @@ TEST(FrameStream, StrangersWhoNeverStopDoNotHoldACallerWhoDoesNotWait) {
   EXPECT_EQ(stream.Next(kNow), nullptr);
   EXPECT_LT(stream.Counts().invalid, 8000U);
   EXPECT_GT(stream.Counts().invalid, 3456U) << "a frame that stands ready is not cut in two";
+}
+
+TEST(FrameStream, ARingThatIsMadeShorterIsOutlivedWhereAskedFor) {
+  Ring ring;
+  FrameStream stream(ring.Name(), RingStart::kOldest);
+  stream.SurviveShortening();
+  ring.Write({.id = 7});
+  ASSERT_NE(stream.Next(kNow), nullptr);
+  ASSERT_EQ(truncate(("/dev/shm" + ring.Name()).c_str(), 0), 0);
+  EXPECT_EQ(stream.Next(milliseconds(50)), nullptr);
+  ring.Restart();
+  ring.Write({.id = 0});
+  EXPECT_NE(stream.Next(kLong), nullptr);
 }
 
 // --- UDP ---

@@ -56,6 +56,10 @@ class FrameStream {
   // Valid until the next call.
   const Frame* Next(std::chrono::milliseconds timeout);
 
+  // Lets the process outlive that somebody makes the ring's object shorter. A SIGBUS handler does
+  // it, so a program has to ask (shm_ring_reader.h); after OpenUdp it means nothing.
+  void SurviveShortening() noexcept { input_->SurviveShortening(); }
+
   const FrameStreamCounts& Counts() const noexcept { return counts_; }
   const std::string& Error() const noexcept { return error_; }
   // What is being read, and whether it is there; for messages.

@@ -8,7 +8,6 @@
 #include "client/plain_angle_record.h"
 #include "lidar_view/default_angle_record.h"
 #include "sensor_simulator/camera_model.h"
-#include "support/temp_dir.h"
 #include "tools/lidar_view/sample_frame.h"
 
 namespace kerul::lidar::view {
