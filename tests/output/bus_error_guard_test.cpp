@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -131,6 +132,23 @@ TEST(BusErrorGuardDeathTest, ASentSignalStillEndsTheProcess) {
       {
         kill(getpid(), SIGBUS);
         pause();
+      },
+      EndsBadly, "");
+}
+
+// The address in a sent signal is the sender's word.
+TEST(BusErrorGuardDeathTest, ASentSignalWithAGuardedAddressEndsTheProcessToo) {
+  const Mapping mapping;
+  BusErrorGuard guard;
+  ASSERT_TRUE(guard.Watch(mapping.Begin(), kBytes));
+  siginfo_t info{};
+  info.si_signo = SIGBUS;
+  info.si_code = SI_QUEUE;
+  info.si_addr = mapping.Begin();
+  EXPECT_EXIT(
+      {
+        syscall(SYS_rt_sigqueueinfo, getpid(), SIGBUS, &info);
+        _exit(0);
       },
       EndsBadly, "");
 }

@@ -247,7 +247,9 @@ TEST(ShmRegion, AFifoOfTheNameIsNoRegion) {
   ShmRegion reader(name.c_str(), kBytes);
   EXPECT_FALSE(reader.Open(true, false));
   EXPECT_EQ(reader.OpenError(), EINVAL);
+  CaptureStderr();
   EXPECT_FALSE(reader.Open(false, false));
+  EXPECT_EQ(GetCapturedStderr(), "") << "it lacks no memory";
   EXPECT_EQ(reader.OpenError(), EINVAL);
   EXPECT_TRUE(reader.NamedObjectReplaced(1));
   CaptureStdout();
