@@ -387,16 +387,17 @@ TEST(MergePoints, WithTwoSlotsOnlySourcesWithAReturnMakeTheMeans) {
   const EchoSlots slots(2);
   std::vector<LidarPoint> points = FourAt({100, 100, 100, 100});
   for (std::size_t i = 0; i < 4; ++i) {
-    points[i].pixel_word22 = static_cast<float>(i);
-    points[i].echoes[0].totsum = static_cast<float>(10 * i);
+    // Squares: the mean of some is not that of all.
+    points[i].pixel_word22 = static_cast<float>(i * i);
+    points[i].echoes[0].totsum = static_cast<float>(10 * i * i);
   }
-  EXPECT_EQ(MergePoints(Pointers(points).data(), 4).pixel_word22, 1.5F) << "none has one: all";
+  EXPECT_EQ(MergePoints(Pointers(points).data(), 4).pixel_word22, 3.5F) << "none has one: all";
   points[1].echoes[0].dist_raw = 5.0F;
   points[2].echoes[0].dist_raw = -5.0F;
   points[3].echoes[0].dist_raw = 5.0F;
   const LidarPoint merged = MergePoints(Pointers(points).data(), 4);
-  EXPECT_EQ(merged.pixel_word22, 2.0F);
-  EXPECT_EQ(merged.echoes[0].totsum, 20.0F);
+  EXPECT_EQ(merged.pixel_word22, 5.0F);
+  EXPECT_EQ(merged.echoes[0].totsum, 50.0F);
 }
 
 TEST(MergePoints, ANegativeCentreWrapsToTwelveBits) {
