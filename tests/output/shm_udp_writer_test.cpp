@@ -219,6 +219,17 @@ TEST_F(ShmUdpWriterTest, AClosedWriterCountsAnError) {
   EXPECT_EQ(writer_->WriteErrors(), 1U);
 }
 
+TEST_F(ShmUdpWriterTest, WriteErrorsAreCountedOverALaterOpen) {
+  OpenRing(2);
+  EXPECT_FALSE(writer_->WriteOne(nullptr, 10));
+  CaptureStdout();
+  ASSERT_TRUE(writer_->Open());
+  GetCapturedStdout();
+  EXPECT_EQ(writer_->WriteErrors(), 1U);
+  EXPECT_FALSE(writer_->WriteOne(nullptr, 10));
+  EXPECT_EQ(writer_->WriteErrors(), 2U);
+}
+
 TEST_F(ShmUdpWriterTest, AnOverwrittenVersionRebuildsTheRingAndTheCountGoesOn) {
   OpenRing(4);
   for (std::uint8_t i = 0; i < 6; ++i) ASSERT_TRUE(Write(100, i));
