@@ -72,6 +72,10 @@ int setsockopt(int fd, int level, int option, const void* value, socklen_t size)
     std::memcpy(&*failing.joined, value, sizeof(ip_mreq));
     if (failing.join_succeeds) return 0;
   }
+  if (level == SOL_SOCKET && option == SO_RCVBUF && size == sizeof(int)) {
+    failing.receive_buffer.emplace();
+    std::memcpy(&*failing.receive_buffer, value, sizeof(int));
+  }
   return kerul::lidar::Real<int(int, int, int, const void*, socklen_t)>("setsockopt")(
       fd, level, option, value, size);
 }
@@ -81,6 +85,13 @@ int getsockopt(int fd, int level, int option, void* value, socklen_t* size) noex
   if (level == SOL_SOCKET && option == SO_RCVBUF && error != 0) return kerul::lidar::Fail(error);
   return kerul::lidar::Real<int(int, int, int, void*, socklen_t*)>("getsockopt")(fd, level, option,
                                                                                  value, size);
+}
+
+ssize_t sendto(int fd, const void* bytes, size_t size, int flags, const sockaddr* to,
+               socklen_t to_size) {
+  FailingCalls::Get().send_flags = flags;
+  return kerul::lidar::Real<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)>(
+      "sendto")(fd, bytes, size, flags, to, to_size);
 }
 
 }  // extern "C"

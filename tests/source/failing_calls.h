@@ -19,7 +19,9 @@ struct FailingCalls {
   int get_receive_buffer = 0;
   // Joining a group succeeds without being passed on: not every machine has a route for it.
   bool join_succeeds = false;
-  std::optional<ip_mreq> joined;  // out: the last request to join
+  std::optional<ip_mreq> joined;      // out: the last request to join
+  std::optional<int> receive_buffer;  // out: the last size asked for, in bytes
+  std::optional<int> send_flags;      // out: of the last sendto
 
   static FailingCalls& Get();
 };

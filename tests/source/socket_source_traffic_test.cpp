@@ -47,6 +47,33 @@ TEST(SocketSourceSending, ReachesTheDestination) {
   EXPECT_EQ(peer.Take(), (Bytes{1, 2}));
 }
 
+TEST(SocketSourceSending, HandsItsFlagsToTheSystemOnBothWays) {
+  const Peer peer;
+  for (const char* const ip : {"127.0.0.1", "127.0.0.255"}) {
+    SocketSource source(peer.Port(), "");
+    source.SetClientIp(ip);
+    const Bytes bytes{1, 2};
+    for (const int flags : {0, int{MSG_DONTWAIT}, MSG_DONTWAIT | MSG_NOSIGNAL}) {
+      FailingCalls::Get().send_flags.reset();
+      EXPECT_EQ(source.Send(bytes.data(), 2, flags), 2);
+      EXPECT_EQ(FailingCalls::Get().send_flags, flags) << ip;
+      EXPECT_EQ(peer.Take(), bytes);
+    }
+  }
+}
+
+TEST(SocketSourceSending, AnEmptyDatagramGoesOutAndLeavesTheSourceOpen) {
+  const Peer peer;
+  SocketSource source(peer.Port(), "");
+  source.SetClientIp("127.0.0.1");
+  const Bytes bytes{5};
+  EXPECT_EQ(source.Send(bytes.data(), 0, 0), 0);
+  EXPECT_TRUE(source.IsOpened());
+  EXPECT_TRUE(peer.Take().empty());
+  EXPECT_EQ(source.Send(bytes.data(), 1, 0), 1);
+  EXPECT_EQ(peer.Take(), bytes);
+}
+
 TEST(SocketSourceSending, AnInvalidAddressIsReportedAndLeavesTheSourceOpen) {
   SocketSource source(FreePort(), "");
   source.SetClientIp("somewhere");
@@ -217,6 +244,20 @@ TEST_F(SocketSourceReceiving, AnEmptyDatagramGivesZeroWithoutTheFlag) {
   peer_.SendTo(port_, {});
   EXPECT_EQ(Receive(), 0);
   EXPECT_EQ(packet_.timed_out, 0);
+}
+
+// It is a packet that came: the next one is read without a wait, and there is no -1 between them.
+TEST_F(SocketSourceReceiving, AfterAnEmptyDatagramReadingGoesOnDirectly) {
+  peer_.SendTo(port_, {});
+  peer_.SendTo(port_, {8});
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_FALSE(source_.FoundNothing());
+  EXPECT_EQ(Receive(), 1);
+  EXPECT_EQ(Receive(), -1);  // a direct read of the empty queue
+  peer_.SendTo(port_, {});
+  EXPECT_EQ(Receive(1000000), 0);  // by the wait
+  EXPECT_EQ(packet_.timed_out, 0);
+  EXPECT_EQ(Receive(), -1) << "direct again: a wait would give 0";
 }
 
 TEST_F(SocketSourceReceiving, AnEmptyQueueIsToldFromAFailingCall) {
