@@ -11,7 +11,7 @@
 namespace kerul::lidar {
 namespace {
 
-thread_local FailingCalls* failing_now = nullptr;
+FailingCalls* failing_now = nullptr;
 
 int ErrorOf(int FailingCalls::*call) { return failing_now == nullptr ? 0 : failing_now->*call; }
 
@@ -46,9 +46,11 @@ int fstat(int fd, struct stat* status) noexcept {
   return ::fstatat(fd, "", status, AT_EMPTY_PATH);
 }
 
-void* mmap(void* at, size_t bytes, int protection, int flags, int fd, off_t offset) noexcept {
-  if (const int error = ErrorOf(&FailingCalls::mmap); error != 0) {
-    errno = error;
+// The thread sanitizer calls it before it can watch anything.
+__attribute__((no_sanitize("thread"))) void* mmap(void* at, size_t bytes, int protection, int flags,
+                                                  int fd, off_t offset) noexcept {
+  if (kerul::lidar::failing_now != nullptr && kerul::lidar::failing_now->mmap != 0) {
+    errno = kerul::lidar::failing_now->mmap;
     return MAP_FAILED;
   }
   // NOLINTNEXTLINE(performance-no-int-to-ptr): the call's own result.

@@ -4,8 +4,7 @@
 
 namespace kerul::lidar {
 
-// An errno for each call that is to fail, 0 to pass it on. While one lives, its thread's calls
-// follow it.
+// An errno for each call that is to fail, 0 to pass it on. While one lives, all calls follow it.
 struct FailingCalls {
   FailingCalls();
   ~FailingCalls();
