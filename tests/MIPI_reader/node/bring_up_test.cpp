@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -239,6 +240,30 @@ TEST(WidthCurvesOfAConfiguration, AreNoneWhenOneIsEmptyAndKeepTheirOrder) {
             "Invalid cogw filter data (expect peak range 0..640)");
 }
 
+TEST(WidthCurvesOfAConfiguration, AreJudgedEachByItself) {
+  std::vector<float> DefaultTables::*const curves[] = {
+      &DefaultTables::cogw_a, &DefaultTables::cogw_b, &DefaultTables::cogw_c};
+  DefaultTables whole;
+  for (const auto curve : curves) (whole.*curve).assign(641, 1.0F);
+  for (const auto curve : curves) {
+    DefaultTables tables = whole;
+    (tables.*curve).clear();
+    EXPECT_EQ(MakeCogwFilter(tables), nullptr);
+    for (const std::size_t size : {640U, 642U}) {
+      tables = whole;
+      (tables.*curve).resize(size);
+      EXPECT_EQ(FailureOf([&] { MakeCogwFilter(tables); }),
+                "Invalid cogw filter data (expect peak range 0..640)");
+    }
+    for (const std::size_t gap : {0U, 640U}) {
+      tables = whole;
+      (tables.*curve)[gap] = std::numeric_limits<float>::quiet_NaN();
+      EXPECT_EQ(FailureOf([&] { MakeCogwFilter(tables); }),
+                "Invalid cogw filter data: missing curve at peak=" + std::to_string(gap));
+    }
+  }
+}
+
 // ---- Calibration objects.
 
 // Every table of the sensor with a value of its own.
@@ -246,7 +271,7 @@ DefaultConfig ConfigWithSensorTables() {
   DefaultConfig config;
   config.calib_enable = true;
   config.high_refl_check.enable = true;
-  config.env_bias = 15.0F;
+  config.env_bias = 16.5F;  // 15 in the compiled-in configuration
   config.tables.dist_curve.assign(512, 1.0F);
   config.tables.dist_curve_high.assign(512, 2.0F);
   config.tables.dist_offset.assign(82944, 3.0F);
@@ -273,7 +298,7 @@ TEST(CalibrationObjectsOfAConfiguration, HoldEachTableInItsPlace) {
   EXPECT_TRUE(objects.retro->high_refl_check.enable);
   EXPECT_EQ(objects.env->env_cogh.at(9), 6.0F);
   EXPECT_EQ(objects.env->env_cogh_high.at(9), 7.0F);
-  EXPECT_EQ(objects.env->bias, 15.0F);
+  EXPECT_EQ(objects.env->bias, 16.5F);
   EXPECT_EQ(objects.high_threshold_map->cogh_in.at(1), 8.0F);
   EXPECT_EQ(objects.high_threshold_map->cogh_out.at(1), 9.0F);
   EXPECT_TRUE(objects.high_refl_check->enable);
@@ -322,16 +347,31 @@ TEST(CalibrationObjectsOfAConfiguration, ATableOfTheWrongSizeFails) {
   const char* const dist = "Invalid dist calib data (expect curve=512, offset=288*288)";
   const char* const retro = "Invalid retro calib data (expect curve=512, scale=288*288)";
   const char* const map = "Invalid high-threshold cogh mapping data";
+  const char* const cogt = "Invalid env cogt calib data (expect size 4)";
   const Case cases[] = {
-      {&DefaultTables::dist_curve, 511, dist},
       {&DefaultTables::dist_curve, 0, dist},
+      {&DefaultTables::dist_curve, 511, dist},
+      {&DefaultTables::dist_curve, 513, dist},
+      {&DefaultTables::dist_offset, 0, dist},
+      {&DefaultTables::dist_offset, 82943, dist},
       {&DefaultTables::dist_offset, 82945, dist},
+      {&DefaultTables::dist_curve_high, 1, "Invalid dist curve high vector (expect 512, got 1)"},
+      {&DefaultTables::dist_curve_high, 511,
+       "Invalid dist curve high vector (expect 512, got 511)"},
       {&DefaultTables::dist_curve_high, 513,
        "Invalid dist curve high vector (expect 512, got 513)"},
+      {&DefaultTables::retro_curve, 0, retro},
+      {&DefaultTables::retro_curve, 511, retro},
       {&DefaultTables::retro_curve, 513, retro},
+      {&DefaultTables::retro_scale, 0, retro},
       {&DefaultTables::retro_scale, 82943, retro},
-      {&DefaultTables::env_cogt, 3, "Invalid env cogt calib data (expect size 4)"},
+      {&DefaultTables::retro_scale, 82945, retro},
+      {&DefaultTables::env_cogt, 1, cogt},
+      {&DefaultTables::env_cogt, 3, cogt},
+      {&DefaultTables::env_cogt, 5, cogt},
       {&DefaultTables::high_threshold_cogh_in, 1, map},
+      {&DefaultTables::high_threshold_cogh_in, 3, map},
+      {&DefaultTables::high_threshold_cogh_out, 1, map},
       {&DefaultTables::high_threshold_cogh_out, 3, map},
   };
   for (const Case& wrong : cases) {
@@ -339,6 +379,14 @@ TEST(CalibrationObjectsOfAConfiguration, ATableOfTheWrongSizeFails) {
     (config.tables.*wrong.table).resize(wrong.size);
     EXPECT_EQ(SilentFailureOf([&] { Make(config); }), wrong.error) << wrong.size;
   }
+}
+
+TEST(CalibrationObjectsOfAConfiguration, AHighThresholdMapOfOneEntryFailsAndOneOfTwoServes) {
+  DefaultConfig config = ConfigWithSensorTables();
+  EXPECT_NE(Make(config).high_threshold_map, nullptr);
+  config.tables.high_threshold_cogh_in.resize(1);
+  config.tables.high_threshold_cogh_out.resize(1);
+  EXPECT_EQ(FailureOf([&] { Make(config); }), "Invalid high-threshold cogh mapping data");
 }
 
 TEST(CalibrationObjectsOfAConfiguration, AnEmptyOptionalTableSwitchesItsStepOff) {

@@ -113,6 +113,36 @@ TEST_F(CalibrationAssembly, AnAngleTableThatServesIsReportedWithItsShape) {
   ExpectStart(kANode.Green("angle calib load succssed (default_tables, shape=3x216x288)") + kRetro +
               kANode.OfTables());
   EXPECT_TRUE(Access().angle_grid().valid);
+  const AngleCalibGrid& parsers = Access().parser().angle_grid;
+  EXPECT_TRUE(parsers.valid);
+  EXPECT_EQ(parsers.rows, 216);
+  EXPECT_EQ(parsers.cols, 288);
+  EXPECT_EQ(parsers.xyz, Access().angle_grid().xyz);
+  EXPECT_EQ(parsers.unit_xyz, Access().angle_grid().unit_xyz);
+  EXPECT_EQ(parsers.unit_xyz.size(), 3U * 216 * 288);
+}
+
+TEST_F(CalibrationAssembly, FromTablesTheSettingsOfTheSensorsCalibrationHaveNoEffect) {
+  config_.lidar_ip = "no address";
+  config_.rcx_port = -1;
+  config_.iic_device = 0x7F;
+  config_.tile_pixels = 0;
+  config_.tile_columns = 0;
+  config_.force_read_from_lidar = true;
+  StartNode(config_, "no/such/directory");
+  EXPECT_EQ(NodeLines(start_log_), OpeningNodeLines(config_) + kRetro + kANode.OfTables());
+}
+
+// What a default start tells in red although nothing is wrong: it has no such table.
+TEST_F(CalibrationAssembly, EveryDefaultStartHasOneRedLine) {
+  StartNode(config_);
+  const std::string red =
+      "\033[31m[LidarNode][A_node] env cogt load failed (default_tables empty), cogt compensation "
+      "disabled\033[0m\n";
+  const std::size_t at = start_log_.find("\033[31m");
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(start_log_.substr(at, red.size()), red);
+  EXPECT_EQ(start_log_.find("\033[31m", at + 1), std::string::npos);
 }
 
 TEST_F(CalibrationAssembly, AGapInAWidthCurveFailsTheStartWithItsIndex) {
@@ -129,12 +159,14 @@ TEST_F(CalibrationAssembly, AWidthCurveOfTheWrongSizeFailsTheStart) {
 
 TEST_F(CalibrationAssembly, RangeCompensationParametersAreTaken) {
   config_.tables.env_cogt = {1.0F, 2.0F, 3.0F, 4.0F};
+  config_.env_bias = 7.5F;
   StartNode(config_);
   EXPECT_TRUE(Logged(kANode.Green("env high load succssed (default_tables)") +
-                     kANode.Green("env cogt load succssed (default_tables), bias=15") +
+                     kANode.Green("env cogt load succssed (default_tables), bias=7.5") +
                      kANode.Green("bloom load succssed (default_tables)")));
   EXPECT_TRUE(Access().env_calib().has_cogt);
   EXPECT_EQ(Access().env_calib().cogt_d, 4.0F);
+  EXPECT_EQ(Access().env_calib().bias, 7.5F);
 }
 
 TEST_F(CalibrationAssembly, RangeCompensationOfTheWrongSizeFailsTheStart) {
