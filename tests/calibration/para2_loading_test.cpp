@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "calibration/recorded_timeouts.h"
 #include "calibration/sample_para2.h"
 #include "calibration/thrown_text.h"
 #include "calibration/wire_peer.h"
@@ -92,6 +93,14 @@ TEST_F(Para2Loading, TheFirstStartReadsTheSensorPageByPageAndFillsTheCache) {
   EXPECT_EQ(FileBytes(kCacheDir + "QNDR_003_para2.bin"), sample_.main);
   EXPECT_EQ(FileBytes(kCacheDir + kAngleFile),
             Bytes(sample_.head.begin() + 20, sample_.head.begin() + 98));
+}
+
+TEST_F(Para2Loading, BothConnectionsWaitASecondInEitherDirection) {
+  RecordedTimeouts timeouts;
+  Load();
+  const std::vector<long> second_each(2, 1000000);  // microseconds, head and main
+  EXPECT_EQ(timeouts.receiving, second_each);
+  EXPECT_EQ(timeouts.sending, second_each);
 }
 
 TEST_F(Para2Loading, TheSecondStartReadsTheHeadAloneAndTakesTheCache) {

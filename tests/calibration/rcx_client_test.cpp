@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "calibration/recorded_timeouts.h"
 #include "calibration/scripted_recv.h"
 #include "calibration/thrown_text.h"
 #include "calibration/wire_peer.h"
@@ -163,6 +164,14 @@ TEST(RcxClientWire, ALengthOfFourGibibytesCostsNoMemory) {
   rusage after{};
   getrusage(RUSAGE_SELF, &after);
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 * 1024);  // KiB
+}
+
+TEST_F(RcxClientAgainstService, TheTimeOutHoldsForBothDirectionsToTheMicrosecond) {
+  RecordedTimeouts timeouts;
+  { const RcxClient client(kLoopback, service_.port(), 2.25); }
+  { const RcxClient client(kLoopback, service_.port(), 0.5); }
+  EXPECT_THAT(timeouts.receiving, ElementsAre(2250000, 500000));
+  EXPECT_THAT(timeouts.sending, ElementsAre(2250000, 500000));
 }
 
 TEST(RcxClientConnect, AHostThatIsNoAddressIsNamed) {
