@@ -1,5 +1,9 @@
 // What a start from the sensor's own calibration logs, line by line from the first to the last, for
 // each source of the calibration and each failure on the way.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -9,6 +13,7 @@
 #include <span>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/command_service.h"
@@ -198,6 +203,71 @@ TEST_F(StartLog, NamesBothOriginsOfAReflectivityFloorThatFits) {
                             kANode.Green("retro_filter load succssed (para2/default_tables)") +
                             kANode.Green("highrefl check enabled")),
             std::string::npos);
+}
+
+// ---- The settings of the sensor's calibration reach its reading, by values that are no defaults.
+
+// Takes one request of 20 bytes and closes.
+class OneRequest {
+ public:
+  OneRequest() : listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    auto* const plain = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(::bind(listener_, plain, size), 0);
+    EXPECT_EQ(::listen(listener_, 1), 0);
+    EXPECT_EQ(::getsockname(listener_, plain, &size), 0);
+    port_ = ntohs(address.sin_port);
+    thread_ = std::thread([this] {
+      const int peer = ::accept(listener_, nullptr, nullptr);
+      bytes_.resize(20);
+      const ssize_t got = ::recv(peer, bytes_.data(), bytes_.size(), MSG_WAITALL);
+      bytes_.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+      ::close(peer);
+    });
+  }
+  ~OneRequest() { ::close(listener_); }
+  OneRequest(const OneRequest&) = delete;
+  OneRequest& operator=(const OneRequest&) = delete;
+
+  int port() const { return port_; }
+  std::vector<std::uint8_t> Bytes() {
+    thread_.join();
+    return bytes_;
+  }
+
+ private:
+  int listener_;
+  int port_ = 0;
+  std::vector<std::uint8_t> bytes_;
+  std::thread thread_;
+};
+
+TEST_F(StartLog, OfASensorThatHangsUpComesAfterARequestToTheDeviceOfTheSettings) {
+  OneRequest sensor;
+  config_.rcx_port = sensor.port();
+  config_.iic_device = 0x157;  // its low byte counts
+  ExpectFailure(kHeadFailed + "RCX read header failed", kLoading);
+  const std::vector<std::uint8_t> request = sensor.Bytes();
+  ASSERT_EQ(request.size(), 20U);
+  EXPECT_EQ(request[12], 0x57);
+}
+
+TEST_F(StartLog, OfTilesOfNoSizeNamesBothSettings) {
+  config_.tile_pixels = 0;
+  config_.tile_columns = 7;
+  ExpectFailure("para2 tile layout invalid: tile_pixels=0 tile_columns=7", kLoading);
+  config_.tile_pixels = 11;
+  config_.tile_columns = 0;
+  ExpectFailure("para2 tile layout invalid: tile_pixels=11 tile_columns=0", kLoading);
+}
+
+TEST_F(StartLog, OfASensorComesWithTheParsersAngleGrid) {
+  StartNode(config_);
+  EXPECT_TRUE(Access().parser().angle_grid.valid);
+  EXPECT_EQ(Access().parser().angle_grid.xyz, Access().angle_grid().xyz);
 }
 
 // ---- Failures: nothing is logged behind the step that failed.
