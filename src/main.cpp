@@ -37,8 +37,7 @@ std::atomic<const kerul::lidar::LogDescriptor*> log_out{nullptr};
 static_assert(std::atomic<const kerul::lidar::LogDescriptor*>::is_always_lock_free,
               "used by a signal handler");
 
-// The text goes out by one write: streams are not async-signal-safe. One that nobody takes is
-// dropped.
+// One write for the text: streams are not async-signal-safe. If nobody reads, the text is dropped.
 void WriteInterruptLine(int signal_number) noexcept {
   constexpr char kHead[] = "Interrupt signal (";
   constexpr char kTail[] = ") received.\n";
@@ -52,8 +51,8 @@ void WriteInterruptLine(int signal_number) noexcept {
   if (log != nullptr) log->Write({line, static_cast<std::size_t>(end - line)}, kLogPatienceMs);
 }
 
-// `nodes` stands still, and the handler may walk it, only while running. Before, main is still
-// filling it; after, process exit takes it apart, and a reference taken then would destroy the node
+// `nodes` does not change, and the handler may walk it, only while running. Before, main is still
+// filling it. After, process exit destroys it, and a reference taken then would destroy the node
 // twice.
 enum class Phase { kStarting, kRunning, kEnding };
 std::atomic<Phase> phase{Phase::kStarting};
@@ -61,8 +60,8 @@ std::atomic<bool> interrupted{false};
 static_assert(std::atomic<Phase>::is_always_lock_free, "used by a signal handler");
 static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
 
-// So that a supervisor starts a node again whose port was taken. An interrupt and run_once end the
-// node as they should: 0.
+// So that a supervisor restarts a node whose port was taken. An interrupt and run_once are proper
+// ends: 0.
 constexpr int kStatusSourceClosed = 3;
 
 void StopNodes() noexcept {

@@ -31,7 +31,7 @@ struct Distortion {
   std::vector<float> theta;
 };
 
-// What of the rotation matrix the projection needs.
+// The part of the rotation matrix that the projection needs.
 struct TiltRotation {
   float m00, m01, m10, m11, m20, m21;
 };
@@ -54,7 +54,7 @@ bool Fail(std::string* error, const char* text) {
 }
 
 // Rotation about an axis in the image plane, perpendicular to the direction of the tilt. m01 and
-// m10 are the same product but for the rounding, and are kept apart.
+// m10 differ by rounding only, and are kept apart.
 TiltRotation RotationOf(float tilt_degrees, float azimuth) {
   const float s = std::sin(tilt_degrees * kRadiansOfDegree);
   const float c = std::cos(tilt_degrees * kRadiansOfDegree);
@@ -100,8 +100,8 @@ Direction DirectionAt(const TiltRotation& m, const Distortion& lens, float r_max
   return {ray.x, -ray.y, -ray.z};
 }
 
-// A direction that stayed all zero becomes (0, 0, 1), one with a broken value (0, 0, 0): the two
-// are kept apart deliberately.
+// An all-zero direction becomes (0, 0, 1), one with a NaN or infinite value (0, 0, 0). The
+// difference is deliberate.
 Direction Normalised(const Direction& raw) {
   if (!std::isfinite(raw.x) || !std::isfinite(raw.y) || !std::isfinite(raw.z)) return {};
   const float n = std::sqrt(raw.x * raw.x + raw.y * raw.y + raw.z * raw.z);

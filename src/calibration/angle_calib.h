@@ -49,7 +49,7 @@ struct AngleCalibGrid {
 bool load_angle_calib_from_dat_bytes(const std::uint8_t* data, std::size_t size,
                                      AngleCalibGrid& grid, std::string* error);
 
-// The computation behind it, in single precision throughout.
+// Its computation alone, in single precision throughout.
 bool gen_angle_xyz_from_dat_record(const QndrAngleDatRecord& record, AngleCalibGrid& grid,
                                    std::string* error);
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint32_t kPolynomial = 0x04C11DB7U;
 
-// Entry b is the register after the eight bits of b went into a zero register.
+// Entry b is the register after a zero register has taken the eight bits of b.
 constexpr std::array<std::uint32_t, 256> MakeCrcTable() {
   std::array<std::uint32_t, 256> table{};
   for (std::uint32_t byte = 0; byte < table.size(); ++byte) {

@@ -67,7 +67,7 @@ void UnpackPara2Main(const std::vector<std::uint8_t>& main, int tile_pixels, int
                      Para2LidarCalib& calib);
 
 // The identifier in the first 20 bytes of `head`; empty when there are fewer. Bytes below 0x20 and
-// zero bytes are kept. A 0xFF in the very first place gives bytes 0 to 7 as they are.
+// zero bytes are kept. When the very first byte is 0xFF, gives bytes 0 to 7 unchanged.
 std::string ParseLidarId(const std::vector<std::uint8_t>& head);
 
 }  // namespace para2_lidar_detail

@@ -19,8 +19,8 @@ struct Para2LoadOptions {
   std::int32_t tile_columns = 48;       // tiles in a row of tiles
   bool force_read_from_lidar = false;   // never use the cache
   std::string cali_path;                // not empty: load from here, the sensor is not contacted
-  // For all pages of the main blob. The 661 of a valid one take 6610 s when every page needs both
-  // its times of five waits of a second.
+  // For all pages of the main blob. A valid blob has 661 pages. They take 6610 s if each needs all
+  // its waits, twice five of one second.
   std::chrono::milliseconds main_read_limit = std::chrono::hours(2);
 };
 
@@ -34,13 +34,13 @@ struct LoadInterrupted {
   unsigned pages;
 };
 
-// The calibration of the sensor at hand. Without `cali_path` the head page is read from the sensor
-// at every call, to learn which sensor it is; the main blob comes out of the cache
-// data/<id>/para_read/ below the working directory when both of its files exist, otherwise from the
-// sensor, and is then cached. Only a failed read falls back to the cache: data that was read and
-// does not fit its checksums ends the load. Throws std::exception with the reason; for a cache that
-// is refused, a line on standard error names the directory to delete. A read of the pages tells its
-// progress on standard error, has an overall limit, and throws LoadInterrupted when interrupted.
+// The calibration of the connected sensor. Without `cali_path` every call reads the head page from
+// the sensor, to learn which sensor it is. The main blob comes from the cache data/<id>/para_read/
+// below the working directory when both of its files exist, otherwise from the sensor, and is then
+// cached. Only a failed read falls back to the cache: data that was read but does not fit its
+// checksums ends the load. Throws std::exception with the reason; for a cache that is refused, a
+// line on standard error names the directory to delete. A read of the pages prints its progress to
+// standard error, has an overall limit, and throws LoadInterrupted when interrupted.
 Para2LidarCalib LoadPara2Calib(const Para2LoadOptions& options);
 
 // Throws std::runtime_error with the reason when `path` is not a directory to load from.
@@ -57,8 +57,8 @@ std::string ParaReadHeadBinPath(const std::string& id);
 std::string ParaReadMainBinPath(const std::string& id);
 
 // True for an id that names one directory entry: not empty, not "." or "..", without '/' and
-// control characters. Any other would lead the cache out of its place, or steer a terminal that
-// shows its name.
+// control characters. Any other could take the cache out of its directory, or steer a terminal that
+// shows it.
 bool IsSafeLidarId(const std::string& id);
 
 // The id in a head that was read from the sensor; throws when it cannot be parsed or is not safe.
@@ -74,8 +74,8 @@ std::vector<std::uint8_t> ReadFileBytes(const std::string& path);
 void ReadMainOnline(const Para2LoadOptions& options, const std::vector<std::uint8_t>& head,
                     std::vector<std::uint8_t>& main);
 
-// From the cache of sensor `id`. The id in the cached head has to be there; another
-// one than `id` is told on standard error and passed over.
+// From the cache of sensor `id`. The cached head must hold an id. One that differs from `id` gives
+// a warning on standard error and nothing else.
 Para2LidarCalib TryLoadFromBinFiles(const Para2LoadOptions& options, const std::string& id,
                                     Para2CalibSource source);
 

@@ -23,7 +23,7 @@ constexpr int kMaxReadBytes = 1024;
 constexpr int kMaxShortLength = 32;  // longer reads take the three-byte length field
 
 // Most that one call of recv may ask for. A response is at most a few kilobytes, so this never
-// splits one; it only keeps a false length from claiming memory before any byte of it has come.
+// splits one; it only keeps a false length from claiming memory before the bytes have come.
 constexpr std::uint64_t kMaxReceivePiece = std::uint64_t{1} << 20U;
 
 std::uint32_t PayloadLength(const std::vector<std::uint8_t>& frame) {
@@ -125,7 +125,7 @@ std::vector<std::uint8_t> RcxClient::SendAndReceive(const std::vector<std::uint8
   if (!ReceiveInto(sock_, frame, PayloadLength(frame))) {
     throw std::runtime_error("RCX read body failed");
   }
-  // Only behind the body, so that the stream stays in step.
+  // Checked after the body, so that the stream stays in step.
   const unsigned return_code = frame[3];
   if (return_code != 0) {
     throw std::runtime_error("RCX return error code=0x" + HexU8(return_code));

@@ -12,9 +12,9 @@ namespace kerul::lidar {
 //   0  magic 0x47 0x74    2  command    3  return code, 0 in a request and on success
 //   4  payload length     8  payload
 //
-// One socket, one request and one response at a time; nothing is retried as a whole. Every failure
+// One socket, one request and one response at a time; no exchange is retried. Every failure
 // throws: std::runtime_error unless an operation says otherwise. After a throw the stream may be
-// out of step, so that the client is of no further use.
+// out of step: do not use the client again.
 class RcxClient {
  public:
   // Connects to `host`, an IPv4 address in dotted form. `timeout_s` (seconds) bounds every single
@@ -28,7 +28,7 @@ class RcxClient {
   static std::string HexU8(unsigned v);
 
   // 'G', 't', the low byte of `cmd`, then the bytes that `hex` spells; blanks and tabs are dropped.
-  // The text has to bring everything behind the command: return code, length and payload.
+  // The text must hold everything after the command: return code, length and payload.
   // std::invalid_argument for an odd number of digits or another character.
   static std::vector<std::uint8_t> BuildPayload(int cmd, const std::string& hex);
 
@@ -48,14 +48,14 @@ namespace rcx_client_detail {
 
 inline constexpr std::size_t kRcxHeaderBytes = 8;
 
-// The request of one register read as text: everything behind the command byte.
+// The request of one register read as text: everything after the command byte.
 std::string IicReadText(std::uint8_t dev, std::uint16_t reg, int len);
 
 // The length has ten digits in the text, the return code among them. std::invalid_argument for
 // anything outside 1..0xFFFFFFFFFF.
 void CheckPrefixLength(std::uint64_t payload_bytes);
 
-// The last `len` bytes of a response's payload; `response` begins with its header. Bytes behind the
+// The last `len` bytes of a response's payload; `response` begins with its header. Bytes past the
 // length that the header states are ignored.
 std::vector<std::uint8_t> TailOfPayload(const std::vector<std::uint8_t>& response, int len);
 

@@ -84,7 +84,7 @@ inline constexpr std::array<EfficiantRow, 6> kCoghEfficiant{
      {50, {2.056F, 2.067F, 1.976F, 1.933F, 1.936F, 1.998F}},
      {99, {2.079F, 2.283F, 2.161F, 1.83F, 1.824F, 2.074F}}}};
 
-// Zero behind these: no pulse with a peak of 17 and above lies below the low curve.
+// Zero after these: no pulse with a peak of 17 and above lies below the low curve.
 inline constexpr std::array<ValueRun, 11> kCogwA{{{4.8F, 1},
                                                   {8.6F, 1},
                                                   {8.0F, 2},
@@ -105,7 +105,7 @@ inline constexpr std::array<CurvePoint, 7> kCogwB{{{0, 7.45395F},
                                                    {320, 5.3549F},
                                                    {640, 4.35357F}}};
 
-// Where the smallest value lies before the end is our choice; the value itself is measured.
+// The place of the smallest value is our choice; the value itself is measured.
 inline constexpr int kCogwCSmallestAt = 544;
 inline constexpr std::array<CurvePoint, 7> kCogwC{{{0, 3.82526F},
                                                    {8, 3.7491F},

@@ -21,7 +21,7 @@ std::vector<float> HighThresholdHeights() {
   return heights;
 }
 
-// Spread over positions, so that the two missing heights leave no double step behind.
+// Spread over positions, so that the two missing heights leave no double step.
 std::vector<float> HighThresholdOutput() {
   std::vector<CurvePoint> points;
   for (CurvePoint point : data::kHighThresholdPairs) {

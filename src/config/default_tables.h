@@ -6,9 +6,9 @@
 
 namespace kerul::lidar {
 
-// Curves for all sensors, and places for those that differ from sensor to sensor, which are empty
-// in the default build because they come from the sensor itself. Lengths are what MakeConfig fills
-// in; "when set" is what bring-up then requires.
+// Curves for all sensors, and places for those that differ from sensor to sensor. The latter are
+// empty in the default build, because they come from the sensor itself. Lengths are what MakeConfig
+// fills in; "when set" is what bring-up then requires.
 struct DefaultTables {
   std::vector<float> shot_times;  // 48: laser shots by group_id (miniflash row)
   std::vector<float>
@@ -35,7 +35,7 @@ struct DefaultTables {
   std::vector<std::uint8_t> angle_dat;    // 0, 78 when set: one camera model record
 };
 
-// The default build's tables: known values as they stand, curves through their known points
+// The default build's tables: known values unchanged, curves through their known points
 // (table_curves.h), sensor-specific tables empty. Depends on constant expressions alone, so it may
 // run during static initialisation.
 DefaultTables MakeDefaultTables();

@@ -16,7 +16,7 @@ struct HighReflBand {
 struct HighReflCheck {
   bool enable = false;
 
-  // Rule A: a strong near echo 0 with a weaker echo 1 at a gap behind it.
+  // Rule A: a strong near echo 0 with a weaker echo 1 some gap beyond it.
   bool rule_a_enable = false;
   float rule_a_height = 0.0F;  // h0 must exceed this
   HighReflBand rule_a_range;   // d0
@@ -67,7 +67,7 @@ struct HighReflCheck {
   bool rule_c_spare_5_on = false;
   float rule_c_spare = 0.0F;
 
-  // Rule D: an after-pulse close behind a fairly strong echo 0.
+  // Rule D: an after-pulse just beyond a fairly strong echo 0.
   bool rule_d_enable = false;
   float rule_d_height = 0.0F;
   HighReflBand rule_d_spare_1;

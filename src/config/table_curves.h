@@ -19,10 +19,10 @@ struct ValueRun {
 };
 
 // Table of `length` entries on a piecewise cubic through `points` (at least two, index strictly
-// ascending from 0, last index length - 1 or below). Every point is hit exactly. The curve has a
-// continuous slope, is monotone between neighbouring points and flat at a point that lies higher or
-// lower than both its neighbours, so it never overshoots and two equal points make a plateau.
-// Entries behind the last point keep its value.
+// ascending from 0, last index length - 1 or below). Every point is hit exactly. The slope is
+// continuous. The curve is monotone between neighbouring points, and flat at a point that lies
+// higher or lower than both its neighbours. So it never overshoots, and two equal points make a
+// plateau. Entries after the last point keep its value.
 std::vector<float> FillCurve(std::span<const CurvePoint> points, int length);
 
 // Whole numbers through `points` (whole values that never fall, index strictly ascending from 0),
@@ -30,7 +30,7 @@ std::vector<float> FillCurve(std::span<const CurvePoint> points, int length);
 // a span that rises by at most 1 an entry has steps of 0 and 1 only. Ends at the last point.
 std::vector<float> SpreadWholeSteps(std::span<const CurvePoint> points);
 
-// The runs one behind the other.
+// The runs one after another.
 std::vector<float> ExpandRuns(std::span<const ValueRun> runs);
 
 }  // namespace kerul::lidar

@@ -15,7 +15,7 @@ struct TransformParam {
   double rotation[9] = {1.0, 0.0, 0.0, 0.0, 1.0, 0.0, -0.0, 0.0, 1.0};
 };
 
-// Computes `rotation` afresh from the three angles: sines and cosines in double, rounded to float,
+// Computes `rotation` from the three angles: sines and cosines in double, rounded to float,
 // products in float, stored as double.
 void ComputeRotation(TransformParam& transform) noexcept;
 

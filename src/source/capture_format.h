@@ -1,4 +1,4 @@
-// What kind of capture a file is, for those who wonder why nothing of it is read.
+// What kind of capture a file is, to explain why nothing of it is read.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 
 namespace kerul::lidar {
 
-// What stands against reading a capture that begins with `header`, as half a sentence: the format
-// of its file or the link type of its frames. Empty for a little-endian classic capture of Ethernet
-// frames with microseconds, and for a file that is no capture at all. Shorter than 24 bytes, a
-// header tells no link type.
+// Why a capture that begins with `header` cannot be read, as half a sentence: the format of its
+// file or the link type of its frames. Empty for a little-endian classic capture of Ethernet frames
+// with microseconds, and for a file that is no capture at all. A header shorter than 24 bytes holds
+// no link type.
 std::string CaptureFormatNote(std::span<const std::uint8_t> header);
 
 }  // namespace kerul::lidar

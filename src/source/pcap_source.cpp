@@ -17,11 +17,11 @@ struct PcapSource::Reader {
   std::uint64_t position = 0;  // next byte of `data` to read
   std::vector<std::uint8_t> data;
 
-  // 0 also when the position was set behind the end.
+  // 0 also when the position was set past the end.
   std::uint64_t Remaining() const { return position > data.size() ? 0 : data.size() - position; }
 };
 
-// Where a frame of one kind has what is needed of it, from the start of the frame.
+// Where a frame of one kind holds the fields needed, from the start of the frame.
 struct PcapSource::FrameLayout {
   std::size_t protocol_at;
   int headers_bytes;         // the UDP payload's length is what the frame has beyond these
@@ -132,7 +132,7 @@ int PcapSource::Receive(UdpPacket& packet, std::uint16_t /*length*/, int /*flags
   std::memcpy(&record_header_, reader.data.data() + reader.position, sizeof record_header_);
   reader.position += sizeof record_header_;
 
-  // Deliberate: after a cut frame the next call reads on right behind the record header.
+  // Deliberate: after a cut frame the next call reads on right after the record header.
   const std::uint32_t frame_length = record_header_.included_length;
   if (frame_length > reader.Remaining()) return -1;
   const std::uint8_t* const frame = reader.data.data() + reader.position;
@@ -157,7 +157,7 @@ int PcapSource::TakeFrame(UdpPacket& packet, int frame_length) {
     case kIpv4:
       return TakeDatagram(packet, frame_length, {27, 46, true});
     case kIpv6:
-      // Deliberate: looks for the protocol where IPv4 has it, and leaves the payload behind.
+      // Deliberate: looks for the protocol where IPv4 has it, and leaves the payload unread.
       return TakeDatagram(packet, frame_length, {27, 66, false});
     default:
       return StoreResult(packet, kNotUdp);

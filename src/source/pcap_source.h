@@ -11,9 +11,9 @@
 namespace kerul::lidar {
 
 // Replays the UDP payloads of a classic capture file (microseconds, little-endian, Ethernet) as
-// fast as they are asked for. The whole file stands in memory while the source is open. Which
-// datagrams are the sensor's is for the caller to find out. Its bytes may be anything: headers are
-// taken to have their usual length, and bytes behind a short frame are those of earlier frames.
+// fast as they are asked for. The whole file stays in memory while the source is open. The caller
+// finds out which datagrams are the sensor's. The bytes may be anything: headers are taken to have
+// their usual length, and after a short frame the buffer holds bytes of earlier frames.
 class PcapSource : public Source {
  public:
   explicit PcapSource(std::string path);
@@ -21,7 +21,7 @@ class PcapSource : public Source {
 
   std::string GetType() override;  // "PCAP"
   // True, or throws std::runtime_error: the file can't be opened, is no regular file, or is no such
-  // capture. Standard error tells a format or link type that is not read. Never waits.
+  // capture. Standard error names a format or link type that cannot be read. Never waits.
   bool Open() override;
   void Close() override;
   // False from the end of the file on, until Rewind.

@@ -20,8 +20,8 @@ class SocketSource : public Source {
 
   std::string GetType() override;  // "UDP"
   // A non-blocking socket bound to the port on every interface, with the largest receive buffer
-  // that the kernel grants. Closes a descriptor of before. False: no socket, the port is taken, or
-  // an option failed; in the last case the socket stays and IsOpened says yes.
+  // that the kernel grants. Closes an earlier descriptor first. False: no socket, the port is
+  // taken, or an option failed; in the last case the socket stays and IsOpened is true.
   bool Open() override;
   void Close() override;  // also forgets port and destination
   bool IsOpened() override;
@@ -33,8 +33,8 @@ class SocketSource : public Source {
   void OpenToSendAgain(std::uint16_t port);
   // A failing send closes the source; from then on sending to one host takes a second and gives -1.
   int Send(const std::uint8_t* buffer, std::uint16_t length, int flags) override;
-  // Opens a source that is closed. Reads directly until nothing is there (-1), from then on waits
-  // first (0 and packet.timed_out when the wait ends with nothing), until something came.
+  // Opens a source that is closed. Reads without a wait until nothing is there (-1). From then on
+  // waits first, until something comes; 0 and packet.timed_out when a wait ends with nothing.
   int Receive(UdpPacket& packet, std::uint16_t length, int flags, int timeout_us) override;
   // The -1 of the last Receive is an empty queue, not a call that failed.
   bool FoundNothing() const noexcept { return found_nothing_; }

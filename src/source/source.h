@@ -8,7 +8,7 @@
 
 namespace kerul::lidar {
 
-// Everything that gives packets. The order of the virtual operations is part of the interface.
+// Any origin of packets. The order of the virtual operations is part of the interface.
 class Source {
  public:
   virtual std::string GetType();  // "NONE"
