@@ -17,11 +17,11 @@ constexpr auto kLookInterval = std::chrono::milliseconds(20);
 constexpr auto kFirstSleep = std::chrono::microseconds(50);
 constexpr auto kLongestSleep = std::chrono::microseconds(1000);
 constexpr std::uint32_t kPacketsPerClock = 1024;
-// Tries to catch the writer between two packets. It moves on once per packet, so that a few tries
-// are enough even in a ring of two slots.
+// Tries to catch the writer between two packets. It moves on once per packet, so a few tries are
+// enough even in a ring of two slots.
 constexpr int kHeadTries = 8;
-// An overtaken reader goes on this share of the ring ahead of the oldest packet, or it would be
-// overtaken again at once.
+// An overtaken reader skips to this share of the ring ahead of the oldest packet. Otherwise it
+// would be overtaken again at once.
 constexpr std::uint32_t kSkipShare = 8;
 
 // a - b in the ring of 32-bit numbers: above 0 when a is the newer one.
@@ -67,7 +67,7 @@ bool ShmRingReader::TryNext(ReceivedPacket& packet) {
   return false;
 }
 
-// Nothing more stands in the attached ring: goes over to the one that has replaced it, if any.
+// The attached ring holds nothing more: moves to the one that has replaced it, if any.
 bool ShmRingReader::ReadOn(ReceivedPacket& packet) {
   until_clock_ = 0;  // idle, so the next call looks at the clock
   if (region_->PagesLost()) {
@@ -141,14 +141,14 @@ void ShmRingReader::GiveUpShortened() {
   region_.reset();
 }
 
-// Finds the number to begin with. False while the header is not sound: the writer may be at work on
-// it, and a place taken from a wrong head could lie beyond everything that will ever be written.
+// Finds the number to begin with. False while the header is not sound: the writer may be working on
+// it, and a wrong head could give a place beyond everything that will ever be written.
 bool ShmRingReader::FindPlace() {
   const std::uint8_t* data = region_->Data();
   shape_ = LoadShape(data);
   if (!ShapeFits(shape_, region_->Size())) return false;
-  // Boot id before head, here and in RefreshHead: the writer takes the head back before it changes
-  // the boot id, so a head that goes with the new id is never one of the old count.
+  // Boot id before head, here and in RefreshHead: the writer resets the head before it changes the
+  // boot id, so a head read after the new id is never one of the old count.
   boot_id_ = LoadWord(data + kBootIdOffset, std::memory_order_acquire);
   head_ = LoadWord(data + kHeadSeqOffset, std::memory_order_acquire);
   if (head_ != 0 && !ConfirmedHead(head_)) return false;
@@ -159,7 +159,7 @@ bool ShmRingReader::FindPlace() {
   return true;
 }
 
-// Marks the end of the attached ring when the name leads to another object by now.
+// Marks the end of the attached ring when the name now leads to another object.
 void ShmRingReader::LookAtName() {
   if (ring_replaced_ || !region_->NamedObjectReplaced(token_)) return;
   ring_replaced_ = true;
@@ -190,8 +190,8 @@ bool ShmRingReader::RefreshHead() {
   return true;
 }
 
-// The writer's count goes on when it rebuilds a ring whose header was overwritten, and what the
-// slots held is gone; the slots show that themselves.
+// A writer that rebuilds a ring with an overwritten header goes on counting. The slots' content is
+// gone, and the slots themselves show that.
 void ShmRingReader::AdoptBootId(std::uint32_t boot_id) {
   boot_id_ = boot_id;
   restart_possible_ = true;
@@ -249,20 +249,20 @@ ShmRingReader::Take ShmRingReader::TakeSlot(ReceivedPacket& packet) {
   return Take::kTaken;
 }
 
-// The slot of next_ holds something else although the head seemed to have passed. Only a confirmed
-// head tells that next_ is gone: the slot's own number could be anything if the header has been
-// tampered with.
+// The slot of next_ holds something else although the head seemed to have passed it. Only a
+// confirmed head proves that next_ is gone: after tampering with the header, the slot's own number
+// could be anything.
 ShmRingReader::Take ShmRingReader::MissingPacket() {
   std::uint32_t newest = 0;
   if (!ConfirmedHead(newest) || Distance(newest, next_) < 0) {
     head_ = next_ - 1;  // nothing shows that next_ has been written
     return Take::kNothing;
   }
-  // It has been written; it may have been so after the slot was looked at.
+  // It has been written, perhaps after the slot was looked at.
   if (SlotNumber(next_) == next_) return Take::kLookAgain;
   const std::uint32_t oldest = newest - shape_.slots + 1;
   const std::uint32_t margin = std::max(shape_.slots / kSkipShare, 1U);
-  const std::uint32_t ahead = oldest + margin;  // newest at most: there are two slots or more
+  const std::uint32_t ahead = oldest + margin;  // at most the newest: there are two slots or more
   SkipTo(Distance(ahead, next_ + 1) > 0 ? ahead : next_ + 1);
   return Take::kLost;
 }

@@ -71,7 +71,7 @@ bool UdpPointReceiver::Receive(ReceivedPacket& packet, std::chrono::milliseconds
   if (fd_ < 0) return false;
   const Clock::time_point deadline = Clock::now() + timeout;
   for (;;) {
-    // MSG_TRUNC makes the result the datagram's own length, also where it did not fit.
+    // MSG_TRUNC makes the result the datagram's own length, even if it did not fit.
     const ssize_t length = recv(fd_, packet.bytes, kReceivedPacketRoom, MSG_DONTWAIT | MSG_TRUNC);
     if (length > 0 && length <= ssize_t{kReceivedPacketRoom}) {
       packet.number = 0;

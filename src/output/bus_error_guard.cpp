@@ -54,7 +54,7 @@ void PassOn(int number, siginfo_t* info, void* context) {
     handler_before.sa_handler(number);
     return;
   }
-  // A fault comes again on return, and a sent signal is raised again: both end the process.
+  // A fault recurs on return, and a sent signal is raised again: both end the process.
   std::signal(number, SIG_DFL);
   if (sent) std::raise(number);
 }

@@ -21,7 +21,8 @@ bool LockAsWriter(int fd) noexcept {
   return fcntl(fd, F_OFD_SETLK, &lock) == 0;
 }
 
-// Asks for a reader's lock: only a writer's stands in its way, so no reader can feign a writer.
+// Asks for a reader's lock: only a writer's lock conflicts with it, so no reader can pass for a
+// writer.
 bool WriterLives(int fd) noexcept {
   struct flock lock = WholeObject(F_RDLCK);
   return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kDefaultName = "/kerul_lidar_udp_shm";
 constexpr mode_t kObjectMode = 0666;
 
-// Identity of the object behind a descriptor. False when it cannot be told.
+// Identity of the object behind a descriptor. False when it is unknown.
 bool ObjectToken(int fd, std::uint64_t& token) {
   struct stat status {};
   if (fstat(fd, &status) != 0) return false;
@@ -48,12 +48,12 @@ bool RemoveStaleObject(const std::string& name) {
   return false;
 }
 
-// Opens the named object. A FIFO of that name must not hold the caller, so nothing here waits.
+// Opens the named object. A FIFO of that name must not block the caller, so nothing here waits.
 int OpenObject(const std::string& name, int flags) {
   return shm_open(name.c_str(), flags | O_NONBLOCK, kObjectMode);
 }
 
-// Closes and keeps what went wrong. Gives -1.
+// Closes, and sets errno to `error`. Gives -1.
 int CloseFailed(int fd, int error) {
   close(fd);
   errno = error;
@@ -74,8 +74,8 @@ int OpenForReading(const std::string& name, std::uint32_t& size) {
   return fd;
 }
 
-// Gives the object its size and claims the memory for it. Memory that is only promised would end
-// the writer with a bus error at the first page that does not exist. 0 or the error's number.
+// Gives the object its size and claims the memory for it. Without the claim, the first page that
+// does not exist would end the writer with a bus error. 0 or the error's number.
 int ClaimMemory(int fd, std::uint32_t size) {
   if (ftruncate(fd, off_t{size}) != 0) return errno;
   int error = 0;

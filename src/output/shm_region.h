@@ -29,12 +29,12 @@ class ShmRegion {
   bool Open(bool read_only, bool recreate);
   void Close();
   bool IsOpened() const noexcept;
-  // Why the last Open failed, an errno; EINVAL when the object is no region. 0 when it did not.
+  // Why the last Open failed: an errno, EINVAL when the object is no region. 0 after success.
   int OpenError() const noexcept;
-  // Lets the process outlive that the open object is made shorter (see bus_error_guard.h). Ends
-  // with Close.
+  // Keeps the process alive when the open object is made shorter (see bus_error_guard.h). Ends with
+  // Close.
   bool Guard() noexcept;
-  // Whether that has happened: the region is private memory by now.
+  // Whether that has happened: the region is now private memory.
   bool PagesLost() const noexcept;
   std::uint8_t* Data() noexcept;
   const std::uint8_t* Data() const noexcept;
@@ -42,7 +42,7 @@ class ShmRegion {
 
   // Identity of the object now mapped: device number * 2^32 or'ed with the inode number; 0 unknown.
   std::uint64_t AttachToken() const;
-  // True when the name now leads to another object than `token` tells.
+  // True when the name now leads to another object than that of `token`.
   bool NamedObjectReplaced(std::uint64_t token) const;
 
  protected:

@@ -18,8 +18,8 @@ using namespace shm_ring;
 
 namespace {
 
-// Making a ring takes longer than a frame: whoever removes it again and again must not stop the
-// stream. Nor may whoever overwrites its header fill the log.
+// Making a ring takes longer than a frame. So a program that keeps removing it must not stop the
+// stream, and one that keeps overwriting its header must not fill the log.
 constexpr auto kPause = std::chrono::seconds(1);
 
 // The shape of a fresh ring with room for `slots`.
@@ -34,8 +34,8 @@ bool SameRing(const HeaderShape& a, const HeaderShape& b) noexcept {
   return a.slots == b.slots && a.stride == b.stride && a.max_payload == b.max_payload;
 }
 
-// Marks the slot as being written, then empties it. A reader that finds an emptied word finds the
-// mark as well when it looks again.
+// Marks the slot as being written, then empties it. A reader that saw an emptied word also sees the
+// mark when it looks again.
 void ClearSlot(std::uint8_t* slot) noexcept {
   StoreWord(slot, 0, std::memory_order_relaxed);
   FenceBeforeStores();
@@ -44,8 +44,8 @@ void ClearSlot(std::uint8_t* slot) noexcept {
   }
 }
 
-// Asks for as much of the slot as a packet of `length` bytes needs. Many megabytes of other slots
-// were written since its last use: waiting for it would cost more than the copy.
+// Prefetches as much of the slot as a packet of `length` bytes needs. Many megabytes of other slots
+// were written since its last use, and waiting for it would cost more than the copy.
 void PrefetchSlot(const std::uint8_t* slot, std::uint32_t length) noexcept {
   constexpr std::uint32_t kCacheLine = 64;
   for (std::uint32_t i = 0; i < kSlotHeaderBytes + length; i += kCacheLine) {
@@ -61,12 +61,12 @@ void ShmUdpInitRing(std::uint8_t* data, std::uint32_t size) {
   const HeaderShape shape = FreshShape(size >= kSmallestShmRegion ? SlotsIn(size) : 0);
   StoreWord(data, kMagicWord, kRelaxed);
   StoreWord(data + kHeadSeqOffset, 0, kRelaxed);
-  // Whoever finds the new boot id finds the head taken back.
+  // A reader that sees the new boot id must see the head reset.
   StoreWord(data + kBootIdOffset, s_boot_id.fetch_add(1, kRelaxed), std::memory_order_release);
   StoreWord(data + kSlotsOffset, shape.slots, kRelaxed);
   StoreWord(data + kStrideOffset, shape.stride | (std::uint32_t{shape.max_payload} << 16),
             kRelaxed);
-  // Whoever finds a slot emptied must find the new boot id as well.
+  // A reader that sees an emptied slot must see the new boot id as well.
   FenceBeforeStores();
   for (std::uint32_t i = 0; i < shape.slots; ++i) {
     ClearSlot(data + kHeaderBytes + std::size_t{i} * kStride);
@@ -105,10 +105,10 @@ void ShmUdpWriter::Close() {
   ShmRegion::Close();
 }
 
-// Where the name leads that led to the object behind `fd`.
+// Where the name of the object behind `fd` leads now.
 ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const std::string& name, int fd) noexcept {
   struct stat own {};
-  if (fstat(fd, &own) != 0) return NameState::kOurs;  // nothing can be told
+  if (fstat(fd, &own) != 0) return NameState::kOurs;  // nothing is known
   const int named = shm_open(name.c_str(), O_RDONLY | O_NONBLOCK, 0);
   if (named < 0) {
     // A symbolic link or a socket has the name.
@@ -202,9 +202,9 @@ bool ShmUdpWriter::WriteOne(const std::uint8_t* data, std::uint16_t length) {
   std::uint8_t* slot = data_ + SlotOffset(shape, number);
 
   StoreWord(slot, 0, std::memory_order_relaxed);
-  // The mark above must not be overtaken by the stores below: a reader that has copied any of them
-  // would then find the old number unchanged and take a mixture of two packets. Plain stores keep
-  // their order on x86-64, other processors need the fence.
+  // The stores below must not overtake the mark above. A reader that has copied any of them would
+  // find the old number unchanged and accept a mixture of two packets. Plain stores keep their
+  // order on x86-64; other processors need the fence.
   FenceBeforeStores();
   StoreWord(slot + kLengthOffset, 0, std::memory_order_relaxed);
   StoreBytes(slot + kSlotHeaderBytes, data, length);

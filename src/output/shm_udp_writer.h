@@ -17,23 +17,23 @@ class ShmUdpWriter : public ShmRegion {
   ShmUdpWriter(const char* name, std::uint32_t size);
 
   // Replaces the named object by a fresh ring, locks it (see ring_ownership.h) and prints its
-  // shape. A ring whose writer still lives is replaced as well: that is told on standard error, and
-  // the other writer finds it out by Tend.
+  // shape. A ring whose writer still lives is replaced as well, with a warning on standard error;
+  // the other writer notices in Tend.
   bool Open();
   void Close();
   bool IsOpened() const noexcept;
 
   // Publishes one packet of 1..1500 bytes. False counts a write error. A header that something has
-  // overwritten is rebuilt first. No system call, no allocation, no wait, but where the object was
-  // made shorter: then the packet is lost and a fresh ring made as by Tend.
+  // overwritten is rebuilt first. No system call, no allocation, no wait, except after the object
+  // was made shorter: then the packet is lost and a fresh ring is made as by Tend.
   bool WriteOne(const std::uint8_t* data, std::uint16_t length);
 
-  // To be called now and then between two packets, at the end of a frame for example: finds what
-  // would keep readers from seeing what is written, and tells it on standard error.
+  // To be called regularly between two packets, for example at the end of a frame. Finds what would
+  // keep readers from seeing the packets, and reports it on standard error.
   //   object unlinked, replaced or made shorter   a fresh ring is made, at most one a second
-  //   name taken over by a writer that lives      told once; this ring goes on without the name
+  //   name taken over by a living writer          reported once; this ring goes on without the name
   //   header overwritten by another sound shape   the next WriteOne rebuilds the ring; repairs are
-  //                                               told, at most once a second
+  //                                               reported, at most once a second
   // Some system calls, no allocation while all is well.
   void Tend();
 
@@ -54,7 +54,7 @@ class ShmUdpWriter : public ShmRegion {
   void TendHeader();
 
   bool wanted_ = false;      // between Open and Close
-  bool taken_over_ = false;  // another writer has the name, and that was told
+  bool taken_over_ = false;  // another writer has the name, and that was reported
   bool rebuild_ = false;     // by the next WriteOne
   std::uint64_t repairs_ = 0;
   std::uint64_t repairs_told_ = 0;

@@ -46,9 +46,9 @@ inline void StoreWord(std::uint8_t* at, std::uint32_t value, std::memory_order o
   WordAt(at).store(value, order);
 }
 
-// Older loads and stores of this thread come before its younger stores. On x86-64 this only holds
-// the compiler back. The thread sanitizer does not model fences and GCC warns about that; nothing
-// is missed by it, as all words are atomic.
+// Older loads and stores of this thread come before its younger stores. On x86-64 this only
+// restrains the compiler. The thread sanitizer does not model fences, and GCC warns about that. No
+// race is missed, because all words are atomic.
 #if defined(__SANITIZE_THREAD__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wtsan"
@@ -60,8 +60,7 @@ inline void FenceAfterLoads() noexcept { std::atomic_thread_fence(std::memory_or
 #pragma GCC diagnostic pop
 #endif
 
-// The header's shape fields as they stood at one moment each: what a check has passed cannot
-// change under the one who uses it.
+// The header's shape fields, each read once: what a check has passed cannot change before its use.
 struct HeaderShape {
   std::uint32_t magic;
   std::uint32_t slots;
@@ -93,7 +92,7 @@ inline std::size_t SlotOffset(const HeaderShape& shape, std::uint32_t number) no
   return kHeaderBytes + std::size_t{(number - 1) % shape.slots} * shape.stride;
 }
 
-// Copies `length` bytes into a slot word by word. Bytes behind them keep their values.
+// Copies `length` bytes into a slot word by word. The bytes after them keep their values.
 inline void StoreBytes(std::uint8_t* slot_bytes, const std::uint8_t* from,
                        std::uint32_t length) noexcept {
   const std::uint32_t whole = length / kWordBytes * kWordBytes;

@@ -21,8 +21,8 @@ struct FramePoint {
   std::array<std::uint8_t, point_packet::kPayloadBytes> payload{};  // see point_payload.h
 };
 
-// What the packets of one frame have in common. Row passes that run again send packets of the same
-// key; a frame id that comes twice in a row has another sequence base.
+// What the packets of one frame have in common. Rows that are sent again have the same key. When a
+// frame id comes twice in a row, the sequence bases differ.
 struct FrameKey {
   std::uint8_t frame_id = 0;
   std::uint32_t sequence_base = 0;
@@ -38,7 +38,7 @@ struct CollectedFrame {
   // Blocks received, by echo. Pixels of other blocks read as no return.
   std::array<std::bitset<kBlocksPerFrame>, kMaxEchoes> present;
   std::uint32_t packets = 0;            // packets taken, duplicates included
-  std::uint32_t duplicates = 0;         // packets of a block that was there; the later one counts
+  std::uint32_t duplicates = 0;         // packets of a block already there; the later one counts
   std::int64_t first_timestamp_us = 0;  // time stamps of the packets taken first and last
   std::int64_t last_timestamp_us = 0;
   int missing_ids_before = 0;      // frame ids passed over between the frame before and this one

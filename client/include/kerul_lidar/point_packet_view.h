@@ -42,7 +42,7 @@ struct PacketPoint {
   const std::uint8_t* payload;  // 3 bytes, inside the packet
 };
 
-// Looks at the caller's bytes and owns nothing: they must outlive the view and keep still.
+// Looks at the caller's bytes and owns nothing: they must outlive the view and must not change.
 // The accessors need a view whose Parse gave kNone.
 class PointPacketView {
  public:

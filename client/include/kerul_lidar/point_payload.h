@@ -23,7 +23,7 @@ inline constexpr std::uint32_t kPeakAddr = 1U << 12;
 }  // namespace payload_field
 
 // Fields that the mode does not carry are zero. All values were truncated when they were packed;
-// larger ones than their bits hold have lost their upper bits.
+// values too large for their bits have lost their upper bits.
 struct PointPayload {
   std::uint32_t carries = 0;        // payload_field bits
   std::uint8_t reflectivity = 0;    // 0..255
@@ -50,8 +50,7 @@ struct PointPayload {
   bool shot_noise_group = false;  // erased by the shot-noise filter's block rule
 };
 
-// `bytes`: 3 payload bytes of a point. Modes that no bytes are defined for carry peak_addr, as they
-// are published.
+// `bytes`: 3 payload bytes of a point. Modes without a name carry peak_addr, as they are published.
 PointPayload DecodePointPayload(int output_mode, const std::uint8_t* bytes) noexcept;
 
 // The payload_field bits that the mode carries.

@@ -9,7 +9,7 @@ inline constexpr std::uint32_t kReceivedPacketRoom = 1500;  // bytes; a whole nu
 
 struct ReceivedPacket {
   std::uint32_t number;  // the ring's packet number; 0 from a socket
-  std::uint16_t length;  // valid bytes; those behind them are arbitrary
+  std::uint16_t length;  // valid bytes; those after them are arbitrary
   std::uint8_t bytes[kReceivedPacketRoom];
 };
 

@@ -7,8 +7,8 @@
 namespace kerul::lidar {
 
 struct SequenceTracker {
-  std::uint64_t lost = 0;  // numbers that were passed over
-  std::uint64_t late = 0;  // packets below the newest one: repeated, reordered or counted anew
+  std::uint64_t lost = 0;        // numbers that were passed over
+  std::uint64_t late = 0;        // packets below the newest one: repeated, reordered or renumbered
   std::uint64_t begun_anew = 0;  // of the late ones: far from the newest, another sender's count
   std::uint32_t newest = 0;
   bool started = false;

@@ -5,15 +5,15 @@
 // accepted + lost is always the distance covered. A packet is only accepted when its slot held the
 // same number before and after the copy; a torn copy is dropped and counts as lost.
 //
-// The reader outlives the writer: when the ring is rebuilt in place (something had overwritten its
-// header) it goes on in the numbers, and when a restarted writer has replaced the named object it
-// first reads the old one to its end and then begins the new one at packet 1. Rings that came and
-// went between two looks at the name are not seen.
+// The reader outlives the writer. When the ring is rebuilt in place, because something had
+// overwritten its header, the numbers go on. When a restarted writer has replaced the named object,
+// the reader first reads the old one to its end, then begins the new one at packet 1. Rings that
+// came and went between two looks at the name are not seen.
 //
-// The header may be overwritten at any time by anybody. A head number is not believed where it
-// would make the reader skip packets, unless the slot that it points to agrees.
+// The header may be overwritten at any time by anybody. A head number that would make the reader
+// skip packets is not believed unless the slot that it points to agrees.
 //
-// Whoever may write to the ring's object may also make it shorter, and a touch of what is gone ends
+// Whoever may write to the ring's object may also make it shorter. An access to what is gone ends
 // the reader's process with SIGBUS, unless SurviveShortening was called.
 #pragma once
 
@@ -58,9 +58,9 @@ class ShmRingReader {
   // be found up to about a millisecond late.
   bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout);
 
-  // Lets the process outlive that somebody makes the ring's object shorter: the reader gives the
-  // ring up and looks for a new one. It takes a SIGBUS handler to do so, which is the process's
-  // and goes on to the one before for all faults elsewhere; so a program has to ask for it.
+  // Keeps the process alive when somebody makes the ring's object shorter: the reader gives the
+  // ring up and looks for a new one. This installs a SIGBUS handler for the whole process, which
+  // passes faults elsewhere on to the handler before it. So a program has to ask for it.
   void SurviveShortening() noexcept;
 
   bool IsAttached() const noexcept { return region_ != nullptr; }
@@ -103,7 +103,7 @@ class ShmRingReader {
   std::uint32_t final_head_ = 0;  // where a replaced ring is left
   bool survives_shortening_ = false;
   int attach_error_ = 0;           // errno of the last try; 0 untried or attached
-  bool ring_replaced_ = false;     // the name leads to another object by now
+  bool ring_replaced_ = false;     // the name now leads to another object
   bool restart_possible_ = false;  // the boot id changed since the last accepted packet
   bool header_sound_ = true;
   bool followed_before_ = false;   // not the first ring
