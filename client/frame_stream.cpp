@@ -12,8 +12,8 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// Packets that stand ready are taken also after the time is over, so that a caller who never waits
-// gets every frame. More than a frame has: others may send without end.
+// Packets that are ready are taken even after the timeout, so that a caller who never waits gets
+// every frame. At most this many, more than a frame has: others may send without end.
 constexpr int kPacketsAfterTime = 2 * kBlocksPerFrame * kMaxEchoes;
 
 }  // namespace

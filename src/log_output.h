@@ -1,8 +1,8 @@
 // The program's log: standard output and standard error, whose reader may stop reading.
 //
-// A full pipe, a stopped terminal or a hung remote shell makes a plain write wait, and with it
-// whoever logs. Here a line that nobody takes is dropped and counted instead. While the log is
-// read, nothing changes: a line is out, by one write, when the call that ended it returns.
+// A full pipe, a stopped terminal or a hung remote shell makes a plain write wait, and with it the
+// thread that logs. Here a line that nobody reads is dropped and counted instead. While the log is
+// read, nothing changes: the call that ends a line writes it, in one piece, before it returns.
 #pragma once
 
 #include <sys/types.h>
@@ -43,9 +43,9 @@ class LogDescriptor {
   Kind kind_ = Kind::kPlain;
 };
 
-// Passes whole lines on; text without an end of line waits for it or for a flush. Of a line that
-// was taken in part, the rest goes out before anything else. Used by one thread at a time, but for
-// the two atomic members.
+// Passes whole lines on; text without an end of line waits for it or for a flush. The rest of a
+// line that was taken in part goes out before anything else. Used by one thread at a time, except
+// for the two atomic members.
 class LogStream : public std::streambuf {
  public:
   explicit LogStream(int fd) : descriptor_(fd) {}
@@ -75,8 +75,8 @@ class LogStream : public std::streambuf {
   std::atomic<std::uint64_t> dropped_lines_{0};
 };
 
-// Takes the place of the buffers of std::cout and std::cerr. Lines that were dropped are told on
-// standard error, in figures and at most once a second, as soon as it takes a line. Made once and
+// Takes the place of the buffers of std::cout and std::cerr. The number of dropped lines is
+// reported on standard error, at most once a second, as soon as it takes a line. Made once and
 // never destroyed: the process's exit logs too.
 class LogOutput {
  public:
@@ -85,7 +85,7 @@ class LogOutput {
   LogOutput& operator=(const LogOutput&) = delete;
 
   void SetPatience(int wait_ms) noexcept;
-  // Tells what was dropped and not told yet, without regard to the second.
+  // Reports what was dropped since the last report, without regard to the second.
   void Finish() { TellDropped(); }
   // For the interrupt handler.
   const LogDescriptor& Out() const noexcept { return out_.Descriptor(); }

@@ -83,7 +83,7 @@ Para2LidarCalib FallBackToCache(const Para2LoadOptions& options, const std::stri
   }
 }
 
-// Before each page of a read that a slow or hostile sensor could draw out for days.
+// Called before each page: a slow or hostile sensor could draw the read out for days.
 class PageWatch {
  public:
   PageWatch(unsigned pages, std::chrono::milliseconds limit)

@@ -223,8 +223,8 @@ bool SocketSource::AcceptOnlyFrom(const std::string& ip) {
   return true;
 }
 
-// The counter that SO_RXQ_OVFL would attach to each datagram, asked for once a frame instead: the
-// reading of a datagram stays as cheap as it is, and drops show without one that follows them.
+// The counter that SO_RXQ_OVFL would attach to each datagram, read once a frame instead. A receive
+// costs no more, and drops show even if no datagram follows them.
 std::uint64_t SocketSource::KernelDropped() const noexcept {
   std::uint32_t values[SK_MEMINFO_VARS] = {};
   socklen_t size = sizeof values;

@@ -28,8 +28,8 @@ class SocketSource : public Source {
   // Makes this a sending source: the socket of Open is replaced by a plain unbound one. An address
   // that ends in "255" is a broadcast.
   void SetClientIp(const std::string& ip) override;
-  // A new socket for the same destination after a failing send, which has closed the source and
-  // forgotten the port. Asked for by whoever can spare the packets meanwhile.
+  // A new socket for the same destination, after a failing send has closed the source and forgotten
+  // the port. For callers who can lose the packets in between.
   void OpenToSendAgain(std::uint16_t port);
   // A failing send closes the source; from then on sending to one host takes a second and gives -1.
   int Send(const std::uint8_t* buffer, std::uint16_t length, int flags) override;

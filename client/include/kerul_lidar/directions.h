@@ -17,10 +17,10 @@ struct Directions {
   std::vector<std::array<float, 3>> unit;
 };
 
-// From `<calib_dir>/Lidar-*_angle_calib.dat`, or else from the record inside
-// `<calib_dir>/*_head.bin`, or else from the same below `<calib_dir>/para_read`: what the node
-// takes as --cali_path, and what it keeps of a sensor. Where several files match, the first by name
-// is taken. False with the reason in `error`.
+// From `<calib_dir>/Lidar-*_angle_calib.dat`, else from the record inside `<calib_dir>/*_head.bin`,
+// else from the same two below `<calib_dir>/para_read`. So it takes a directory for the node's
+// --cali_path and the node's cache of a sensor. Of several matching files the first by name is
+// taken. False with the reason in `error`.
 bool LoadDirections(const std::string& calib_dir, Directions& directions, std::string& error);
 
 // From the bytes of an angle record, 78 or more. `directions.origin` is the caller's and begins

@@ -1,5 +1,5 @@
-// Counts the frame ids that are passed over from one frame to the next: frames that the sensor sent
-// and nobody published, or that were published and did not come.
+// Counts the frame ids that are passed over from one frame to the next: frames that were not
+// published, or that were published but did not come.
 #pragma once
 
 #include <cstdint>

@@ -6,8 +6,8 @@
 //     if (frame != nullptr) Use(*frame);
 //   }
 //
-// A stream never ends: when the sensor is silent or the node is away, Next gives null at the end of
-// its time, and frames again when they are back, also from a node that was started anew.
+// A stream never ends. While the sensor is silent or the node is away, Next gives null at the end
+// of its timeout. When they are back, it gives frames again, also from a restarted node.
 #pragma once
 
 #include <chrono>

@@ -20,9 +20,9 @@ class PacketInput {
 
   // Waits up to `timeout` for a packet. False when none came, or when a signal ended the wait.
   virtual bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) = 0;
-  // Lets the process outlive a ring that is made shorter (shm_ring_reader.h); nothing by UDP.
+  // Keeps the process alive when a ring is made shorter (shm_ring_reader.h); no effect with UDP.
   virtual void SurviveShortening() noexcept {}
-  // Must be told each sound point packet's sequence number, before Lost and Restarts are asked.
+  // Takes each sound point packet's sequence number, before Lost and Restarts are asked.
   virtual void NoteSequence(std::uint32_t sequence) = 0;
   // Packets that were sent and did not come.
   virtual std::uint64_t Lost() const = 0;
