@@ -1,5 +1,4 @@
-// The five steps that a packet's points go through, each on points that have the steps before it
-// behind them.
+// The five steps that a packet's points go through, each on points after the earlier steps.
 #include <functional>
 #include <memory>
 

@@ -17,7 +17,7 @@ namespace kerul::lidar::bench {
 // Shares of a frame's work that one iteration does.
 inline constexpr double kWholeFrame = 1.0;
 inline constexpr double kOneRow = 1.0 / kMiniflashRows;
-inline constexpr int kBatchPackets = 16;  // their points still are in the first cache
+inline constexpr int kBatchPackets = 16;  // their points are still in the first cache
 inline constexpr int kBatchesPerFrame = kPacketsPerFrame / kBatchPackets;
 inline constexpr double kOneBatch = 1.0 / kBatchesPerFrame;
 inline constexpr int kFramesPerScene = 3;  // inputs vary between iterations
@@ -25,9 +25,9 @@ inline constexpr int kFramesPerScene = 3;  // inputs vary between iterations
 // The scene's frames, made at the first call.
 const std::vector<FramePackets>& FramesOf(const std::string& scene);
 
-// prepare(i) sets up iteration i without being measured; work(i) is measured, in thread time less
-// what reading the clock costs. The counter "frames" tells the reporter how much of a frame an
-// iteration does.
+// prepare(i) sets up iteration i, unmeasured; work(i) is measured, in thread time less the cost of
+// reading the clock. The counter "frames" gives the reporter the share of a frame that an iteration
+// does.
 template <typename Prepare, typename Work>
 void AddKernel(const std::string& name, double frames, int iterations, Prepare prepare, Work work) {
   const auto body = [=](benchmark::State& state) mutable {

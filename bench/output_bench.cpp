@@ -12,7 +12,7 @@ namespace {
 constexpr int kIterations = 4 * kMiniflashRows;
 constexpr int kBlocksPerRow = kBlocksPerFrame / kMiniflashRows;
 
-// The row as the node forwards it: all passes behind it.
+// The row as the node forwards it: after all passes.
 void PrepareRow(BenchNode& node, int i) {
   LidarNodeTestAccess access = node.Access();
   const std::vector<std::vector<Points>>& frames = CalibratedFrames("street", node);

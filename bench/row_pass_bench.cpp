@@ -1,4 +1,4 @@
-// The row passes, each on a row that has the passes before it behind it.
+// The row passes, each on a row after the earlier passes.
 #include <functional>
 #include <memory>
 

@@ -10,7 +10,7 @@ namespace kerul::lidar::bench {
 // Wall-clock ms per frame, entry i of both from the same round, nothing cold.
 struct LiveTimes {
   std::vector<double> in_memory;
-  std::vector<double> live;  // recvfrom included; the time that sending takes is taken off
+  std::vector<double> live;  // recvfrom included, the time of sending subtracted
 };
 // One packet in flight: each is sent when the node asks for it.
 LiveTimes MeasureLive(BothRoads& roads, std::vector<FramePackets>& frames, int rounds);

@@ -14,8 +14,8 @@ struct Options {
   double live_seconds = 5.0;
   bool road_only = false;
   int profile_frames = 0;  // above 0: only run the node over so many frames
-  // Those that are measured, the narrowest first; what is not measured for each set takes the last.
-  // All that the processor has, or the one that was asked for.
+  // Those to measure, the narrowest first; measurements that are not made for each set use the
+  // last. All that the processor has, or the one that was asked for.
   std::vector<InstructionSet> instruction_sets;
 };
 

@@ -110,7 +110,7 @@ void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
   });
   Measure(Stage::kParse, [&] {
     for (std::size_t i = 0; i < kPacketsAtATime; ++i) {
-      // As in the node, the records of the packet before are not cleared.
+      // As in the node, the records of the last packet are not cleared.
       node_.PrefetchPixels(datagrams_[i]);
       node_.parser().ParsePacket(datagrams_[i], points_[i], frame_id_, node_.config().echo_num);
     }

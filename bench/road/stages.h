@@ -29,9 +29,9 @@ std::string_view StageName(int stage);
 
 using StageTimes = std::array<double, kStages>;  // ms of thread time per frame
 
-// Runs one frame through the node's own operations. Packets are worked off sixteen at a
-// time, so that a clock read costs little and the points still are in the first cache; the reads'
-// own cost is taken off. Frames must come with rising frame ids.
+// Runs one frame through the node's own operations. Packets are taken sixteen at a time, so that a
+// clock read costs little and the points are still in the first cache. The reads' own cost is
+// subtracted. Frames must come with rising frame ids.
 class StagedRoad {
  public:
   explicit StagedRoad(BenchNode& node);

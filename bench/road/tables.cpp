@@ -18,7 +18,7 @@ void PrintRow(const std::string& what, const std::vector<double>& values) {
   std::printf("| %s | %.2f | %.2f | %.2f |\n", what.c_str(), spread.min, spread.median, spread.max);
 }
 
-// "median (least - most)", three digits behind the point.
+// "median (least - most)", three digits after the point.
 void PrintCell(const std::vector<double>& values) {
   const Spread spread = SpreadOf(values);
   std::printf(" %.3f (%.3f - %.3f) |", spread.median, spread.min, spread.max);
@@ -191,7 +191,7 @@ void PrintRowWithoutSource() {
   BenchNode node(MakeCalibration());
   StagedRoad staged(node);
   LidarNodeTestAccess access = node.Access();
-  // Of the first frame of all the node does not know yet in which rows nothing bright can be.
+  // In its first frame the node does not know yet which rows can hold nothing bright.
   node.Run(stamp());
 
   std::printf(

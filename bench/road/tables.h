@@ -1,4 +1,4 @@
-// What is measured, as Markdown tables on the standard output. All throw std::runtime_error when
+// The measurements, as Markdown tables on standard output. All throw std::runtime_error when
 // reference and node published different bytes.
 #pragma once
 

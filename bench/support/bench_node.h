@@ -88,8 +88,7 @@ class MemorySource : public Source {
   std::size_t next_ = 0;
 };
 
-// From the first one on, the process's std::cout goes nowhere: the node prints a line for each
-// frame.
+// The first one silences the process's std::cout for good: the node prints a line for each frame.
 class BenchNode {
  public:
   // Default configuration with a ring of its own name. Throws what the node's start throws.
@@ -103,7 +102,7 @@ class BenchNode {
     source_->Play(packets);
     RunLoop();
   }
-  // The same with whatever source stands in the node; it must stop the loop.
+  // The same with the node's current source, which must stop the loop.
   void RunLoop() {
     Access().running() = true;
     node_->Run();
@@ -112,7 +111,7 @@ class BenchNode {
   LidarNodeTestAccess Access() { return LidarNodeTestAccess{*node_}; }
   // The point packets that went into the ring since the last call, oldest first.
   std::vector<PublishedPacket> TakePublished();
-  // Leaves out what went into the ring since; it may be more than the ring holds.
+  // Skips what went into the ring since then; it may be more than the ring holds.
   void SkipPublished() { taken_ = Access().shm_writer().Seq(); }
   // Puts the memory source back after another one.
   void UseMemorySource();

@@ -36,7 +36,7 @@ void CopyRecord(const LidarPoint& from, LidarPoint& to) noexcept {
     const auto bytes = *reinterpret_cast<const Bytes16*>(source + i * sizeof(Bytes16));
     *reinterpret_cast<Bytes16*>(target + i * sizeof(Bytes16)) = bytes;
   }
-  // The last bytes together with some that have been copied already.
+  // The last bytes, together with some already copied.
   const auto bytes = *reinterpret_cast<const Bytes16*>(source + kTail);
   *reinterpret_cast<Bytes16*>(target + kTail) = bytes;
 }
