@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kFocalLengthOffset = offsetof(QndrAngleDatRecord, f);
 constexpr std::size_t kRowsOffset = offsetof(QndrAngleDatRecord, rows);
 // A shorter focal length gives a table of up to ten million entries, a larger grid millions of
-// directions: both are bounded, and cost the fuzzer its time.
+// directions. Both are bounded, but would take up the fuzzer's time.
 constexpr float kShortestFocalLength = 0.5F;
 constexpr unsigned kLargestGrid = 1024;
 

@@ -1,4 +1,4 @@
-// The fuzzer's bytes as a reader takes them: from the front, zeros behind the end.
+// The fuzzer's bytes as a reader takes them: from the front, zeros after the end.
 #pragma once
 
 #include <algorithm>
@@ -10,7 +10,7 @@
 
 namespace kerul::lidar::fuzz {
 
-// What must hold for every input. Ends the program, which the fuzzer takes for a finding.
+// What must hold for every input. Otherwise ends the program, which the fuzzer takes for a finding.
 inline void Require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);

@@ -18,7 +18,7 @@ constexpr std::size_t kGlobalHeaderBytes = 24;
 constexpr std::size_t kRecordHeaderBytes = 16;
 constexpr int kShortestHeaders = 42;
 
-// Reads until the end, or until the reader tells for good that the file is cut.
+// Reads until the end, or until the reader keeps saying that the file is cut.
 void ReadAll(PcapSource& source, std::size_t file_bytes) {
   const std::size_t records = file_bytes / kRecordHeaderBytes + 1;
   UdpPacket packet{};

@@ -14,7 +14,7 @@ constexpr int kPlacesPerSlot = 48;
 constexpr int kSubpackets = 8;
 constexpr int kRuns = 6;
 constexpr int kPixelsPerRun = 72;
-constexpr unsigned kAnyPlace = 0xF0;  // the upper four bits that leave a place as it stands
+constexpr unsigned kAnyPlace = 0xF0;  // the upper four bits that leave a place unchanged
 constexpr int kMaxSteps = 4000;
 
 std::uint8_t* Block(UdpPacket& packet, int block) {
@@ -176,7 +176,7 @@ void DatagramScript::PutRandomPulses(unsigned seed) {
   }
 }
 
-// A datagram is parsed with what an earlier one left behind its end.
+// A datagram is parsed together with what an earlier one left past its end.
 bool DatagramScript::MakeHarmless() {
   constexpr std::uint8_t kStart[] = {0xEE, 0xFF, 7, 11};
   constexpr std::size_t kChannels = raw_packet::kChannelCountOffset;

@@ -1,11 +1,11 @@
 // A stream of datagrams out of few bytes: a template packet that is changed, and sent to one place
-// of the frame after the other.
+// of the frame after another.
 //
-// An input is a list of steps, one byte each with their arguments behind it:
+// An input is a list of steps, one byte each, followed by its arguments:
 //   0  a datagram of the bytes that follow, length in two bytes
 //   1  changes bytes of the template: offset in two bytes, count, bytes
 //   2  the template at a place: miniflash row, slot, run of pixels and subpacket
-//   3  the template at the places that follow, one after the other: count in two bytes
+//   3  the template at the places that follow, one after another: count in two bytes
 //   4  a pulse in one pixel of the template: block and echo, address, height, floor
 //   5  pulses in all pixels of the template: seed in two bytes
 //   6  the template's frame id

@@ -14,7 +14,7 @@ using fuzz::Require;
 
 namespace {
 
-constexpr int kDrawnPixels = 1 << 14;  // larger pictures take the fuzzer's time
+constexpr int kDrawnPixels = 1 << 14;  // larger pictures take up the fuzzer's time
 
 // An accepted file holds its pixels once each, in grid order, and nothing of it is lost.
 void CheckRecords(const ExportFile& file, std::span<const std::uint8_t> bytes) {

@@ -1,4 +1,5 @@
-// Writes what the fuzz programs begin with, from the simulated sensor: one directory per program.
+// Writes the inputs that the fuzz programs start with, from the simulated sensor: one directory per
+// program.
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -65,7 +66,7 @@ Bytes DatagramStep(const RawPacket& packet) {
   return Joined({{0}, Word(packet.size()), Bytes(packet.begin(), packet.end())});
 }
 
-// The packet as the template, for the steps that send it again and again.
+// The packet as the template, for the steps that send it repeatedly.
 Bytes TemplateSteps(const RawPacket& packet) {
   constexpr std::size_t kPiece = 250;
   Bytes steps;

@@ -32,8 +32,8 @@ DefaultConfig NodeConfig() {
   config.echo_output_code = 12;
   config.output_mode = 12;
   config.shm_name = testing::UniqueShmName("fuzz");
-  // More than one datagram can set free: both echoes of the frame that it closes, and of the rows
-  // before its own in the frame that it opens.
+  // Room for more than one datagram can release: both echoes of the frame that it closes, and of
+  // the earlier rows in the frame that it opens.
   config.shm_size = shm_ring::kHeaderBytes + 8192U * shm_ring::kStride;
   return config;
 }
@@ -47,13 +47,13 @@ class Twins {
     const testing::TempDir dir;
     const std::filesystem::path para_read = simulator::WriteBlobs(blobs, dir.path());
     node_ = std::make_unique<LidarNode>("fuzz", config, para_read.string());
-    shm_unlink(config.shm_name.c_str());  // mapped, and nobody else looks for it
+    shm_unlink(config.shm_name.c_str());  // mapped, and nobody else needs the name
     node_->RequestStop();
     node_->JoinWorker();
     fresh_frame_ = Access().frame();
     fresh_ = std::make_unique<reference::Node>(
         config, reference::CalibrationFromPara2(blobs.head, blobs.main, config));
-    // Without an export nobody looks at the doubled frame.
+    // Without an export the doubled frame is not used.
     fresh_->upsampled_frame = LidarFrame();
     reference_ = std::make_unique<reference::Node>(*fresh_);
     Access().source() = std::make_unique<ScriptSource>(*this);
@@ -105,7 +105,7 @@ class Twins {
     if (event == ScriptEvent::kEnd) {
       node_->RequestStop();
       first_ = true;
-      // Foreign and taken by nobody; the loop ends behind it.
+      // A foreign datagram, which the node drops; the loop ends after it.
       packet.buffer[0] = 0;
       return 1;
     }

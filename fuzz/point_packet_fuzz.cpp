@@ -16,7 +16,7 @@ using fuzz::Require;
 namespace {
 
 constexpr int kMaxPackets = 4000;
-constexpr int kMaxFrames = 6;  // beginning one clears its points, which takes its time
+constexpr int kMaxFrames = 6;  // beginning one clears its points, which is slow
 
 void CheckPoints(const PointPacketView& view) {
   Require(view.Block() >= 0 && view.Block() < kBlocksPerFrame, "block in frame");
@@ -68,7 +68,7 @@ class Consumer {
   }
   void End() {
     CheckFrame(collector_.Flush());
-    Require(collector_.Flush() == nullptr, "nothing behind the last frame");
+    Require(collector_.Flush() == nullptr, "nothing after the last frame");
   }
 
  private:

@@ -51,7 +51,7 @@ class Peer {
     answer_.clear();
   }
 
-  // The request's register is in the bytes behind the pass-through's selector and device.
+  // The request's register is in the bytes after the pass-through's selector and device.
   ssize_t Send(const std::uint8_t* request, std::size_t size) {
     if (size >= kSmallestRead) {
       const unsigned reg = request[14] * 256U + request[15];

@@ -1,6 +1,5 @@
-// A fuzz program without libFuzzer: gives it the inputs in the files and directories that are
-// named, each once, in the order of their names. What does not hold ends the process, as in the
-// fuzzer.
+// Runs a fuzz program without libFuzzer: gives it the inputs in the named files and directories,
+// each once, in the order of their names. A failed check ends the process, as in the fuzzer.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

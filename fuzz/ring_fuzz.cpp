@@ -17,13 +17,13 @@ using fuzz::Require;
 
 namespace {
 
-// Five slots, and room behind them that nobody may touch: the region does not fill its last page.
+// Five slots, and room after them that nobody may touch: the region does not fill its last page.
 constexpr std::uint32_t kSlots = 5;
 constexpr std::uint32_t kRegionBytes = shm_ring::kHeaderBytes + kSlots * shm_ring::kStride;
 constexpr std::uint32_t kMappedBytes = (kRegionBytes + 4095) / 4096 * 4096;
 
-// What stands in byte `i` of the packet of this number. Never below 128, so that no word of a
-// payload can pass for a packet number of this short run.
+// Byte `i` of the packet of this number. Never below 128, so that no word of a payload can pass for
+// a packet number of this short run.
 std::uint8_t PayloadByte(std::uint32_t number, unsigned generation, std::uint32_t i) {
   return static_cast<std::uint8_t>(128U | (number * 31U + generation * 17U + i));
 }
@@ -61,7 +61,7 @@ class Ring {
     Require(writer_.WriteOne(payload, length), "a write that succeeds whatever the header holds");
     Require(writer_.Seq() == number, "numbers that go on");
     for (std::uint32_t i = kRegionBytes; i < kMappedBytes; ++i) {
-      Require(writer_.Data()[i] == 0, "nothing written behind the region");
+      Require(writer_.Data()[i] == 0, "nothing written past the region");
     }
   }
 

@@ -126,7 +126,7 @@ void TwinRows::TakeDatagram(const std::vector<std::uint8_t>& datagram) {
   if (index != -1) RunReferencePacket();
   for (NodeSide& side : sides_) {
     ForceInstructionSet(side.set);
-    // As in the node, the points are those of the datagram before; the reference's are new.
+    // As in the node, the points are those of the last datagram; the reference's are new.
     int frame_id = 0;
     Require(side.parser.ParsePacket(in_, side.points, frame_id, settings_.echo_num) == index,
             "the reference's place in the frame");
