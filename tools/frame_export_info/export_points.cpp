@@ -13,7 +13,7 @@ struct Direction {
 
 bool IsNone(const Direction& d) noexcept { return d.x == 0.0F && d.y == 0.0F && d.z == 0.0F; }
 
-// No direction outside of the grid, and where the camera model has none.
+// No direction outside the grid, or where the camera model has none.
 Direction GridDirection(const AngleCalibGrid& grid, int row, int col) noexcept {
   if (row >= grid.rows || col >= grid.cols) return {};
   const auto plane = static_cast<std::size_t>(grid.rows) * static_cast<std::size_t>(grid.cols);

@@ -10,8 +10,8 @@
 
 namespace kerul::lidar {
 
-// One line for each record, NaN included: row,col,range_m,reflectivity. Numbers are as long as it
-// takes to read back the very same value.
+// One line for each record, NaN included: row,col,range_m,reflectivity. Numbers have enough digits
+// to read back the same value.
 bool WriteCsv(const std::string& path, std::span<const ExportRecord> records, std::string& error);
 
 // Binary, fields x y z intensity row col.

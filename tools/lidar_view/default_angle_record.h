@@ -1,4 +1,4 @@
-// The camera model that stands in when no calibration of the sensor at hand is given.
+// The camera model that is used when no calibration of the sensor is given.
 #pragma once
 
 #include "calibration/angle_calib.h"

@@ -1,5 +1,5 @@
-// One frame as a picture: range image and reflectivity image side by side, the points from above
-// below them, each with its scale.
+// One frame as a picture: range image and reflectivity image side by side, under them the points
+// seen from above, each with its scale.
 #pragma once
 
 #include <cstdint>

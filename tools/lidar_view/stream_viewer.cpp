@@ -10,7 +10,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kStatusInterval{1000};
-// How long a stop request or the end of the time may wait for a packet.
+// How long a wait for a packet may delay a stop request or a time limit.
 constexpr std::chrono::milliseconds kLongestWait{50};
 
 double SecondsBetween(Clock::time_point from, Clock::time_point to) {

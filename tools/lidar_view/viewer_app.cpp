@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kClearLine = "\r\033[K";
 
-// Why there is no complete frame, for the one who waited for it.
+// Why there is no complete frame, as a message.
 std::string NoFrameMessage(const PacketInput& input, const ViewCounts& counts) {
   const std::string text = "no complete frame came from " + input.Describe() + ": ";
   if (counts.packets == 0 && counts.invalid == 0) return text + "no packets";

@@ -1,4 +1,4 @@
-// The viewer as a whole: what it was asked for, and the run.
+// The viewer as a whole: its options and its run.
 #pragma once
 
 #include <atomic>

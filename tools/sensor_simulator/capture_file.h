@@ -19,7 +19,7 @@ struct CaptureEndpoints {
   std::uint16_t dest_port = 2368;
 };
 
-// Ethernet, IPv4 and UDP headers with their checksums, and the payload behind them.
+// Ethernet, IPv4 and UDP headers with their checksums, and the payload after them.
 // identification: of the IPv4 header. Throws std::invalid_argument when an address cannot be read
 // or the payload does not fit one Ethernet frame (1472 bytes).
 std::vector<std::uint8_t> BuildUdpFrame(const CaptureEndpoints& endpoints,

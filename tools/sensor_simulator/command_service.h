@@ -42,10 +42,10 @@ struct ServiceFaults {
   bool close_before_answer = false;                  // reads the request and closes
   std::optional<std::array<std::uint8_t, 2>> magic;  // instead of "Gt"
   std::optional<std::uint8_t> command;               // instead of the request's
-  std::uint8_t return_code = 0;                      // not 0: an error, the payload behind it
+  std::uint8_t return_code = 0;                      // not 0: an error; the payload follows
   std::optional<std::uint32_t> announced_length;     // in the header, whatever follows
   std::size_t front_bytes = 0;                       // bytes of 0xEE in front of the data
-  std::size_t missing_bytes = 0;                     // left away at the end, length to match
+  std::size_t missing_bytes = 0;                     // left out at the end, length to match
   std::optional<std::size_t> flip_at;                // byte of the data that is changed
   std::uint8_t flip_mask = 0x01;                     // its changed bits
   std::size_t header_piece_bytes = 0;                // 0: in one piece
@@ -56,7 +56,7 @@ struct ServiceFaults {
   bool blank = false;
 };
 
-// The calibration to serve: head page and main blob as they stand in sensor memory. Reads behind
+// The calibration to serve: head page and main blob as they are in sensor memory. Reads past
 // their ends give 0xFF.
 struct ServiceContent {
   std::vector<std::uint8_t> head;

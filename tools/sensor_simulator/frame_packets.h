@@ -17,7 +17,7 @@ namespace kerul::lidar::simulator {
 std::vector<RawPacket> SimulateFrame(const std::string& scene, std::uint32_t frame_number,
                                      const SimulatorOptions& options = {});
 
-// As the node receives them: zeros behind the datagram's 692 bytes.
+// As the node receives them: zeros after the datagram's 692 bytes.
 std::vector<UdpPacket> ToUdpPackets(const std::vector<RawPacket>& packets);
 
 }  // namespace kerul::lidar::simulator

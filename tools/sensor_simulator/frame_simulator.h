@@ -29,8 +29,7 @@ struct PixelReadout {
   std::array<std::array<std::uint16_t, kWindow>, kEchoes> samples{};  // 12 bits
 };
 
-// What is behind one echo. A surface whose pulse was too weak to be sent still has its truth, with
-// `sent` 0.
+// The truth of one echo. A surface whose pulse was too weak to be sent has one too, with `sent` 0.
 struct EchoTruth {
   float range_m = 0.0F;        // of the surface; of a false return, where it seems to be
   float reflectivity = 0.0F;   // apparent: 100 is white and head-on; not capped

@@ -22,8 +22,8 @@ struct ProgramOptions {
   ServiceOptions service;
 };
 
-// False when the program is to end with `exit_status` at once: the usage was printed, or what is
-// wrong stands on standard error.
+// False when the program is to end with `exit_status` at once: the usage or, on standard error, the
+// problem was printed.
 bool ParseOptions(int argc, const char* const* argv, ProgramOptions& options, int& exit_status);
 
 }  // namespace kerul::lidar::simulator

@@ -113,7 +113,7 @@ int SumAround(const Drawn& drawn, int centre) noexcept {
   return drawn.counts[at - 1] + drawn.counts[at] + drawn.counts[at + 1];
 }
 
-// Puts the window on the highest of three places. Gives the sum there.
+// Centres the window on the highest of three places. Gives the sum there.
 int Cut(const Drawn& drawn, std::uint16_t& peak_addr, std::array<std::uint16_t, kWindow>& samples) {
   int centre = kDrawnCentre;
   for (const int other : {kDrawnCentre - 1, kDrawnCentre + 1}) {

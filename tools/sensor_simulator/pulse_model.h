@@ -1,8 +1,8 @@
 // From light to counts: the shape of a pulse and how the detector answers to it.
 //
-// A pixel is an array of single-photon cells. A cell that fires is dead for a while and comes back
-// by and by, so that a strong pulse is counted early (its centre walks towards the sensor) and
-// its counts do not grow without end.
+// A pixel is an array of single-photon cells. A cell that fires is dead for a while and recovers
+// gradually. So a strong pulse is counted early (its centre walks towards the sensor), and its
+// counts saturate.
 #pragma once
 
 #include <array>

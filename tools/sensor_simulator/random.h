@@ -1,5 +1,5 @@
-// Random numbers that are the same with every compiler and library: the distributions of the
-// standard library are not, so these are written out.
+// Random numbers that are the same with every compiler and library. The distributions of the
+// standard library are not, so these are our own.
 #pragma once
 
 #include <array>

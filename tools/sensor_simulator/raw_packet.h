@@ -26,8 +26,8 @@ void StampFrame(std::vector<RawPacket>& packets, std::uint32_t frame_number,
                 double time_s) noexcept;
 
 // The frame's 6912 packets in the order in which the sensor sends them. The frame id is the frame
-// number modulo 256, the sequence number of the first packet is frame number times 6912, modulo
-// 2^32, both as a sensor that has been running from frame 0.
+// number modulo 256. The first packet's sequence number is the frame number times 6912, modulo
+// 2^32. Both are those of a sensor that has run since frame 0.
 std::vector<RawPacket> EncodeFrame(const SimulatedFrame& frame);
 
 }  // namespace kerul::lidar::simulator

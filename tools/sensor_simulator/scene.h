@@ -59,8 +59,8 @@ struct Scene {
   double sky_background = 60.0;      // noise word of a pixel that looks into the sky
   double surface_background = 40.0;  // noise word of a pixel that looks at a white surface
   double dark_background = 6.0;      // noise word without any light
-  // Another sensor of the same kind keeps the same time: its flashes fall into one bin all through
-  // an exposure (a column slot of a miniflash row), scattered evenly over the pixels.
+  // Another sensor of the same kind runs in step: during an exposure (a column slot of a miniflash
+  // row) all its flashes fall into one bin, scattered evenly over the pixels.
   double crosstalk_share = 0.0;     // of the exposures that are hit
   double crosstalk_strength = 0.0;  // expected detections per 160 shots
 };

@@ -1,4 +1,4 @@
-// The scenes that the simulator brings along.
+// The scenes built into the simulator.
 #pragma once
 
 #include <string>

@@ -1,9 +1,9 @@
 // The factory calibration of the simulated sensor: what a receiver must know to get from a pulse's
 // place and height to range and reflectivity.
 //
-// The curves are measured as a factory would, by decoding pulses of known strength and place, here
-// free of photon noise and averaged over places within a bin and over the shot counts in use. The
-// pixel tables are the pixels' true delays and gains, rounded to the bytes that they are stored in.
+// The curves are measured as a factory would, by decoding pulses of known strength and place. The
+// pulses are free of photon noise, and averaged over places within a bin and over the shot counts
+// in use. The pixel tables are the pixels' true delays and gains, rounded to their stored bytes.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ inline constexpr int kCurveEntries = 512;
 using Curve = std::array<double, kCurveEntries>;  // indexed by pulse height, per 160 shots
 
 struct SensorCalibration {
-  Curve range_low{};   // what a pulse of this height is seen too far, units of kOffsetUnitMetres
+  Curve range_low{};   // range error of a pulse of this height, units of kOffsetUnitMetres
   Curve range_high{};  // the same, measured at the high threshold
   Curve power{};       // log2 of the power at a height
   // Pixel tables, tile by tile (TableIndex). 0 marks a pixel without calibration.

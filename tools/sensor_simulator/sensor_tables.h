@@ -27,10 +27,10 @@ struct SensorTables {
 // The tables that are compiled into the node for all sensors. Not to be called before main.
 const SensorTables& DefaultSensorTables();
 
-// What the receiver adds to a pulse's height before it makes up for the background, level units.
+// What the receiver adds to a pulse's height before it compensates the background, level units.
 inline constexpr double kEnvironmentBias = 15.0;
 
-// Detections that background light leaves of a pulse, per 160 shots. The sensor loses what the
+// Detections of a pulse that remain in background light, per 160 shots. The sensor loses what the
 // receiver's compensation gives back: (bias + height) * gain.
 double StrengthInBackground(const SensorTables& tables, double strength, int noise) noexcept;
 

@@ -32,8 +32,7 @@ struct FaultCounts {
   std::uint64_t shortened = 0;
 };
 
-// Holds the position in the random sequence and the frame id's offset; frames go through it in
-// their order.
+// Holds the position in the random sequence and the frame id's offset; takes frames in order.
 class FaultInjector {
  public:
   // Throws std::invalid_argument when a rate lies outside 0..1.

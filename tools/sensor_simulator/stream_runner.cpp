@@ -31,7 +31,7 @@ struct PreparedFrame {
   SimulatedFrame frame;
 };
 
-// Hands out the frames in order, computing one ahead in the background, or goes round a few.
+// Hands out the frames in order, computing one ahead in the background, or loops over a few.
 class FrameSupply {
  public:
   explicit FrameSupply(const StreamOptions& options)
@@ -191,7 +191,7 @@ StreamSummary RunStream(const StreamOptions& options, const std::atomic<bool>& s
     const double time_s = static_cast<double>(summary.frames) * period_s;
     const PreparedFrame prepared = supply.Next(period_s);
     if (truth != nullptr) truth->Write(prepared.frame);
-    // A frame that comes too late starts now, without catching up on what was missed.
+    // A late frame starts now; the time lost is not made up.
     due = std::max(due, Clock::now());
     output.Send(faults.Apply(prepared.packets), time_s, period_s, due, summary);
     due += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(period_s));

@@ -34,7 +34,7 @@ UdpSender::UdpSender(const std::string& dest_ip, std::uint16_t dest_port) {
     if (socket_ >= 0) close(socket_);
     throw std::runtime_error("cannot send to " + dest_ip + ": " + reason);
   }
-  // A wish; the system may grant less.
+  // The system may grant less.
   setsockopt(socket_, SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof kSendBufferBytes);
 }
 

@@ -23,8 +23,8 @@ class UdpSender {
   UdpSender& operator=(const UdpSender&) = delete;
 
   // Sends all of them in small batches, evenly from `start` on over `span`. Late batches go out at
-  // once. Waits while the socket's buffer is full; a datagram that the system
-  // refuses is counted and passed over.
+  // once. Waits while the socket's buffer is full; a datagram that the system refuses is counted
+  // and skipped.
   void SendPaced(std::span<const Datagram> datagrams, std::chrono::steady_clock::time_point start,
                  std::chrono::nanoseconds span);
 

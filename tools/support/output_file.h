@@ -6,10 +6,10 @@
 
 namespace kerul::lidar {
 
-// Writes `bytes` as the file `path`. A plain file is written beside its place and takes it when it
-// is complete, so the one before stays until then and is never half overwritten; links are
-// followed. Anything else of that name, a device or a FIFO for example, is written to as it stands.
-// False with the reason in `error`; what stood at `path` before the call still stands there then.
+// Writes `bytes` as the file `path`. A plain file is written beside its place and renamed when it
+// is complete, so the old one stays until then and is never half overwritten. Links are followed.
+// Anything else of that name, for example a device or a FIFO, is written to directly. False with
+// the reason in `error`; what was at `path` is then still there.
 bool WriteOutputFile(const std::string& path, std::span<const char> bytes, std::string& error);
 
 }  // namespace kerul::lidar

@@ -24,7 +24,7 @@ bool WritePng(const std::string& path, int width, int height, const std::vector<
   image.width = static_cast<png_uint_32>(width);
   image.height = static_cast<png_uint_32>(height);
   image.format = PNG_FORMAT_RGB;
-  // Not by the library's own writing of files: it removes whatever has the name when it fails.
+  // Not with the library's own file writer: when that fails, it removes whatever has the name.
   png_alloc_size_t bytes = PNG_IMAGE_PNG_SIZE_MAX(image);
   std::vector<char> encoded(bytes);
   if (png_image_write_to_memory(&image, encoded.data(), &bytes, 0, rgb.data(), 0, nullptr) == 0) {

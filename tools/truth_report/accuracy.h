@@ -29,8 +29,8 @@ ErrorSummary Summarise(const std::vector<double>& errors);
 struct BandAccuracy {
   ErrorSummary range_m;       // published minus true range
   ErrorSummary reflectivity;  // (published - true) / true
-  // Signed medians when a published value is taken for the middle of its step instead of the lower
-  // end, to which it was cut: what remains is no matter of the steps.
+  // Signed medians with each published value taken for the middle of its step. Values are cut to
+  // the lower end of their step; this removes the error of that cut.
   double range_offset_m = 0.0;
   double reflectivity_offset = 0.0;
 };
@@ -50,9 +50,9 @@ struct BodyAccuracy {
 // The band that holds a true range; kBands when none does.
 std::size_t BandOf(double range_m) noexcept;
 
-// Collects the errors of all returns of real surfaces that were sent and published. Left out:
-// returns that a pass filled in, false returns, and retro-reflectors, whose reflectivity lies
-// beyond the scale and whose ranges are counted apart.
+// Collects the errors of all returns of real surfaces that were sent and published. Leaves out
+// returns that a pass filled in, false returns, and retro-reflectors: their reflectivity is beyond
+// the scale, and their ranges are counted apart.
 class AccuracyCollector {
  public:
   void Add(const simulator::SimulatedFrame& truth, const CollectedFrame& published);

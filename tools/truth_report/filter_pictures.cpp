@@ -74,7 +74,7 @@ Rgb ByKind(const Shown& shown) {
   return IsSurface(shown.truth.kind) ? kSurface : kFalse;
 }
 
-// Bloom as bright as its reflectivity, up to 30, beyond which all is as bright.
+// Bloom as bright as its reflectivity, up to 30; all above is equally bright.
 Rgb ByBloom(const Shown& shown) {
   if (shown.payload.filled) return kFilled;
   if (shown.truth.kind == ReturnKind::kRetro) return kRetro;

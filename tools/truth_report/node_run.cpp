@@ -27,7 +27,7 @@ namespace {
 
 constexpr auto kModeWithFlags = static_cast<std::uint16_t>(OutputMode::kFlags);
 constexpr std::uint16_t kBothSlotsAsTheyStand = 34;
-// More than the 3456 packets of a frame, which are read when the frame is through.
+// More than the 3456 packets of a frame, which are read when the frame is complete.
 constexpr std::uint32_t kRingSlots = 8192;
 
 // Plays packets out of memory and stops the packet loop after the last one.

@@ -26,9 +26,9 @@ inline constexpr Passes kNoPasses{};
 // As the product is delivered: the plane stage is off.
 inline constexpr Passes kDefaultPasses{true, false, true, true, true};
 
-// The product's settings but for the passes and for what is published: both echo slots as they
-// stand, so that they are the slots of the truth, with their flags (output mode 12). Ranges and
-// reflectivities are the same bytes as in the default mode.
+// The product's settings except for the passes and the published echoes: slots 0 and 1 in this
+// order, so that they match the truth, with their flags (output mode 12). Ranges and reflectivities
+// are the same bytes as in the default mode.
 DefaultConfig ConfigWith(const Passes& passes);
 
 class NodeRun {
