@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Builds the consumer of the README, as it stands there, against an installed client library: with
-# find_package and with pkg-config, with g++ and with clang++. Then lets all of them follow a ring
-# through a gap, a silence and a restarted node, and compares what they print.
+# Builds the README's consumer, unchanged, against an installed client library: with find_package and
+# with pkg-config, with g++ and with clang++. Then lets all of them follow a ring through a gap, a
+# silence and a restarted node, and compares what they print.
 #   check_consumer.sh PREFIX    where the package is installed
 set -euo pipefail
 [ $# -eq 1 ] || { sed -n '2,5s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 prefix="$(realpath "$1")"
 cd "$(dirname "$0")/.."
 source_dir="$PWD"
-# Longer than the second after which the consumer looks up from its waiting.
+# Longer than the second that the consumer waits at a time.
 silence_seconds=1.5
 
 work="$(mktemp -d)"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Holds every include of src/ to the order of the rooms: a file includes its own room and rooms
+# Checks every include of src/ against the order of the rooms: a file includes its own room and rooms
 # further down the list, never one above. Prints how many includes lead from which room to which.
 #   check_includes.sh
 set -euo pipefail
@@ -17,7 +17,7 @@ case "${1:-}" in
     ;;
 esac
 
-# From top to bottom. A room on the same line as another may include neither it nor be included.
+# From top to bottom. Rooms on one line may not include each other.
 rooms=(
   "process"
   "node"
@@ -37,7 +37,7 @@ find src -name '*.h' -o -name '*.cpp' | xargs awk -v order="$(IFS='|'; echo "${r
     sub(/\/.*/, "", path)
     return path
   }
-  # The doors kept for those outside who include by these paths are one include long.
+  # Headers kept only for their path are a single include.
   function is_door(path) {
     return path ~ /^MIPI_reader\/node\/(packet_calibration|bloom_gains|ground_plane)\.h$/
   }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the Debian package, installs it into a fresh minimal system, runs the programs there, links
-# a consumer against it, removes it and looks for what was left behind. Where no minimal system can
-# be made, for want of root or of the mirror, it looks at the package only and ends with status 77.
+# a consumer against it, removes it and looks for what was left behind. Without root or a mirror no
+# minimal system can be made: then it checks the package only and ends with status 77.
 #   check_package.sh [mirror]    mirror of the minimal system, by default that of this machine
 # KERUL_BUILD names a release build to pack; else there is one of its own in build/package.
 set -euo pipefail
@@ -79,7 +79,7 @@ step "Minimal system ($release from $mirror)"
 command -v debootstrap >/dev/null || skip "needs debootstrap"
 debootstrap --variant=minbase "$release" "$root" "$mirror" >"$work/debootstrap.log" 2>&1 ||
   skip "debootstrap: $(tail -n 5 "$work/debootstrap.log")"
-# The libraries that the package asks for come first, so that they are not taken for its leavings.
+# The libraries that the package needs come first, so that they do not count as its leftovers.
 cp /etc/apt/sources.list "$root/etc/apt/" 2>/dev/null || true
 dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/(.*//; s/|.*//; s/ //g' >"$work/depends"
 inside() { chroot "$root" env DEBIAN_FRONTEND=noninteractive LC_ALL=C "$@"; }

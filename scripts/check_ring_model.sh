@@ -48,7 +48,7 @@ explore() {
   fi
 }
 
-# expect <holds|breaks> <name> <macros...>: one line, and a file behind when it came out otherwise.
+# expect <holds|breaks> <name> <macros...>: one line, and leaves a file when the result differs.
 expect() {
   local wanted="$1" name="$2" result
   shift 2

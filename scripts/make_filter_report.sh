@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the figures and pictures of docs/filters.md anew: the pictures in docs/images, the tables on
+# Remakes the figures and pictures of docs/filters.md: the pictures in docs/images, the tables on
 # standard output.
 #   scripts/make_filter_report.sh [frames of each scene, 10 if left out]
 set -euo pipefail

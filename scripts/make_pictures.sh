@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Draws the pictures of docs/images that are told in text. Needs Graphviz (dot).
+# Draws the pictures of docs/images that are written as text. Needs Graphviz (dot).
 #   make_pictures.sh           draws them anew
 #   make_pictures.sh --check   fails when a text has changed since its picture was drawn
 set -euo pipefail
@@ -19,8 +19,8 @@ case "${1:-}" in
     ;;
 esac
 
-# A picture ends with the checksum of its text. The drawing itself differs with the fonts of the
-# machine, so that comparing pictures would not do.
+# A picture ends with the checksum of its text. The pictures themselves cannot be compared: they
+# differ with the fonts of the machine.
 stale=0
 for text in docs/images/*.dot; do
   picture="${text%.dot}.svg"

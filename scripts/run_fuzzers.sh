@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the fuzz programs, makes their seeds and runs each program. Exit status 0 only when none
 # found anything; a finding's input and log stay in build/fuzz/findings/<program>/.
-#   run_fuzzers.sh SECONDS [PROGRAM...]   so long each, as many at a time as there are cores
-# What was learnt stays in build/fuzz/corpus/ and is used the next time.
+#   run_fuzzers.sh SECONDS [PROGRAM...]   each that long, as many at a time as there are cores
+# Inputs found stay in build/fuzz/corpus/ and are used the next time.
 set -euo pipefail
 
 usage() { sed -n '2,6s/^# \{0,1\}//p' "$0"; }

@@ -5,8 +5,8 @@
 # Exit status 0 when the sums are right, the node's memory stayed flat, everything came in order and,
 # at the lower rate, nothing was lost; 77 when this machine permits no network of its own.
 #   soak.sh            finds the highest rate without loss by trying, then 10 minutes at each rate
-#   soak.sh --short    the same with few, short trials and 10 s at each rate: about a minute. What
-#                      the socket drops is told but no fault: a busy machine drops at any rate
+#   soak.sh --short    the same with few, short trials and 10 s at each rate: about a minute. Drops
+#                      of the socket are printed but no fault: a busy machine drops at any rate
 #   soak.sh --rate N --seconds S   N frames per second and 2 N, S seconds each, without trials
 # Everything runs in a network, mounts and a /dev/shm of its own. KERUL_BUILD names the build
 # directory, build/release by default.
@@ -44,7 +44,7 @@ build="$(realpath "${KERUL_BUILD:-build/release}")"
 
 if [ -z "${KERUL_SOAK_INSIDE:-}" ]; then
   cmake --build "$build" -j "$(nproc)" --target lidar_node sensor_simulator soak_watch >/dev/null
-  # Who may make namespaces needs none of users, which not every kernel gives.
+  # Root needs no user namespace, which not every kernel offers.
   isolate=(unshare --net --mount)
   "${isolate[@]}" true 2>/dev/null || isolate=(unshare --user --map-root-user --net --mount)
   if ! why="$("${isolate[@]}" sh -c 'ip link set lo up && mount -t tmpfs tmpfs /dev/shm' 2>&1)"; then
@@ -206,7 +206,7 @@ require() {
   faults=$((faults + 1))
 }
 
-# 1 MB is far below one frame's records, of which nothing may stay behind.
+# 1 MB is far below one frame's records, so a leaked frame would show.
 check() {
   require "sent is received and dropped" [ "$sent" -eq $((received + dropped)) ]
   require "published is read and lost" [ "$written" -eq $(($(value accepted) + $(value lost))) ]
@@ -243,11 +243,11 @@ if [ -z "$rate" ]; then
     if carries "$middle"; then low="$middle"; else high="$middle"; fi
   done
   [ "$low" -gt 0 ] || low=2
-  # A long run meets what a trial does not: nine tenths of what the trials carried.
+  # A long run meets more than a trial does: so nine tenths of what the trials carried.
   rate=$(((low * 9 + 9) / 10))
 fi
 
-# What a long run drops a trial may not have met: then a third less, twice at most.
+# A long run may drop packets where no trial did: then a third less, twice at most.
 for try in 1 2 3; do
   echo "At $rate frames/s:"
   run "$rate" "$seconds"

@@ -1,4 +1,4 @@
-# For a script that sources it: announces the script's steps and tells at its end how long each took.
+# For a script that sources it: announces the script's steps and prints at its end how long each took.
 # shellcheck shell=bash
 step_name=""
 step_begin=0
