@@ -88,7 +88,7 @@ class WorkerAllocation : public ::testing::Test {
   TempDir directory_;
 };
 
-// The other tests would hold of a counter that counts nothing.
+// The other tests would also pass with a counter that counts nothing.
 TEST(AllocationCounter, CountsEveryFormOfNew) {
   constexpr std::align_val_t kLine{64};
   const long before = AllocationCount();

@@ -88,7 +88,7 @@ TEST(DistortionTable, ASampleAsHighAsTheLastIsDropped) {
 // Rises to 0.583 at 0.931, falls to 0.379 at 1.698, rises above its old height near 2.0.
 constexpr std::array<float, 4> kFoldingLens{-0.5F, 0.08F, 0.0F, 0.0F};
 
-// The entry behind the gap that the falling part leaves.
+// The entry after the gap that the falling part leaves.
 std::size_t BehindTheGap(const Table& table) {
   std::size_t widest = 1;
   for (std::size_t i = 1; i < table.theta.size(); ++i) {

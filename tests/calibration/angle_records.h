@@ -1,4 +1,4 @@
-// A plain camera model, and a look into the grid that comes of one.
+// A plain camera model, and access to the grid made from one.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,8 +24,8 @@ inline QndrAngleDatRecord PlainRecord() {
   record.rows = 288;
   record.cols = 288;
   record.f = 300.0F;
-  record.cx = 289.0F;  // column j stands at sensor column 1 + 2 j
-  record.cy = 286.0F;  // row i stands at 575 - (1 + 2 i)
+  record.cx = 289.0F;  // column j is at sensor column 1 + 2 j
+  record.cy = 286.0F;  // row i is at 575 - (1 + 2 i)
   return record;
 }
 

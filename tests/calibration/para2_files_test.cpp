@@ -61,7 +61,7 @@ TEST_F(Para2Files, ADirectoryOrAPipeHasNoSize) {
   fs::create_directory("folder");
   EXPECT_EQ(ThrownText([] { ReadFileBytes("folder"); }), "cannot stat folder");
   ASSERT_EQ(mkfifo("pipe", 0600), 0);
-  // And nobody waits for one who writes to it.
+  // And no wait for a writer.
   EXPECT_EQ(ThrownText([] { ReadFileBytes("pipe"); }), "cannot stat pipe");
 }
 

@@ -217,7 +217,7 @@ TEST_F(Para2Loading, ProgressIsToldEachHundredPages) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), lines);
 }
 
-// Told 65534 pages, each in its time, a start would last for days.
+// With 65534 announced pages, each as slow as allowed, a start would last for days.
 TEST_F(Para2Loading, AReadThatLastsTooLongFailsWithItsFigures) {
   SamplePara2 endless = sample_;
   endless.head[98] = 0xFE;
@@ -382,7 +382,7 @@ TEST_F(Para2Loading, ACacheThatCannotBeWrittenEndsTheLoad) {
 TEST_F(Para2Loading, AnIdThatWouldLeaveTheCacheIsRefusedAndNothingIsWritten) {
   const std::string ids[] = {".", "..", "/", "../x", "a/b", "/etc", "x/", "../../../up",
                              std::string("a\0b", 3), std::string("\0", 1),
-                             // Whoever lists the directory would have the terminal cleared.
+                             // Listing the directory would clear the terminal.
                              "a\x1B[2J", "a\nb", "\x7F"};
   int refused = 0;
   for (const std::string& id : ids) {

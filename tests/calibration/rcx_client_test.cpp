@@ -82,7 +82,7 @@ TEST(RcxClientBuildPayload, WritesThreeBytesAloneForAnEmptyText) {
 TEST(RcxClientBuildPayload, AnOddNumberOfDigitsIsRefused) {
   EXPECT_EQ(InvalidArgumentText([] { RcxClient::BuildPayload(255, "123"); }),
             "RCX payload hex length must be even");
-  // The blanks do not count, and the length is looked at before the characters.
+  // The blanks do not count, and the length is checked before the characters.
   EXPECT_EQ(InvalidArgumentText([] { RcxClient::BuildPayload(255, "1 2 G"); }),
             "RCX payload hex length must be even");
 }
@@ -192,7 +192,8 @@ TEST(RcxClientConnect, NoDescriptorLeft) {
   rlimit none = limit;
   none.rlim_cur = 0;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-  // The limit is back before the exception is looked at: the sanitizers want descriptors for that.
+  // The limit is restored before the exception is examined: the sanitizers need descriptors for
+  // that.
   const std::string text = ThrownText([&] {
     try {
       RcxClient client(kLoopback, 9347, 1.0);

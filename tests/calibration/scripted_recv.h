@@ -10,7 +10,7 @@ namespace kerul::lidar {
 
 // While it lives, the calls of recv on its own thread follow the script: a positive entry waits for
 // exactly that many bytes (never more than asked for), 0 is the result of a closed connection, -1
-// that of a time-out. Behind the script's end calls are real. Records the sizes asked for.
+// that of a time-out. After the script's end calls are real. Records the sizes asked for.
 class ScriptedRecv {
  public:
   explicit ScriptedRecv(std::vector<int> script);

@@ -32,7 +32,7 @@ class WirePeer {
   std::thread thread_;
 };
 
-// A port of the loopback on which nobody listens: it was free a moment ago.
+// A port of the loopback without a listener: it was free a moment ago.
 int ClosedPort();
 
 }  // namespace kerul::lidar

@@ -14,7 +14,7 @@ const CollectedFrame* Add(FrameCollector& collector, const PacketFields& fields)
   return collector.Add(view);
 }
 
-// Blocks first..last of a frame of one echo. Gives the frame that came out last.
+// Blocks first..last of a frame of one echo. Gives the last frame that was closed.
 const CollectedFrame* AddBlocks(FrameCollector& collector, PacketFields fields, int first,
                                 int last) {
   const CollectedFrame* out = nullptr;

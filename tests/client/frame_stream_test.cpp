@@ -27,7 +27,7 @@ constexpr milliseconds kLong{5000};
 // Longer than a reader's interval between two looks for a ring.
 constexpr milliseconds kLook{30};
 
-// Packets of whole frames, but for the blocks of [skip_from, skip_to).
+// Packets of whole frames, except for the blocks of [skip_from, skip_to).
 struct FrameOf {
   int id = 0;
   std::uint32_t sequence_base = 0;
@@ -178,7 +178,7 @@ TEST(FrameStream, PacketsThatTheRingHasOverwrittenAreTold) {
     ++frames;
   }
   EXPECT_GT(frames, 0);
-  // Of 5184 packets the last 2000 stand in the ring, and the reader leaves an eighth of it.
+  // The ring holds the last 2000 of 5184 packets, and the reader skips an eighth of it.
   EXPECT_EQ(stream.Counts().lost_packets, 5184U - 2000U + 250U);
   EXPECT_EQ(lost, stream.Counts().lost_packets);
   EXPECT_EQ(stream.Counts().packets + stream.Counts().lost_packets, 4U * 1728U);

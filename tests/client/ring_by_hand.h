@@ -1,4 +1,4 @@
-// A ring whose every word the test sets itself, next to the bytes that the offsets are told in.
+// A ring whose every word the test sets itself, by the byte offsets of the documented layout.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Packets that tell on themselves, and the account of a reader that checks them.
+// Packets that show their own faults, and the account of a reader that checks them.
 //
 // A packet is a run of 32-bit words: its number, its generation (which writer), the flag of a
 // generation's last packet, then words that follow from number and position. Any mixture of two

@@ -17,7 +17,7 @@ inline constexpr std::chrono::milliseconds kLong{2000};
 // Longer than the reader's interval between two looks at the name.
 inline constexpr std::chrono::milliseconds kLookInterval{30};
 
-// The numbers of all packets that stand ready, each checked for the bytes that PutPacket writes.
+// The numbers of all packets that are ready, each checked for the bytes that PutPacket writes.
 inline Numbers TakeAll(ShmRingReader& reader) {
   Numbers numbers;
   ReceivedPacket packet;

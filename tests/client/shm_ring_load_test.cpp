@@ -21,7 +21,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Sanitizers make a packet many times dearer; the kinds of events stay the same.
+// Sanitizers make a packet many times slower; the kinds of events stay the same.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr std::uint32_t kLoadScale = 20;
 #else
@@ -46,7 +46,7 @@ bool TakeOne(ShmRingReader& reader, Pace pace, ReceivedPacket& packet) {
   return true;
 }
 
-// Attaches, tells so, and reads until the generation's last packet or until patience ends.
+// Attaches, reports it, and reads until the generation's last packet or until patience ends.
 void ReadToTheEnd(const char* name, Pace pace, std::atomic<int>* ready, int ready_fd,
                   ReaderReport& report) {
   ShmRingReader reader(name, RingStart::kOldest);
@@ -152,7 +152,7 @@ TEST(ShmRingLoad, ALargeRingAtFullSpeed) { RunLoad(20000, 5'000'000 / kLoadScale
 TEST(ShmRingLoad, ASmallRingThatIsLappedAllTheTime) { RunLoad(64, 4'000'000 / kLoadScale); }
 TEST(ShmRingLoad, ARingOfTwoSlotsWhereCopiesAreTorn) { RunLoad(2, 3'000'000 / kLoadScale); }
 
-// Overwrites one header field after the other while writer and readers are at work.
+// Overwrites one header field after another while writer and readers are at work.
 void Tamper(std::uint8_t* header, const std::atomic<bool>& stop) {
   std::mt19937 random(12345);
   constexpr std::size_t kFields[] = {0, 4, 8, 12, 16};

@@ -1,4 +1,4 @@
-// Rings that cannot be read, and one that is made shorter behind the reader's back.
+// Rings that cannot be read, and one that is made shorter while it is read.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>

@@ -34,7 +34,7 @@ void ExpectHits(const std::vector<T>& table, const std::vector<Known>& known) {
   EXPECT_FALSE(known.empty());
 }
 
-// Every entry of first..last (inclusive) against the one behind it.
+// Every entry of first..last (inclusive) against the one after it.
 template <typename T, typename Compare>
 void ExpectSteps(const std::vector<T>& table, std::size_t first, std::size_t last, Compare holds) {
   ASSERT_LT(first, last);

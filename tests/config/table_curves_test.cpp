@@ -39,8 +39,8 @@ TEST(FillCurve, IsFlatAtAPeakAndNeverExceedsIt) {
 }
 
 TEST(FillCurve, LimitsAnEndThatWouldTurnTheWrongWay) {
-  // The parabola's slope at the start, (3 * 1 - 7) / 2 = -2, is against the rise: 0 stands instead.
-  // At the inner point 2 / (1 + 1 / 7) = 1.75. Half way: 1 + 2 * (0 - 1.75) / 8.
+  // The parabola's slope at the start, (3 * 1 - 7) / 2 = -2, is against the rise: 0 is taken
+  // instead. At the inner point 2 / (1 + 1 / 7) = 1.75. Half way: 1 + 2 * (0 - 1.75) / 8.
   const std::array<CurvePoint, 3> points{{{0, 0.0F}, {2, 2.0F}, {4, 16.0F}}};
   EXPECT_EQ(FillCurve(points, 5)[1], 1.0F - 0.4375F);
 }

@@ -1,7 +1,7 @@
 // The traced pixel reaches the high reflectivity check from the debug settings. Their defaults are
-// mostly zeros, which the check holds anyway: so the step is run on others. It stands in the
-// source's unnamed namespace, which is why the source is part of this file; the linker takes the
-// defaults from here then.
+// mostly zeros, which the check holds anyway, so the step is run on other values. It is in the
+// source's unnamed namespace, so this file includes the source; the linker then takes the defaults
+// from here.
 #include "config/default_config.cpp"
 
 #include <gtest/gtest.h>

@@ -184,7 +184,7 @@ TEST(PacketCalibration, HighReflectivityRulesAreTheReferences) {
     const HighReflCheck check = RandomCheck(random);
     std::vector<LidarPoint> points = RandomPoints(random);
     for (LidarPoint& point : points) {
-      // Second echoes at twice the range, and close behind the first.
+      // Second echoes at twice the range, and just beyond the first.
       if (random.Chance(0.2)) point.echoes[1].dist_raw = 2.0F * point.echoes[0].dist_raw;
       if (random.Chance(0.2)) point.echoes[1].dist_raw = point.echoes[0].dist_raw + 2.0F;
     }
@@ -207,7 +207,7 @@ reference::ReflectivityTables RandomReflectivity(RandomRecords& random) {
   return tables;
 }
 
-// Some are near, where further tables have their say.
+// Some are near, where further tables apply.
 std::vector<LidarPoint> RandomNearPoints(RandomRecords& random) {
   std::vector<LidarPoint> points = RandomPoints(random);
   for (LidarPoint& point : points) {

@@ -1,5 +1,5 @@
-// Random records for holding two computations against each other: plausible ones, wild ones, and
-// the values at which computations part ways.
+// Random records for comparing two computations: plausible ones, wild ones, and the values at which
+// computations differ.
 #pragma once
 
 #include <cstddef>
@@ -41,7 +41,7 @@ class RandomRecords {
   float EdgeValue();
   // Any 32 bits as a float.
   float AnyFloat();
-  // Uniform but for a share of edge values.
+  // Uniform except for a share of edge values.
   float Salted(float lowest, float highest, double share = 0.02);
   std::vector<float> Table(std::size_t entries, float lowest, float highest, double share = 0.0);
 

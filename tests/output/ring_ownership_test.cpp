@@ -61,7 +61,7 @@ TEST(RingOwnership, OneWriterAtATime) {
   close(second);
 }
 
-// Who may only read must not be able to keep a node from starting.
+// A process that may only read must not be able to keep a node from starting.
 TEST(RingOwnership, AReadersLockFeignsNoWriter) {
   const ShmTestName name;
   const int reader = OpenObject(name, O_RDONLY);

@@ -1,4 +1,4 @@
-// What a writer finds and mends at the end of a frame.
+// What a writer finds and repairs at the end of a frame.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -60,7 +60,7 @@ class ShmUdpWriterTest : public testing::Test {
     return writer_->WriteOne(bytes.data(), length);
   }
   std::vector<std::uint8_t> Image() { return {Ring(), Ring() + writer_->Size()}; }
-  // Writes once and tells whether the ring was rebuilt for it.
+  // Writes once and returns whether the ring was rebuilt for it.
   bool NextWriteRebuilds() {
     const std::uint32_t boot_id = U32(Ring() + 8);
     EXPECT_TRUE(Write(4, 1));
@@ -83,7 +83,7 @@ TEST(ShmUdpInitRing, WritesHeaderAndEmptySlots) {
   EXPECT_EQ(U16(data + 16), 1508);
   EXPECT_EQ(U16(data + 18), 1500);
   for (std::size_t i = 20; i < SlotAt(3); ++i) ASSERT_EQ(data[i], 0) << i;
-  for (std::size_t i = SlotAt(3); i < size; ++i) ASSERT_EQ(data[i], 0xAA) << "behind the slots";
+  for (std::size_t i = SlotAt(3); i < size; ++i) ASSERT_EQ(data[i], 0xAA) << "after the slots";
 }
 
 TEST(ShmUdpInitRing, EachCallTakesTheNextBootId) {

@@ -23,7 +23,7 @@ const std::string kInvalid = "[ERROR] invalid --cali_path: ";
 const std::string kFailed = "[ERROR] failed to start LidarNode: ";
 constexpr auto kRing = "/kerul_lidar_udp_shm";
 
-// True when there was a ring. It is gone then: a node tells when it finds an old one.
+// True when there was a ring. It is removed: a node logs it when it finds an old one.
 bool RemoveRing() { return shm_unlink(kRing) == 0; }
 
 class CaliPathStart : public IsolatedProcessTest {
@@ -210,7 +210,7 @@ TEST_F(CaliPathStart, ARestartReportsTheRingThatItFinds) {
   EXPECT_EQ(second->Out().substr(0, expected.size()), expected);
 }
 
-// The start does not look at the socket. The worker tries to open it anew at each of its ten reads,
+// The start does not check the socket. The worker tries to open it at each of its ten reads,
 // and takes it for closed then.
 TEST_F(CaliPathStart, APortThatIsTakenEndsTheNodeAfterItsStart) {
   const int taken = socket(AF_INET, SOCK_DGRAM, 0);

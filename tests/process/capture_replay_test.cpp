@@ -172,8 +172,8 @@ TEST_F(CaptureReplay, WithoutADatagramOfTheSensorTheNodeEndsByItself) {
   EXPECT_GE(time, std::chrono::seconds(2));
 }
 
-// A capture that ends inside a record never counts as ended: the reads fail until the node gives
-// up, and nobody catches that.
+// A capture that ends inside a record never counts as ended: the reads fail until the node throws,
+// and nothing catches that.
 TEST_F(CaptureReplay, ACutCaptureEndsTheProcess) {
   constexpr std::uintmax_t kInsideHeader = 24 + 8;
   constexpr std::uintmax_t kInsideFrame = 24 + 16 + 100;

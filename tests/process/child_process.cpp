@@ -18,7 +18,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kCannotExecute = 127;
-// Room for what a program says while the test looks elsewhere: a full pipe would halt it.
+// Room for a program's output while the test does something else: a full pipe would halt it.
 constexpr int kPipeBytes = 1 << 20;
 constexpr milliseconds kLook{10};  // between two looks at a process whose output has ended
 

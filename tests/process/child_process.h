@@ -1,4 +1,4 @@
-// Runs a program under the eyes of a test: its output by pipes, its signals, its end.
+// Runs a program for a test: its output by pipes, its signals, its end.
 #pragma once
 
 #include <sys/types.h>

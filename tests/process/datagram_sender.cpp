@@ -49,13 +49,14 @@ void DatagramSender::Send(const std::vector<std::uint8_t>& payload) const {
 }
 
 void DatagramSender::SendDamaged() const {
-  // The checksum of a short datagram is looked at as it comes, that of a long one as it is read.
+  // The checksum of a short datagram is checked as it comes, that of a long one as it is read.
   constexpr std::uint8_t kBytes = 200;
   constexpr std::uint8_t kHigh = kNodePort >> 8U;
   constexpr std::uint8_t kLow = kNodePort & 0xFFU;
   // Source port, destination port, length, checksum; 0x0001 is not that of these bytes.
-  std::vector<std::uint8_t> datagram{0x12, 0x34, kHigh, kLow, 0, kBytes, 0, 1};
-  datagram.resize(kBytes, 0x55);
+  constexpr std::array<std::uint8_t, 8> kHeader{0x12, 0x34, kHigh, kLow, 0, kBytes, 0, 1};
+  std::vector<std::uint8_t> datagram(kBytes, 0x55);
+  std::copy(kHeader.begin(), kHeader.end(), datagram.begin());
   SendTo(raw_socket_, datagram);
 }
 

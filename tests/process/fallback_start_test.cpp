@@ -1,6 +1,6 @@
 // A sensor that goes while its calibration is read: the start falls back to the cache. A cache that
-// is complete when the start looks for it is used at once, so that only one that comes to be
-// meanwhile, by another node or by hand, gets there.
+// is complete when the start looks for it is used at once. So only a cache that is made later, by
+// another node or by hand, serves as the fallback.
 #include <filesystem>
 #include <memory>
 #include <string>

@@ -101,7 +101,7 @@ TEST_F(HungLog, AFullPipeDoesNotStopTheFramesAndWhatWasDroppedIsTold) {
   ExpectFramesWhileNobodyReads(*node);
   std::string log = TakeLog();
   EXPECT_EQ(log.rfind(StartLog(kSensorId, "local_cache", kSensorId), 0), 0U) << log;
-  // Read again, it tells the figures with the next line.
+  // When it is read again, it reports the figures with the next line.
   const DatagramSender neighbour;
   std::smatch figures;
   const std::regex told(

@@ -56,8 +56,8 @@ TEST_F(Interrupt, TheWorkerLeavesInterruptsToTheMainThread) {
   EXPECT_TRUE(WaitUntil([&] { return BlockedByWorkers(node->pid()) == interrupt_alone; }));
 }
 
-// A user who holds the keys down, or a supervisor and a user at the same time. Interrupts go on
-// through the worker's last waits and through the process's exit.
+// A user who holds the keys down, or a supervisor and a user at the same time. The interrupts
+// continue through the worker's last waits and the process's exit.
 TEST_F(Interrupt, AHailOfInterruptsOnlyPrintsTheLineAgain) {
   for (int round = 0; round < 8; ++round) {
     const auto node = StartCalibratedNode();

@@ -138,7 +138,7 @@ TEST_F(LiveRun, AnInterruptWhileStreamingEndsWellAndLeavesTheRing) {
   ASSERT_TRUE(ring.Exists());
   EXPECT_TRUE(ring.HeaderIsRight());
   EXPECT_GE(ring.Word(4), 1728U);  // packets written
-  // What stands in it can still be read, by one who comes now.
+  // A reader that starts now can still read what it holds.
   RingTap late;
   ASSERT_NE(late.NextComplete(), nullptr);
   EXPECT_EQ(late.Ring().lost, 0U);
@@ -201,7 +201,7 @@ TEST_F(LiveRun, AnOverwrittenRingHeaderIsRepairedWhileFramesGoOn) {
                                     {16, 0, 2},       // stride
                                     {18, 0xFF, 2},    // room for a packet
                                     {0, 0xFF, 20},    // all of it
-                                    {0, 0, 100000}};  // and slots behind it
+                                    {0, 0, 100000}};  // and slots after it
   std::uint32_t boots = 1;
   for (const Damage& damage : damages) {
     SCOPED_TRACE(boots);
@@ -211,7 +211,7 @@ TEST_F(LiveRun, AnOverwrittenRingHeaderIsRepairedWhileFramesGoOn) {
   }
   ASSERT_EQ(boots, 1 + damages.size());
 
-  // Whoever reads on, and whoever comes now, gets whole frames again.
+  // Old and new readers get whole frames again.
   RingTap late;
   for (RingTap* reader : {&tap, &late}) {
     ASSERT_NE(NextScene(*reader), nullptr);
@@ -222,7 +222,7 @@ TEST_F(LiveRun, AnOverwrittenRingHeaderIsRepairedWhileFramesGoOn) {
   EXPECT_THAT(node->Err(), HasSubstr("something has overwritten its header, it was rebuilt"));
 }
 
-// Nobody who comes later could find a ring without a name.
+// No later reader could find a ring without a name.
 TEST_F(LiveRun, ARemovedRingIsMadeAnewWhileTheNodeRuns) {
   const auto stream = StartStream();
   RingTap tap;

@@ -1,4 +1,4 @@
-// Frames that the sensor sent and the node never got: every consumer must tell them.
+// Frames that the sensor sent and the node never got: every consumer must report them.
 #include <algorithm>
 #include <string>
 
@@ -49,7 +49,7 @@ TEST_F(MissingFrames, AGapOfTheSensorsIdsIsToldByStreamViewerAndCounter) {
     largest_gap = std::max(largest_gap, frame->missing_frames);
     last_id = frame->id;
   }
-  // A machine that loses datagrams may leave out a frame beside them.
+  // A machine that loses datagrams may leave out another frame as well.
   EXPECT_GE(largest_gap, 36);
   EXPECT_LE(largest_gap, 38);
   EXPECT_GE(stream.Counts().missing_frames, 36U);

@@ -60,7 +60,7 @@ class IsolatedProcessTest : public ProcessTest {
 // ends. False when time or process end before, the latter at once.
 bool WaitUntilRunning(const ChildProcess& node, std::chrono::milliseconds timeout = kPatience);
 
-// Looks again and again until `done` is true. False when time ends before.
+// Polls until `done` is true. False when time ends first.
 template <typename Condition>
 bool WaitUntil(Condition done, std::chrono::milliseconds timeout = kPatience) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;

@@ -27,7 +27,7 @@ class RingAccidents : public IsolatedProcessTest {
   }
 };
 
-// A container has 64 MiB where nobody asked for more.
+// A container has 64 MiB by default.
 TEST_F(RingAccidents, TooLittleSharedMemoryEndsTheStartWithTheSizesAndLeavesNothing) {
   LimitSharedMemory("size=64m");
   const auto node = StartNode({"--cali_path", CalibrationDirectory()});

@@ -1,5 +1,5 @@
-// The simulator's own program, told on its command line to be a bad sensor, and the node's start
-// against it.
+// The simulator's own program as a bad sensor, by its command line, and the node's start against
+// it.
 #include <filesystem>
 #include <string>
 #include <vector>

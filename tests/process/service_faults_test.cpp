@@ -365,7 +365,7 @@ TEST_F(ServiceFaultsTest, AStallInAnyPhaseEndsTheStartAfterFiveWaitsAtMost) {
   }
 }
 
-// Listens with a queue that is full: whoever comes now gets no answer at all.
+// Listens with a queue that is full: a new client gets no answer at all.
 class DeafListener {
  public:
   DeafListener() : listener_(socket(AF_INET, SOCK_STREAM, 0)) {

@@ -13,7 +13,7 @@ inline const StartLines kDefaultNode("QNDR_001_node");
 // Opens a socket of its own to learn how much buffer the system grants.
 std::string OpeningLines(const std::string& cali_path);
 
-// The warning that tells where the calibration comes from; `cali_path` as above.
+// The warning that says where the calibration comes from; `cali_path` as above.
 std::string LoadingLine(const std::string& cali_path);
 
 // What follows a calibration that was loaded: label is "online", "local_cache" or "bin".

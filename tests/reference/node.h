@@ -109,8 +109,8 @@ class Node {
   std::vector<int> mrow_packet_count_;
   std::uint64_t export_file_seq_ = 0;
 
-  UdpPacket in_packet_{};   // bytes behind a short datagram keep what the buffer held
-  UdpPacket out_packet_{};  // bytes that nobody writes stay zero
+  UdpPacket in_packet_{};   // bytes after a short datagram keep what the buffer held
+  UdpPacket out_packet_{};  // bytes that are never written stay zero
   std::vector<LidarPoint> points_;
   int frame_id_ = 0;  // of the packet in hand
 };

@@ -1,5 +1,5 @@
-// The reference from datagrams to published packets, by hand. Its single steps are held to
-// hand-worked values through the node's: the comparisons in tests/differential hold the two equal.
+// The reference from datagrams to published packets, by hand. Its single steps are checked through
+// the node's hand-worked tests: tests/differential compares the two.
 #include "reference/node.h"
 
 #include <gtest/gtest.h>

@@ -178,7 +178,7 @@ void CalibrateReflectivity(const ReflectivityTables& tables, std::vector<LidarPo
       // Reflectivity.
       if (e.dist_raw > 0.0F) ReflectivityFromHeight(tables, s, lane, e);
 
-      // A target that saturates cannot be measured.
+      // A saturated echo cannot be measured.
       if (e.highRefl) {
         const float hp = 20.0F / (e.dist_raw * e.dist_raw) * 1048576.0F;
         e.refl_raw = 255.0F;

@@ -38,7 +38,7 @@ struct ReflectivityTables {
 void CompensateForEnvironment(const EnvironmentTables& tables, std::vector<LidarPoint>& points);
 void CorrectRange(const RangeTables& tables, std::vector<LidarPoint>& points);
 void MapHeights(const HeightMapTables& tables, std::vector<LidarPoint>& points);
-// `check.enable` is looked at by the caller.
+// The caller checks `check.enable`.
 void CheckHighRefl(const kerul::lidar::HighReflCheck& check, std::vector<LidarPoint>& points);
 void CalibrateReflectivity(const ReflectivityTables& tables, std::vector<LidarPoint>& points);
 

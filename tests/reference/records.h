@@ -1,5 +1,5 @@
 // A slow, literal form of every algorithm of the node, written apart from it. It shares the plain
-// records with the node and calls nothing of it, so that both can be held against each other.
+// records with the node and calls nothing of it, so that the two can be compared.
 //
 // Throughout this folder: single precision unless double is written, sums in the order of the
 // terms, loops over echo slots up to LidarPoint::echo_num.

@@ -22,7 +22,7 @@ const Bytes kMicroseconds{0xD4, 0xC3, 0xB2, 0xA1};
 
 TEST(CaptureFormat, EthernetWithMicrosecondsNeedsNoWord) {
   EXPECT_EQ(CaptureFormatNote(Header(kMicroseconds, {1, 0, 0, 0})), "");
-  // Four bytes of check sequence at each frame's end, told in the upper bits.
+  // Four bytes of check sequence at each frame's end, given in the upper bits.
   EXPECT_EQ(CaptureFormatNote(Header(kMicroseconds, {1, 0, 0, 0x40})), "");
 }
 

@@ -57,7 +57,7 @@ Bytes CaptureOf(const std::vector<Bytes>& frames) {
   return capture;
 }
 
-// A frame of `headers` bytes with the protocol byte at its place, and the payload behind.
+// A frame of `headers` bytes with the protocol byte at its place, and the payload after them.
 Bytes Frame(const Bytes& ethertypes, std::size_t protocol_at, std::uint8_t protocol,
             std::size_t headers, const Bytes& payload) {
   Bytes frame(headers);
@@ -153,7 +153,7 @@ TEST_F(PcapSourceTest, ADirectoryThrowsLikeAMissingFile) {
   EXPECT_EQ(OpenError(source), "Fail to open .pcap file: \"" + directory_.path().string() + "\"");
 }
 
-// Nobody writes to its other end: an ordinary open would wait for ever.
+// Nothing writes to its other end: an ordinary open would wait for ever.
 TEST_F(PcapSourceTest, AFifoThrowsLikeAMissingFile) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   PcapSource source(path_);
@@ -420,7 +420,7 @@ TEST_F(PcapSourceTest, CloseForgetsTheFileAndPrintsNothing) {
   EXPECT_FALSE(source_->IsOpened());
   EXPECT_EQ(Receive(), -1);
   source_->Rewind();
-  EXPECT_EQ(Receive(), -1) << "the read position lies behind the empty data";
+  EXPECT_EQ(Receive(), -1) << "the read position lies past the empty data";
   EXPECT_FALSE(source_->IsOpened());
 }
 

@@ -1,6 +1,5 @@
-// Streams that no sensor sends: every packet in its place, what it holds at random. What such input
-// drives through calibration, passes and encoder is what the reference gives, in every form of the
-// vector kernels.
+// Streams that no sensor sends: every packet in its place, its content random. The node publishes
+// what the reference gives, in every form of the vector kernels.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -20,7 +20,7 @@ struct StreamFaults {
   double wild = 0.0;  // one byte of it is random
 };
 
-// Frames of several scenes in turn, computed once and sent over and over, faults on request.
+// Frames of several scenes in turn, computed once and sent repeatedly, faults on request.
 class SimulatedStream {
  public:
   struct Plan {

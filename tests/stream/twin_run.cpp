@@ -70,8 +70,8 @@ DefaultConfig StreamConfig() {
   DefaultConfig config = default_config::kConfig;
   config.recv_port = 0;
   config.shm_name = UniqueShmName("stream");
-  // More than one datagram can set free: both echoes of the frame that it closes, and of the rows
-  // before its own in the frame that it opens.
+  // Room for more than one datagram can release: both echoes of the frame that it closes, and of
+  // the earlier rows in the frame that it opens.
   config.shm_size = shm_ring::kHeaderBytes + 8192U * shm_ring::kStride;
   return config;
 }
@@ -128,7 +128,7 @@ std::string TwinRun::Play(const NextDatagram& next) {
   return difference_;
 }
 
-// One turn: judge what the last datagram brought about, then hand the next one to both.
+// One turn: compare what the last datagram brought about, then hand the next one to both.
 int TwinRun::GiveNext(UdpPacket& packet) {
   // The node asks a few times before it looks whether it is to stop.
   if (difference_.empty()) difference_ = ComparePublished();

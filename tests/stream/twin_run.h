@@ -17,7 +17,7 @@ namespace kerul::lidar::testing {
 
 using Datagram = std::vector<std::uint8_t>;
 
-// The defaults of the product, but for where packets come from and go to.
+// The defaults of the product, except for where packets come from and go to.
 DefaultConfig StreamConfig();
 
 // What a run saw, for a test to check that the stream held what it is about.
@@ -27,11 +27,11 @@ struct TwinCounts {
   std::uint64_t distances = 0;   // of these, points with a distance
   std::uint64_t frames = 0;      // closed
   std::uint64_t rows = 0;        // miniflash rows published
-  std::uint64_t rows_again = 0;  // of these, behind a later row of the same frame
+  std::uint64_t rows_again = 0;  // of these, after a later row of the same frame
   std::uint64_t stragglers = 0;  // packets of an earlier frame id taken into the frame in hand
   std::uint64_t exported_files = 0;
   std::uint64_t withheld = 0;  // datagrams that would have ended the process
-  // Of all bytes published but for the clock: two streams that differ have different ones.
+  // Of all bytes published except the clock: two streams that differ have different ones.
   std::uint64_t digest = 14695981039346656037U;
 };
 
@@ -41,14 +41,14 @@ class TwinRun {
   TwinRun(const DefaultConfig& config, const simulator::CalibrationBlobs& blobs);
   ~TwinRun();
 
-  // Gives the stream's datagrams one after the other, null at its end. What it gives must live
+  // Gives the stream's datagrams in turn, null at its end. What it gives must live
   // until the next call.
   using NextDatagram = std::function<const Datagram*()>;
 
   // Plays the stream through both and compares what they publish after each datagram, byte for
   // byte but for the clock, then the closed frames' ids and counts, the frame left in hand and the
   // exported files.
-  // Stops at the first difference and tells it; an empty text says that there is none.
+  // Stops at the first difference and describes it; an empty text says that there is none.
   // To be called once.
   std::string Play(const NextDatagram& next);
 

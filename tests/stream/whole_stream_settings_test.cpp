@@ -13,11 +13,11 @@ namespace {
 struct Setting {
   const char* name;
   std::function<void(DefaultConfig&)> change;
-  // Without what hides the setting: the stream that it is held against has this too.
+  // Without what hides the setting: so has the stream that it is compared with.
   std::function<void(DefaultConfig&)> uncover = [](DefaultConfig&) {};
 };
 
-// The check writes the processed fields anew, and erases what the filter for shot noise looks for.
+// The check rewrites the processed fields, and erases what the filter for shot noise looks for.
 void NoNeighbourCheck(DefaultConfig& config) { config.neighbor_check_enable = false; }
 
 void AllGroundStages(DefaultConfig& config) {
@@ -118,7 +118,7 @@ TEST_P(WholeStreamSetting, GivesTheReferencesBytes) {
 INSTANTIATE_TEST_SUITE_P(Every, WholeStreamSetting, ::testing::ValuesIn(Settings()),
                          [](const auto& setting) { return setting.param.name; });
 
-// Only the export shows it, but the doubling has the whole frame in its hands.
+// Only the export shows it, but the doubling covers the whole frame.
 TEST(WholeStreamSettings, DoubledFramesLeaveTheStreamAsItIs) {
   DefaultConfig config = StreamConfig();
   const TwinCounts without = ExpectSameOutput(config, OneMixedFrame());

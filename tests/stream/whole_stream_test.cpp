@@ -23,7 +23,7 @@ TEST(WholeStream, DefaultSettingsGiveTheReferencesBytesOnEveryScene) {
 
 // --- Every output mode with every choice of echoes ---
 
-// Rows 12 to 23, then a packet of the next frame that sets all 36 rows free.
+// Rows 12 to 23, then a packet of the next frame that releases all 36 rows.
 std::vector<Datagram> MiddleThirdOfAFrame() {
   SimulatedStream stream(OneMixedFrame());
   std::vector<Datagram> datagrams;

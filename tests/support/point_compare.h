@@ -1,4 +1,4 @@
-// Point records held against each other field by field; the bytes between fields have no meaning.
+// Point records compared field by field; the bytes between fields have no meaning.
 //
 // Equal means the same bits, but every NaN equals every other: an operation on two NaNs gives the
 // first one's payload and sign, and a compiler is free to swap the operands of a sum or product, so

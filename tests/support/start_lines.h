@@ -58,7 +58,7 @@ class StartLines {
 inline const StartLines kANode("A_node");
 
 // The lines of the node out of a start-up log. Input and output have lines too: the worker opens
-// the input socket anew at every look, so that their number is not given.
+// the input socket again at every read, so their number is not fixed.
 inline std::string NodeLines(const std::string& log) {
   std::istringstream lines(log);
   std::string kept;

@@ -1,4 +1,4 @@
-// A directory of its own for a test, and what stands in its files.
+// A directory of its own for a test, and the content of its files.
 #pragma once
 
 #include <cstdlib>

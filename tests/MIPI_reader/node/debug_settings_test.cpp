@@ -81,7 +81,7 @@ TEST_F(DebugSettings, SwitchedOffNothingIsPrinted) {
 // ---- The bloom trace.
 
 // With the filter off its line comes once in each run that sees a bright target, wherever the
-// traced pixel lies: so it tells whether the trace is armed.
+// traced pixel lies: so it shows whether the trace is armed.
 TEST_F(DebugSettings, TheBloomTraceIsArmedByTheSwitchAndAPlaceWithoutASign) {
   struct Place {
     bool if_debug;

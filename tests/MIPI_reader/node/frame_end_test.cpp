@@ -116,7 +116,7 @@ TEST_F(FrameEnd, WithADoubledFrameOfAnotherSizeTheExportStillRuns) {
     EXPECT_EQ(Shape(Content("A_node_raw_f009_n000000.bin")),
               (std::vector<std::uint32_t>{216, 288, 9}));
 
-    // The doubled frame is written as it stands, without a point.
+    // The doubled frame is written in its reset state, without a point.
     config_.shm_name = UniqueShmName("node");
     config_.export_mode = "interp";
     StartNode(config_);
@@ -147,7 +147,7 @@ TEST_F(FrameEnd, ANameThatIsTooLongUsesUpItsNumber) {
   EXPECT_EQ(Files(), Names{});
 }
 
-// A lost packet leaves its pixels as a reset does, not as the frame before had them. Of the last
+// A lost packet leaves its pixels as a reset does, not with the last frame's values. Of the last
 // row only the frame's end can see to that: the rows before it have been run by then.
 TEST_F(FrameEnd, OfPixelsThatWereLostTheFrameBeforeIsNotWritten) {
   StartNode(config_);

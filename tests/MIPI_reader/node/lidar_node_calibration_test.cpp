@@ -27,7 +27,7 @@ class CalibrationAssembly : public NodeFixture {
  protected:
   DefaultConfig config_ = TestConfig();
 
-  // The start logs these lines behind the ones of input and output, and nothing else.
+  // The start logs these lines after the ones of input and output, and nothing else.
   void ExpectStart(const std::string& lines) {
     StartNode(config_);
     EXPECT_EQ(NodeLines(start_log_), OpeningNodeLines(config_) + lines);

@@ -89,7 +89,7 @@ TEST_F(RowPipeline, AnEchoThatThePlanePullsBehindTheSensorShowsItsRangeOfBefore)
   config.ground_plane_pull_full_m = 100.0F;
   StartNode(config);
   Access().angle_grid() = ground_builder::DownwardGrid(216, 288);
-  // A level ground 1 m below, and one pixel far behind it.
+  // A level ground 1 m below, and one pixel far beyond it.
   for (int row = 4; row < 14; ++row) {
     for (int col = 0; col < 288; ++col) {
       const float z = ground_builder::GetDirection(Access().angle_grid(), row, col).z;

@@ -63,7 +63,7 @@ TEST_F(NodeBringUp, ACaptureIsReportedInPlaceOfThePort) {
   config.data_source = 2;
   config.pcap_path = (directory.path() / "a.pcap").string();
   std::ofstream(config.pcap_path, std::ios::binary)
-      << "\xD4\xC3\xB2\xA1" << std::string(20, '\0');  // a header and nothing behind
+      << "\xD4\xC3\xB2\xA1" << std::string(20, '\0');  // a header and nothing after it
   StartNode(config);
   const std::string lines = NodeLines(start_log_);
   const std::string opening = "[INFO] Trying to open pcap file: \"" + config.pcap_path + "\"\n" +

@@ -128,7 +128,7 @@ TEST_F(NodeUdpOutput, GoesToTheAddressThatIsSet) {
   for (const std::vector<std::uint8_t>& packet : packets) EXPECT_EQ(packet[207], 1);
 }
 
-// What joining a group tells on this machine: a network without a route for it refuses.
+// What joining a group prints on this machine: a network without a route for it refuses.
 struct GroupLines {
   std::string out;
   std::string err;
@@ -162,7 +162,7 @@ TEST_F(NodeUdpOutput, InputAndOutputJoinTheGroupOfTheInput) {
   EXPECT_NE(start_log_.find("[LidarNode][A_node] recv=239.255.17.4:0\n"), std::string::npos);
 }
 
-// A source and an output that tell when they go, and what is left of the node then.
+// A source and an output that record when they go, and what is left of the node then.
 class LastInput : public ScriptedSource {
  public:
   explicit LastInput(LidarNodeTestAccess access) : access_(access) {}

@@ -12,8 +12,8 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::system_clock;
 
-// Whether the clock, looked at between two looks at the system's, lies between them but for
-// `slack`. Tried several times, as the thread may be interrupted.
+// Whether the clock, read between two reads of the system's, lies between them with a margin of
+// `slack`. Tried several times, because the thread may be interrupted.
 bool AgreesWithTheSystem(const PacketClock& clock, nanoseconds slack) {
   for (int i = 0; i < 100; ++i) {
     const auto before = system_clock::now();

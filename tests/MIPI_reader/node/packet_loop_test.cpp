@@ -29,7 +29,7 @@ struct Request {
 };
 constexpr Request kRequest{1500, 0, 1000};
 
-// Gives these results one after the other, with these first bytes.
+// Gives these results in turn, with these first bytes.
 struct Answer {
   int result = 0;
   std::uint8_t first = 0;
@@ -211,7 +211,7 @@ TEST_F(PacketLoopWaits, EachPacketCountsTheTimeFromItsOwnStart) {
   Play({MakeRawPacket(9, 0)});
   const std::int64_t one = Access().frame_busy_ns();
   EXPECT_GT(one, 0);
-  // Long ago: what lies between two packets is no time spent on them.
+  // Long ago: the time between two packets is not time spent on them.
   Access().packet_start_time() = {};
   Play({MakeRawPacket(9, 1)});
   EXPECT_GT(Access().frame_busy_ns(), one);

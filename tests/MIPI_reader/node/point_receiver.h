@@ -1,4 +1,4 @@
-// Somebody who takes point packets by UDP.
+// A receiver of point packets by UDP.
 #pragma once
 
 #include <arpa/inet.h>
@@ -36,7 +36,7 @@ class PointReceiver {
 
   std::uint16_t port() const noexcept { return port_; }
 
-  // What has come, oldest first; waits until it is at least `count` datagrams. When they once did
+  // What has come, oldest first; waits until it is at least `count` datagrams. Once they did
   // not come, nothing is waited for any more: the test has failed by then.
   std::vector<std::vector<std::uint8_t>> Take(std::size_t count) {
     std::vector<std::vector<std::uint8_t>> datagrams;

@@ -270,7 +270,7 @@ TEST_F(StartLog, OfASensorComesWithTheParsersAngleGrid) {
   EXPECT_EQ(Access().parser().angle_grid.xyz, Access().angle_grid().xyz);
 }
 
-// ---- Failures: nothing is logged behind the step that failed.
+// ---- Failures: nothing is logged after the step that failed.
 
 TEST_F(StartLog, EndsBehindTheLoadingLineWhenTheHeadCannotBeRead) {
   WriteCache(Blobs());

@@ -38,7 +38,7 @@ TEST_P(EchoComputation, ASymmetricPulseIsCentredOnSampleEight) {
 TEST_P(EchoComputation, PulseMeasuresOfATriangle) {
   const LidarEcho& echo = Compute(Triangle());
   const double threshold = 184.0 / 5.0;
-  const double cut = (threshold - 34.0) / (134.0 - 34.0);  // behind sum 6 and before sum 10
+  const double cut = (threshold - 34.0) / (134.0 - 34.0);  // after sum 6 and before sum 10
   const double width = (10.0 - cut) - (6.0 + cut);
   EXPECT_FLOAT_EQ(echo.cogw, static_cast<float>(width));
   const double rms = std::sqrt((184.0 * 184 + 2 * 134.0 * 134 + 2 * 34.0 * 34) / 15.0);

@@ -210,7 +210,7 @@ TEST_P(PacketLanes, ASlotThatNoResetTouchesKeepsItsEarlierFields) {
 }
 
 // The peak, divided by the shot ratio, meets the middle between two curve entries and its
-// neighbours on both sides; the low curve tells by the flag which entry was read.
+// neighbours on both sides; the low curve's flag shows which entry was read.
 TEST_P(PacketLanes, CurveEntriesAreRoundedHalfAwayFromZero) {
   LidarPoint::echo_num = 2;
   parser.cogw_filter = std::make_shared<CogwFilter>(

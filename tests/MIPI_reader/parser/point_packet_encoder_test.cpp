@@ -171,7 +171,7 @@ TEST(EncodePayload, ModeSixCarriesWidthAndPeak) {
 TEST(EncodePayload, ModeNineCarriesTheWideWordAndHeight) {
   LidarPoint point;
   point.pixel_word22 = static_cast<float>(0x567);
-  point.echoes[0].cogh = 0x5B;  // odd: 128 goes beside the word's low nibble
+  point.echoes[0].cogh = 0x5B;  // odd: 128 joins the word's low nibble
   EXPECT_EQ(EncodePayload(point, 0, 9), (Bytes{0x56, 0x87, 0x2D}));
 }
 

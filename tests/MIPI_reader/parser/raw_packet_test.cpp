@@ -117,7 +117,7 @@ TEST(PixelIdOf, IsTheIdAmongTheUnpackedSamples) {
   EXPECT_GT(seen.size(), 3500U);
 }
 
-// Wild ids, groups and slots too. Whoever cuts off at the frame's height and width relies on no
+// Wild ids, groups and slots too. Code that cuts off at the frame's height and width relies on no
 // place being negative.
 TEST(PixelPlaceTable, AddsToTheFirstPixelOfAnyGroupAndSlot) {
   int compared = 0;

@@ -17,7 +17,7 @@ using testing::TempDir;
 const std::vector<ExportPoint> kPoints{{1.0F, -2.0F, 0.5F, 40.0F, 3, 258},
                                        {4.0F, 5.0F, 6.0F, 7.0F, 8, 9}};
 
-// The two points as they stand in both binary formats.
+// The two points in the bytes of both binary formats.
 std::string Body() {
   std::string body;
   const auto put = [&](auto value) {

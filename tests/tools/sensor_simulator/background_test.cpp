@@ -15,7 +15,7 @@ TEST(BackgroundTables, LevelsFollowNoiseAndShots) {
   EXPECT_DOUBLE_EQ(tables.Of(64, 160).per_bin, 5.0);
 }
 
-// Held against whole histograms, bin by bin.
+// Compared with whole histograms, bin by bin.
 TEST(LargestNoiseSums, AreAsHighAsInAWholeHistogram) {
   const Background background(5.0);
   Random random(7);

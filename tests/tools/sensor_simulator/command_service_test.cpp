@@ -122,7 +122,7 @@ TEST_F(CommandServiceTest, TheMainRegisterStreamsTheHeadPageAndThenTheMainPages)
   EXPECT_EQ(link.Read(kServiceMainRegister, 256), Page(0x11));
   EXPECT_EQ(link.Read(kServiceHeadRegister, 256), Page(0xAA));  // does not move the stream
   EXPECT_EQ(link.Read(kServiceMainRegister, 256), Page(0x22));
-  EXPECT_EQ(link.Read(kServiceMainRegister, 256), Page(0xFF));  // behind the end
+  EXPECT_EQ(link.Read(kServiceMainRegister, 256), Page(0xFF));  // past the end
   EXPECT_EQ(service_->received_requests(), 5);
 }
 

@@ -1,5 +1,5 @@
-// The node's own decoding and calibration of a simulated stream, held against the simulator's
-// decoder, which was written apart, and against the ground truth.
+// The node's own decoding and calibration of a simulated stream, compared with the simulator's
+// decoder, which was written apart, and with the ground truth.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -27,7 +27,7 @@ TEST(PulseResponse, AWeakPulseIsCountedInFull) {
   EXPECT_NEAR(Total(response.Counts(1.0, 100.3, 432.0)), 2.7, 3e-3);
 }
 
-// Gauss pulse with an exponential tail: the mean lies share times decay behind the centre.
+// Gauss pulse with an exponential tail: the mean lies share times decay after the centre.
 TEST(PulseResponse, APulseLiesWhereItWasPutPlusItsTail) {
   const PulseModel model;
   const PulseResponse response(model);

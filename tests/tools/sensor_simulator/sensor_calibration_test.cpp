@@ -155,7 +155,7 @@ TEST(Calibrate, PixelTablesHoldTheirBytesInTileOrder) {
   EXPECT_EQ(calibration.scale[place], 255);
   EXPECT_EQ(calibration.offset[place + 6], 0);
   EXPECT_EQ(calibration.scale[place + 6], 0);
-  EXPECT_EQ(calibration.offset[62208], 0);  // behind the last pixel
+  EXPECT_EQ(calibration.offset[62208], 0);  // after the last pixel
 }
 
 TEST(OffsetBase, FallsBySixtyEightWithEveryEighthTile) {

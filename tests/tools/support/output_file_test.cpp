@@ -66,7 +66,7 @@ TEST_F(OutputFile, ADeviceIsWrittenToAndStays) {
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
-// A directory's write right is what the renaming needs; without it, nothing changes.
+// The renaming needs write permission for the directory; without it, nothing changes.
 TEST_F(OutputFile, AFailureLeavesTheOldOneAndNothingElse) {
   EXPECT_FALSE(Write("none/a", "text"));
   EXPECT_EQ(error_, "No such file or directory");

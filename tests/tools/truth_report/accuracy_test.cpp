@@ -1,6 +1,6 @@
-// The node's accuracy as it was reached, held.
+// The node must keep the accuracy that it has reached.
 //
-// The bounds stand a quarter above what 20 frames gave: fewer frames are measured here, and another
+// The bounds are a quarter above what 20 frames gave: fewer frames are measured here, and another
 // C library may round a few photon counts the other way.
 #include "truth_report/accuracy.h"
 

@@ -1,7 +1,7 @@
-// What the row passes do to the simulated scenes, held at loose bounds: about twice the losses and
-// half the misses that ten frames gave (docs/filters.md). They are to notice a pass that has
-// stopped working or begun to do harm, not a figure that moved: here are two frames only, and a
-// scene may gain a body.
+// What the row passes do to the simulated scenes, with loose bounds: about twice the losses and
+// half the misses that ten frames gave (docs/filters.md). They notice a pass that has stopped
+// working or begun to do harm, not a figure that moved: here are two frames only, and a scene may
+// gain a body.
 #include <gtest/gtest.h>
 
 #include "kerul_lidar/point_payload.h"

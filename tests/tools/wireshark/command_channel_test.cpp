@@ -71,7 +71,7 @@ TEST_F(CommandChannel, ShowsEveryFieldOfARead) {
 TEST_F(CommandChannel, ShowsTheHeadPageOfTheSimulatedSensor) {
   const Bytes head = simulator::MakeBlobs(simulator::SimulatorOptions{}).head;
   Ask(kHeadRegister, 256);
-  Bytes payload(3 + head.size(), 0xEE);  // what stands in front of the data is skipped
+  Bytes payload(3 + head.size(), 0xEE);  // the bytes before the data are skipped
   std::copy(head.begin(), head.end(), payload.begin() + 3);
   Answer(Message(255, 0, payload));
   const FieldTable table = Fields(

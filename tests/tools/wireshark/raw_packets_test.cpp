@@ -137,7 +137,7 @@ TEST_F(RawPackets, TellPlacesAndPixelsOutsideTheFrame) {
   EXPECT_NE(table[1][2], "");
   EXPECT_EQ(Split(table[1][3], ',').size(), 9U);
   EXPECT_NE(table[1][4].find("Pixel 0 at row 216, column 0 is outside"), std::string::npos);
-  // Place 8 * 48 + 1 is another packet's. Pixel 9 stands at column 48 + 9 * 24 = 264, pixels 10 and
+  // Place 8 * 48 + 1 is another packet's. Pixel 9 is at column 48 + 9 * 24 = 264, pixels 10 and
   // 11 at 288 and 312; with 12 the next dozen begins on the left.
   EXPECT_EQ(table[2][0], "385");
   EXPECT_EQ(table[2][2], "");
@@ -176,7 +176,7 @@ TEST_F(RawPackets, OfThreeFramesHaveEachPlaceAndEachPixelThreeTimes) {
     ASSERT_EQ(rows.size(), 9U);
     ASSERT_EQ(cols.size(), 9U);
     for (std::size_t i = 0; i < 9; ++i) ++pixels[rows[i] + " " + cols[i]];
-    // Nothing is told of a sound stream but where its frames end.
+    // A sound stream gives no note except at its frames' ends.
     EXPECT_EQ(!row[3].empty(), row[0] == "6911") << row[3];
   }
   ASSERT_EQ(places.size(), 6912U);

@@ -1,4 +1,4 @@
-// What tshark tells about gaps in the sequence numbers, against what the simulator left out and
+// What tshark says about gaps in the sequence numbers, against what the simulator left out and
 // against a count of the capture's bytes made here.
 #include <algorithm>
 #include <atomic>

@@ -12,8 +12,8 @@
 
 namespace kerul::lidar::testing {
 
-// A table of tshark's -T fields: a row for each packet, a cell for each field. A field that stands
-// several times in a packet has its values separated by commas; one that is absent is empty.
+// A table of tshark's -T fields: a row for each packet, a cell for each field. The values of a
+// field that a packet has several times are separated by commas; an absent one is empty.
 using FieldTable = std::vector<std::vector<std::string>>;
 
 std::vector<std::string> Split(const std::string& text, char separator);

@@ -24,7 +24,7 @@ using bloom_test::PutSource;
 
 const BloomTrace kNoTrace;
 
-// The weight as it is told: linear between entries, from the distance computed anew.
+// The weight as documented: linear between entries, from the distance computed here.
 float SlowWeight(const float (&psf)[kPsfEntries], int rows, int cols) {
   const float x = 2.0F * std::hypot(static_cast<float>(rows), static_cast<float>(cols));
   if (!(x > 0.0F)) return psf[0];

@@ -414,7 +414,7 @@ class BloomEnergyGate : public BloomSuppression {
     // Five samples around (9, 9), powers 60 to 100.
     for (int i = 0; i < 5; ++i) PutEcho(frame_, 9, 7 + i, 10.0F, kPowers[i]);
   }
-  // Reflectivity left at (9, 9), whose power is 80, behind a spill of 20 times the gate.
+  // Reflectivity left at (9, 9), whose power is 80, after a spill of 20 times the gate.
   static float Left(float gate) { return 40.0F * ((80.0F - gate * 20.0F) / 80.0F); }
   static constexpr float kPowers[5] = {60.0F, 100.0F, 80.0F, 100.0F, 60.0F};
 };
@@ -447,7 +447,7 @@ TEST_F(BloomEnergyGate, WithoutAScoreTheGateIsOne) {
   EXPECT_EQ(Echo(9, 9).refl_proc, Left(1.0F));
 }
 
-// Any content at all: nothing is overrun, and what the trace prints changes nothing.
+// Any content at all: no access is out of bounds, and the trace's printing changes nothing.
 float RandomValue(std::mt19937& random) {
   static constexpr float kOdd[] = {0.0F, -0.0F, kNan, kInf, -kInf, -3.0F, 3e38F, -3e38F, 1e-40F};
   if (random() % 8 == 0) return kOdd[random() % std::size(kOdd)];

@@ -1,5 +1,5 @@
-// Priming and neighbour validation in one go, in every form, against the one after the other in the
-// scalar form, record for record.
+// Priming and neighbour validation in one go, in every form, against the two in turn in the scalar
+// form, record for record.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -83,7 +83,7 @@ TEST_P(NeighbourPriming, GivesTheRecordsOfTheTwoForRowsThatTheLanesLeave) {
   ExpectAsOneAfterTheOther(ragged, 0, 5);
 }
 
-// What the validation has nothing to say on keeps the primed values to the last bit.
+// Echoes that the validation leaves alone keep the primed values to the last bit.
 TEST_P(NeighbourPriming, AnEchoWithoutARangeShowsItsRawFields) {
   constexpr float kInf = std::numeric_limits<float>::infinity();
   for (const float dist : {0.0F, -0.0F, -3.0F, -kInf, std::nanf("")}) {
@@ -143,8 +143,8 @@ void FillWithGround(FrameRows& rows, std::uint32_t seed) {
   }
 }
 
-// The first ground stage may write the processed fields before they are primed: of every echo that
-// it writes the validation writes them anew.
+// The first ground stage may write the processed fields before they are primed: the validation
+// writes those of every such echo again.
 TEST_P(NeighbourPriming, PrimingAfterTheFirstGroundStageGivesWhatPrimingBeforeItGives) {
   const AngleCalibGrid grid = ground_builder::DownwardGrid(36, 80);
   int labelled = 0;

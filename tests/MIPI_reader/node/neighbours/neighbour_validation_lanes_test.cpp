@@ -41,7 +41,7 @@ class NeighbourLanes : public FormsTest {
 };
 RUN_IN_EVERY_VECTOR_FORM(NeighbourLanes);
 
-// Few ranges and ratios, on and beside the limits, so that ties and single missing votes abound.
+// Few ranges and ratios, on and next to the limits, so that ties and single missing votes abound.
 void FillWithTies(FrameRows& rows, std::uint32_t seed) {
   constexpr float kRatios[] = {0.5F, 0.7F, 0.75F, 0.8F, 0.9F, 0.95F, 1.0F, 1.5F, 1.5F, 1.5F};
   std::mt19937 random(seed);

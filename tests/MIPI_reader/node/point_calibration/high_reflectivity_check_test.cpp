@@ -88,7 +88,7 @@ TEST_P(HighReflectivityTest, AFlagFromTheEchoComputationStaysWithAGreatHeight) {
   EXPECT_EQ(Check(1.0F, 251.0F, 2.0F, 30.0F), kBoth);
   EXPECT_EQ(Check(1.0F, 251.0F, 0.0F, 30.0F), kHighRefl);
   EXPECT_EQ(Check(1.0F, 250.0F, 2.0F, 30.0F), kNothing);     // cleared, and no rule holds
-  EXPECT_EQ(Check(1.0F, 250.0F, 2.5F, 10.0F), kAfterPulse);  // rule D decides anew
+  EXPECT_EQ(Check(1.0F, 250.0F, 2.5F, 10.0F), kAfterPulse);  // rule D decides again
   EXPECT_EQ(Check(0.0F, 100.0F, 2.0F, 30.0F), kHighRefl);    // no range: not looked at
 }
 

@@ -1,4 +1,4 @@
-// Every form of the packet's calibration against the steps one after the other, bit for bit.
+// Every form of the packet's calibration against the steps in turn, bit for bit.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -296,7 +296,7 @@ TEST_P(PacketCalibrationLanes, EveryPixelInsideAndOutsideTakesItsOwnEntries) {
   }
   ASSERT_NO_FATAL_FAILURE(ExpectLikeTheSteps(objects, points));
   EXPECT_EQ(compared_, static_cast<int>(points.size()));
-  // That two entries never give the same: the largest offset takes 194 m, the next 0.0023 m less.
+  // Every entry gives another range: the largest offset takes 194 m, the next 0.0023 m less.
   std::set<float> ranges;
   CalibratePacket(objects.Steps(), points);
   for (const LidarPoint& point : points) ranges.insert(point.echoes[0].dist_raw);
