@@ -12,7 +12,8 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_program(ccache_program ccache)
 if(ccache_program AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${ccache_program}")
+  # What ccache asks for before it serves sources with a precompiled header.
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros "${ccache_program}")
 endif()
 
 # One test program for each folder below tests/ that holds *_test.cpp files, named after the folder:
@@ -32,12 +33,15 @@ function(kerul_add_test_folders)
   foreach(folder IN LISTS folders)
     string(REPLACE "/" "_" name "tests_${folder}")
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${folder}/*.cpp")
+    if(folder STREQUAL "reference")  # a library of its own
+      list(FILTER sources INCLUDE REGEX "_test\\.cpp$")
+    endif()
     add_executable(${name} ${sources})
-    target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
-    target_link_libraries(${name} PRIVATE kerul_lidar GTest::gmock_main)
-    # Under the sanitizers a test source takes three times as long to compile as optimised without:
-    # there it is left as it is written, and only what it tests is optimised.
-    target_compile_options(${name} PRIVATE ${KERUL_TEST_COMPILE_OPTIONS})
+    target_link_libraries(${name} PRIVATE test_support)
+    # Only what is tested is optimised: an optimised test source takes three times as long to
+    # compile, and few tests compute much of their own.
+    target_compile_options(${name} PRIVATE -O0)
+    target_precompile_headers(${name} REUSE_FROM test_support)
     foreach(library IN LISTS arg_LIBRARIES)
       if(TARGET ${library})
         target_link_libraries(${name} PRIVATE ${library})

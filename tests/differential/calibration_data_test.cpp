@@ -8,9 +8,9 @@
 
 #include "calibration/angle_calib.h"
 #include "calibration/para2_lidar_calib.h"
-#include "random_records.h"
 #include "reference/para2.h"
 #include "support/point_compare.h"
+#include "support/random_records.h"
 
 namespace kerul::lidar::testing {
 namespace {

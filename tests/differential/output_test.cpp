@@ -13,11 +13,11 @@
 #include "MIPI_reader/node/frame_end/frame_export.h"
 #include "MIPI_reader/node/frame_end/frame_upsampling.h"
 #include "MIPI_reader/parser/lidar_parser.h"
-#include "random_records.h"
 #include "reference/encoder.h"
 #include "reference/merge.h"
 #include "support/kernel_forms.h"
 #include "support/point_compare.h"
+#include "support/random_records.h"
 #include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {

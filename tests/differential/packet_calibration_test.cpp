@@ -8,10 +8,10 @@
 
 #include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 #include "config/default_config.h"
-#include "random_records.h"
 #include "reference/packet_calibration.h"
 #include "support/kernel_forms.h"
 #include "support/point_compare.h"
+#include "support/random_records.h"
 
 namespace kerul::lidar::testing {
 namespace {

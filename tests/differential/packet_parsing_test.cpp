@@ -6,10 +6,10 @@
 
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "config/default_config.h"
-#include "random_records.h"
 #include "reference/parser.h"
 #include "support/kernel_forms.h"
 #include "support/point_compare.h"
+#include "support/random_records.h"
 
 namespace kerul::lidar::testing {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "random_records.h"
 #include "support/point_compare.h"
+#include "support/random_records.h"
 
 namespace kerul::lidar::testing {
 

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <cstdint>
 
-#include "child_process.h"
 #include "kerul_lidar/frame_collector.h"
 #include "kerul_lidar/shm_ring_reader.h"
+#include "support/child_process.h"
 
 namespace kerul::lidar::testing {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "differential/random_records.h"
 #include "stream_expectations.h"
 #include "support/kernel_forms.h"
+#include "support/random_records.h"
 
 namespace kerul::lidar::testing {
 namespace {

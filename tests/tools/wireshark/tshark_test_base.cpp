@@ -3,7 +3,7 @@
 #include <chrono>
 #include <sstream>
 
-#include "process/child_process.h"
+#include "support/child_process.h"
 
 namespace kerul::lidar::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "random_records.h"
+#include "support/random_records.h"
 
 #include <algorithm>
 #include <bit>
@@ -14,18 +14,27 @@ constexpr int kCols = 288;
 
 }  // namespace
 
+// SplitMix64: the library's engines are templates, which test programs compile without optimising.
+std::uint64_t RandomRecords::Bits() {
+  state_ += 0x9E3779B97F4A7C15U;
+  std::uint64_t bits = state_;
+  bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9U;
+  bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EBU;
+  return bits ^ (bits >> 31);
+}
+
 int RandomRecords::Below(int limit) {
-  return static_cast<int>((engine_() >> 32) * static_cast<std::uint64_t>(limit) >> 32);
+  return static_cast<int>((Bits() >> 32) * static_cast<std::uint64_t>(limit) >> 32);
 }
 
 int RandomRecords::Between(int lowest, int highest) { return lowest + Below(highest - lowest + 1); }
 
 bool RandomRecords::Chance(double probability) {
-  return static_cast<double>(engine_() >> 11) * 0x1p-53 < probability;
+  return static_cast<double>(Bits() >> 11) * 0x1p-53 < probability;
 }
 
 float RandomRecords::Uniform(float lowest, float highest) {
-  const float share = static_cast<float>(engine_() >> 40) * 0x1p-24F;
+  const float share = static_cast<float>(Bits() >> 40) * 0x1p-24F;
   const float value = lowest + (highest - lowest) * share;
   if (!coarse_ || !(highest > lowest)) return value;
   // A sixteenth to a thirty-second of the span, a power of two.
@@ -46,7 +55,7 @@ float RandomRecords::EdgeValue() {
 }
 
 float RandomRecords::AnyFloat() {
-  return std::bit_cast<float>(static_cast<std::uint32_t>(engine_() >> 32));
+  return std::bit_cast<float>(static_cast<std::uint32_t>(Bits() >> 32));
 }
 
 float RandomRecords::Salted(float lowest, float highest, double share) {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "MIPI_reader/parser/lidar_point.h"
@@ -24,13 +23,13 @@ inline constexpr int kFrameStyles = 6;
 
 class RandomRecords {
  public:
-  explicit RandomRecords(std::uint64_t seed) : engine_(seed) {}
+  explicit RandomRecords(std::uint64_t seed) : state_(seed) {}
 
   // One round in four draws its floats from coarse steps, so that what is compared is often equal.
   void StartRound() { coarse_ = Chance(0.25); }
 
-  std::uint64_t Bits() { return engine_(); }
-  std::uint8_t Byte() { return static_cast<std::uint8_t>(engine_() >> 56); }
+  std::uint64_t Bits();
+  std::uint8_t Byte() { return static_cast<std::uint8_t>(Bits() >> 56); }
   int Below(int limit);                  // 0..limit-1, limit above 0
   int Between(int lowest, int highest);  // both included
   bool Chance(double probability);
@@ -75,7 +74,7 @@ class RandomRecords {
   void PutPixel(int pixel_id, int address, std::uint8_t* block);
   void PutEcho(LidarEcho& echo, float range, float height);
 
-  std::mt19937_64 engine_;
+  std::uint64_t state_;
   bool coarse_ = false;
 };
 
