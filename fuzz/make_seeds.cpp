@@ -4,8 +4,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -13,6 +11,7 @@
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "config/default_config.h"
+#include "seed_directory.h"
 #include "sensor_simulator/calibration_blobs.h"
 #include "sensor_simulator/capture_file.h"
 #include "sensor_simulator/frame_packets.h"
@@ -22,42 +21,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using simulator::RawPacket;
 
 constexpr int kPacketsPerRow = 192;
 constexpr int kPacketsPerSlot = 48;
 
-Bytes Joined(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
 Bytes Word(std::size_t value) {
   return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8)};
-}
-
-class SeedDirectory {
- public:
-  explicit SeedDirectory(fs::path root) : root_(std::move(root)) {}
-
-  void Write(const std::string& program, const std::string& name, const Bytes& bytes) const {
-    fs::create_directories(root_ / program);
-    std::ofstream file(root_ / program / name, std::ios::binary);
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-    if (!file) throw std::runtime_error("cannot write below " + root_.string());
-  }
-  const fs::path& Root() const { return root_; }
-
- private:
-  fs::path root_;
-};
-
-Bytes ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // --- Streams of datagrams, see datagram_script.h ---
@@ -247,6 +217,9 @@ void WriteAll(const SeedDirectory& seeds) {
   WriteExports(seeds);
   WriteCalibration(seeds);
   WriteRings(seeds);
+  const simulator::CalibrationBlobs blobs = simulator::MakeBlobs(simulator::SimulatorOptions());
+  WriteOddInputs(seeds, Bytes(blobs.head.begin() + 20, blobs.head.begin() + 98),
+                 ReadFile(seeds.Root() / "export_file_fuzz" / "seed_raw_f003_n000001.bin"));
 }
 
 }  // namespace
