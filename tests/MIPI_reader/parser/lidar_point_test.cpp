@@ -21,6 +21,7 @@ LidarPoint FilledPoint() {
   point.row = 7;
   point.col = 11;
   point.pixel_word22 = 3.0F;
+  point.pixel_word11 = 4.0F;
   point.shot_times = 80.0F;
   point.shot_ratio = 0.5F;
   point.detect_threshold = 9.0F;
@@ -42,6 +43,7 @@ TEST(LidarPoint, ResetLeavesPlaceDebugFlagAndGroundScale) {
   EXPECT_EQ(point.row, 7);
   EXPECT_EQ(point.col, 11);
   EXPECT_EQ(point.pixel_word22, 0.0F);
+  EXPECT_EQ(point.pixel_word11, 0.0F);
   EXPECT_EQ(point.shot_times, 160.0F);
   EXPECT_EQ(point.shot_ratio, 1.0F);
   EXPECT_EQ(point.detect_threshold, 0.0F);
