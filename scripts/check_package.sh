@@ -56,8 +56,22 @@ if command -v systemd-analyze >/dev/null; then
     "$work/files/usr/lib/systemd/system/kerul-lidar-node.service" >"$work/kerul-lidar-node.service"
   verdict="$(systemd-analyze verify --man=no "$work/kerul-lidar-node.service" 2>&1 | grep kerul || true)"
   [ -z "$verdict" ] || fail "unit: $verdict"
+  # Tenths: 1.5, beyond which a part of the sandbox has gone.
+  systemd-analyze security --offline=true --threshold=15 --no-pager "$work/kerul-lidar-node.service" \
+    >"$work/exposure" 2>&1 || fail "the unit is exposed: $(tail -n 1 "$work/exposure")"
 else
   echo "the unit was not verified: systemd-analyze is missing"
+fi
+
+step "Firewall's rules"
+awk '/^```nft$/ {inside = 1; next} /^```$/ {inside = 0} inside' docs/security.md >"$work/rules.nft"
+grep -q 'dport 2368' "$work/rules.nft" || fail "docs/security.md has no rules"
+# Debian has nft where only root looks.
+nft="$(PATH="$PATH:/usr/sbin" command -v nft || true)"
+if [ -n "$nft" ] && [ "$(id -u)" -eq 0 ]; then
+  "$nft" -c -f "$work/rules.nft" || fail "nft refuses the rules of docs/security.md"
+else
+  echo "the firewall's rules were not read: needs nft and root"
 fi
 
 step "Wireshark's dissector"
