@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/mman.h>
 
+#include <chrono>
 #include <csignal>
 #include <random>
 #include <regex>
@@ -39,8 +40,10 @@ bool ShowsTheScene(const CollectedFrame& frame) { return CountReturns(frame) > k
 // ends before. A node that starts in the middle of the sensor's frame, or a machine that loses
 // datagrams, publishes frames with less in them.
 const CollectedFrame* NextScene(RingTap& tap, std::uint64_t ring = 1) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (const CollectedFrame* frame = tap.NextComplete()) {
     if (tap.Ring().attached >= ring && ShowsTheScene(*frame)) return frame;
+    if (std::chrono::steady_clock::now() >= deadline) break;
   }
   return nullptr;
 }
