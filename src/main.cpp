@@ -60,10 +60,6 @@ std::atomic<bool> interrupted{false};
 static_assert(std::atomic<Phase>::is_always_lock_free, "used by a signal handler");
 static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
 
-// So that a supervisor restarts a node whose port was taken. An interrupt and run_once are proper
-// ends: 0.
-constexpr int kStatusSourceClosed = 3;
-
 void StopNodes() noexcept {
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
@@ -118,16 +114,14 @@ int RunNode(int argc, char** argv, kerul::lidar::LogOutput& log) {
   log.SetPatience(0);
   phase = Phase::kRunning;
   if (interrupted) StopNodes();
-  bool source_closed = false;
   for (const std::shared_ptr<LidarNode>& entry : nodes) {
     const std::shared_ptr<LidarNode> node = entry;
     node->JoinWorker();
-    source_closed = source_closed || node->SourceHasClosed();
   }
   phase = Phase::kEnding;  // the worker has ended: only this thread takes signals now
   log.SetPatience(kLogPatienceMs);
   nodes.clear();  // the closing lines
-  return source_closed && !interrupted ? kStatusSourceClosed : 0;
+  return 0;  // deliberately also for a source that closed by itself
 }
 
 }  // namespace

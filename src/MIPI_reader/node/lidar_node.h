@@ -63,9 +63,6 @@ class LidarNode {
   // Waits for the worker to end and releases its thread; what it held back of losses is told.
   // Harmless without one.
   void JoinWorker();
-  // The worker ended because its source had closed for good, for instance a port that another
-  // program holds. Asked once the worker has been joined.
-  bool SourceHasClosed() const noexcept { return source_has_closed_; }
 
  private:
   friend struct LidarNodeTestAccess;
@@ -158,7 +155,6 @@ class LidarNode {
   std::unique_ptr<std::thread> thread_;
   std::atomic<bool> running_{false};
   static_assert(std::atomic<bool>::is_always_lock_free);  // the interrupt handler writes it
-  bool source_has_closed_ = false;
   kerul::lidar::LossWatch loss_watch_;
   std::uint32_t sender_ = 0;  // of the first packet, IPv4 in network order; 0 before it
   bool second_sender_is_told_ = false;

@@ -175,7 +175,6 @@ int LidarNode::GetOnePacket(Source* source, UdpPacket& packet) {
   if (source->IsOpened()) throw std::runtime_error("Failed to receive packet in max_retry_times");
   // Deliberate: the same words for a capture.
   Log("] the udp source has been closed");
-  source_has_closed_ = true;
   running_ = false;
   return -1;
 }

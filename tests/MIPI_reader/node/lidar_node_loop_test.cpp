@@ -187,7 +187,6 @@ TEST_F(PacketLoop, RunOnceStopsAtTheFrameEnd) {
   Start();
   Play(Join(Packets(10, 0, kPacketsPerFrame), Packets(11, 0, 5)));
   EXPECT_FALSE(Access().running());
-  EXPECT_FALSE(node_->SourceHasClosed());
   EXPECT_EQ(source_->script.size(), 5U);
 }
 
@@ -337,13 +336,11 @@ TEST_F(PacketLoop, AClosedSourceStopsTheNode) {
   Access().running() = true;
   source_->at_end = [] {};
   UdpPacket packet{};
-  EXPECT_FALSE(node_->SourceHasClosed());
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(Access().GetOnePacket(packet), -1);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
             "[LidarNode][A_node] the udp source has been closed\n");
   EXPECT_FALSE(Access().running());
-  EXPECT_TRUE(node_->SourceHasClosed());
 }
 
 TEST_F(PacketLoop, ResetFrameKeepsTheDistancesOfTheFrameBefore) {
