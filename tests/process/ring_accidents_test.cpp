@@ -16,6 +16,7 @@ namespace kerul::lidar::testing {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class RingAccidents : public IsolatedProcessTest {
  protected:
@@ -54,6 +55,8 @@ TEST_F(RingAccidents, ASecondNodeIsRefusedWhileTheFirstLives) {
               HasSubstr("[ERROR] failed to start LidarNode: the writer of the ring "
                         "/kerul_lidar_udp_shm still lives; stop it first, or set shm_takeover to "
                         "take its place\n"));
+  // It has not opened the port: that would have taken the first one's datagrams.
+  EXPECT_THAT(second->Out(), Not(HasSubstr("] recv=")));
   ASSERT_NE(tap.NextComplete(), nullptr);
   EXPECT_EQ(tap.Ring().replaced, 0U);
   EXPECT_EQ(first->Interrupt(), 0);

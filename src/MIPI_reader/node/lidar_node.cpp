@@ -40,9 +40,10 @@ class InterruptBlock {
   sigset_t before_{};
 };
 
-// Two nodes on one ring would each publish to readers that the other takes away.
+// Two nodes on one ring would each publish to readers that the other takes away. Asked before the
+// input opens: a refused node must not take the living one's datagrams.
 void RefuseSecondWriter(const DefaultConfig& config) {
-  if (config.shm_takeover) return;
+  if (config.udp_output || config.shm_takeover) return;
   const std::string name = kerul::lidar::ShmRegion::NormalizeName(config.shm_name.c_str());
   if (!kerul::lidar::RingWriterLives(name)) return;
   throw std::runtime_error("the writer of the ring " + name +
@@ -56,6 +57,7 @@ LidarNode::LidarNode(const std::string& name, const DefaultConfig& config,
     : name_(name), config_(std::make_shared<const DefaultConfig>(config)) {
   CheckConfig();
   MakeParser();
+  RefuseSecondWriter(*config_);
   OpenSource();
   OpenOutput();
   angle_grid_ = {};
@@ -141,7 +143,6 @@ void LidarNode::OpenOutput() {
     Log("] output=UDP " + config_->udp_dest_ip + ":" + std::to_string(config_->udp_dest_port));
     return;
   }
-  RefuseSecondWriter(*config_);
   shm_writer_ = std::make_unique<ShmUdpWriter>(config_->shm_name.c_str(), config_->shm_size);
   if (!shm_writer_->Open()) {
     throw std::runtime_error("ShmUdpWriter::Open failed: " + config_->shm_name);
