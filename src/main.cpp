@@ -121,7 +121,7 @@ int RunNode(int argc, char** argv, kerul::lidar::LogOutput& log) {
   phase = Phase::kEnding;  // the worker has ended: only this thread takes signals now
   log.SetPatience(kLogPatienceMs);
   nodes.clear();  // the closing lines
-  return 0;  // deliberately also for a source that closed by itself
+  return 0;       // deliberately also for a source that closed by itself
 }
 
 }  // namespace
