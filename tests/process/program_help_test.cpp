@@ -51,7 +51,7 @@ TEST_F(ProcessTest, SoakWatchCountsNothingWithoutARing) {
   EXPECT_EQ(watch.Interrupt(), 0);
   EXPECT_EQ(watch.Out(),
             "accepted=0\nlost=0\ntorn=0\nrefused=0\nframes=0\nframes_backwards=0\n"
-            "packets_backwards=0\n");
+            "frames_missing=0\npackets_backwards=0\n");
 }
 
 }  // namespace
