@@ -33,10 +33,16 @@ char ThreadState(pid_t pid, const std::string& thread) {
   return name_end == std::string::npos || name_end + 2 >= text.size() ? ' ' : text[name_end + 2];
 }
 
-int ThreadCount(pid_t pid) {
+// The node has made the thread that receives. A sanitizer's own threads have other names.
+bool HasWorker(pid_t pid) {
   std::error_code gone;
-  const fs::directory_iterator threads("/proc/" + std::to_string(pid) + "/task", gone);
-  return gone ? 0 : static_cast<int>(std::distance(begin(threads), end(threads)));
+  for (const auto& thread :
+       fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm") >> std::ws, name);
+    if (name == "lidar_worker") return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -76,16 +82,18 @@ std::unique_ptr<ChildProcess> IsolatedProcessTest::StartCalibratedNode() {
 
 bool WaitUntilRunning(const ChildProcess& node, std::chrono::milliseconds timeout) {
   const std::string main_thread = std::to_string(node.pid());
-  const auto runs = [&] {
-    return ThreadCount(node.pid()) > 1 && ThreadState(node.pid(), main_thread) == 'S';
-  };
+  bool runs = false;
   // Z: it has ended, and its parent has not asked for the status yet.
   const auto ended = [&] {
     const char state = ThreadState(node.pid(), main_thread);
     return state == 'Z' || state == ' ';
   };
-  WaitUntil([&] { return runs() || ended(); }, timeout);
-  return runs();
+  const auto ready = [&] {
+    runs = HasWorker(node.pid()) && ThreadState(node.pid(), main_thread) == 'S';
+    return runs || ended();
+  };
+  WaitUntil(ready, timeout);
+  return runs;
 }
 
 }  // namespace kerul::lidar::testing
