@@ -11,7 +11,8 @@ cmake --build --preset tsan -j "$(nproc)" \
 reports="$PWD/build/tsan/reports"
 rm -rf "$reports"
 mkdir -p "$reports"
-export TSAN_OPTIONS="log_path=$reports/report"
+# Bus errors of a truncated ring are what the tests cause and the node mends: no report of them.
+export TSAN_OPTIONS="log_path=$reports/report:handle_sigbus=0"
 run() { "build/tsan/tests/$1" --gtest_brief=1 "${@:2}"; }
 
 status=0
@@ -21,8 +22,7 @@ run tests_client || status=1
 # that is ten times slower and has the sanitizer's own thread beside its worker.
 live="Interrupt.AnIdleNode*:Interrupt.AHailOf*:LiveRun.AFaulty*:LiveRun.AReaderFinds*:\
 LiveRun.AKilledNodes*:LiveRun.ARemovedRing*"
-# These depend on the machine's timing: a second try is allowed. A report of the first one stays.
-run tests_process --gtest_filter="$live" || run tests_process --gtest_filter="$live" || status=1
+run tests_process --gtest_filter="$live" || status=1
 
 if [ -n "$(ls -A "$reports")" ]; then
   cat "$reports"/* >&2
