@@ -96,11 +96,12 @@ void PrintNoMemory(const std::string& name, int fd, std::uint32_t size, int erro
   std::cerr << " bytes in /dev/shm" << std::endl;
 }
 
-// -1 and errno when it fails; an object that was made for it is gone then.
-int OpenForWriting(const std::string& name, std::uint32_t size, bool recreate) {
+// -1 and errno when it fails. `made` says whether the object was not there before; then the caller
+// removes it after a failure.
+int OpenForWriting(const std::string& name, std::uint32_t size, bool recreate, bool& made) {
   if (recreate && !RemoveStaleObject(name)) return -1;
   int fd = OpenObject(name, O_CREAT | O_EXCL | O_RDWR);
-  const bool made = fd >= 0;
+  made = fd >= 0;
   if (!made && errno == EEXIST) fd = OpenObject(name, O_CREAT | O_RDWR);
   if (fd < 0) return -1;
   struct stat before {};
@@ -108,12 +109,10 @@ int OpenForWriting(const std::string& name, std::uint32_t size, bool recreate) {
   if (!S_ISREG(before.st_mode)) return CloseFailed(fd, EINVAL);
   const int error = ClaimMemory(fd, size);
   if (error == 0) return fd;
-  if (made) {
-    shm_unlink(name.c_str());
-  } else if (ftruncate(fd, before.st_size) != 0) {
+  PrintNoMemory(name, fd, size, error);
+  if (!made && ftruncate(fd, before.st_size) != 0) {
     std::cerr << "ShmRegion::Open left the object longer than it was, name=" << name << std::endl;
   }
-  PrintNoMemory(name, fd, size, error);
   return CloseFailed(fd, error);
 }
 
@@ -138,16 +137,13 @@ bool ShmRegion::Open(bool read_only, bool recreate) {
   open_error_ = EINVAL;
   if (size_ < kSmallestShmRegion) return false;
   read_only_ = read_only;
-  fd_ = read_only ? OpenForReading(name_, size_) : OpenForWriting(name_, size_, recreate);
-  if (fd_ < 0) {
-    open_error_ = errno;
-    return false;
-  }
-
+  bool made = false;
+  fd_ = read_only ? OpenForReading(name_, size_) : OpenForWriting(name_, size_, recreate, made);
   const int protection = read_only ? PROT_READ : PROT_READ | PROT_WRITE;
-  void* mapping = mmap(nullptr, size_, protection, MAP_SHARED, fd_, 0);
+  void* const mapping = fd_ < 0 ? MAP_FAILED : mmap(nullptr, size_, protection, MAP_SHARED, fd_, 0);
   if (mapping == MAP_FAILED) {
     open_error_ = errno;
+    if (made) shm_unlink(name_.c_str());
     Close();
     return false;
   }

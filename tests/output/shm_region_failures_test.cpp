@@ -114,6 +114,16 @@ TEST_F(ShmRegionCalls, AnObjectThatCannotBeLookedAtIsNotAttached) {
   EXPECT_TRUE(region_.Open(true, false));
 }
 
+TEST_F(ShmRegionCalls, AnObjectMadeInVainIsGone) {
+  for (int FailingCalls::*call :
+       {&FailingCalls::ftruncate, &FailingCalls::fstat, &FailingCalls::mmap}) {
+    FailingCalls failing;
+    failing.*call = ENOMEM;
+    ExpectFailedOpen(false, ENOMEM);
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+  }
+}
+
 TEST_F(ShmRegionCalls, AnOpenObjectThatCannotBeLookedAtHasNoTokenAndCountsAsReplaced) {
   ASSERT_TRUE(region_.Open(false, true));
   const std::uint64_t token = region_.AttachToken();
