@@ -140,6 +140,7 @@ void ShmUdpWriter::Tend() {
   const char* const loss = FindLoss(name_state);
   if (loss == nullptr) {
     TendHeader();
+    TellRefusal();
     return;
   }
   const Clock::time_point now = Clock::now();
@@ -159,6 +160,16 @@ const char* ShmUdpWriter::FindLoss(NameState name_state) const {
   if (name_state == NameState::kGone) return "its object was removed";
   if (name_state == NameState::kReplaced) return "its object was replaced";
   return nullptr;
+}
+
+void ShmUdpWriter::TellRefusal() {
+  const pid_t refused = RefusedProcess(fd_);
+  if (refused == refused_) return;
+  refused_ = refused;
+  if (refused == 0) return;
+  std::cerr << "[WARN] ring " << name_ << ": another process ";
+  if (refused > 0) std::cerr << '(' << refused << ") ";
+  std::cerr << "was to write it as well and was refused" << std::endl;
 }
 
 // WriteOne follows any sound shape; one of two slots loses every reader. Only the next WriteOne

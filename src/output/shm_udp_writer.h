@@ -34,6 +34,7 @@ class ShmUdpWriter : public ShmRegion {
   //   name taken over by a living writer          reported once; this ring goes on without the name
   //   header overwritten by another sound shape   the next WriteOne rebuilds the ring; repairs are
   //                                               reported, at most once a second
+  // Also reports a process that was refused as a second writer, once each.
   // Some system calls, no allocation while all is well.
   void Tend();
 
@@ -52,10 +53,12 @@ class ShmUdpWriter : public ShmRegion {
   bool LosePacket();
   const char* FindLoss(NameState name_state) const;
   void TendHeader();
+  void TellRefusal();
 
   bool wanted_ = false;      // between Open and Close
   bool taken_over_ = false;  // another writer has the name, and that was reported
   bool rebuild_ = false;     // by the next WriteOne
+  pid_t refused_ = 0;        // the process that was reported last
   std::uint64_t repairs_ = 0;
   std::uint64_t repairs_told_ = 0;
   Clock::time_point next_making_{};

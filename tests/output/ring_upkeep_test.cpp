@@ -4,13 +4,16 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <string>
 #include <thread>
 
+#include "output/ring_ownership.h"
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
 
@@ -134,6 +137,36 @@ TEST_F(RingUpkeep, BothWritersTellATakeoverAndTheFirstLeavesTheNameToTheSecond) 
   second.Close();
   EXPECT_THAT(Tend(), HasSubstr("its object was replaced, making a new one"));
   EXPECT_TRUE(NameIsOurs()) << "the one that is left serves the readers again";
+}
+
+// In a process of its own, as the lock that shows it belongs to its process.
+pid_t StartRefusal(const std::string& name) {
+  const pid_t child = fork();
+  if (child == 0) {
+    ShowRefusal(name, std::chrono::minutes(1));
+    _exit(1);
+  }
+  return child;
+}
+
+TEST_F(RingUpkeep, ARefusedSecondWriterIsToldOnceWithItsNumber) {
+  for (int round = 0; round < 2; ++round) {
+    const pid_t refused = StartRefusal(name_.str());
+    std::string told;
+    while (told.empty() && waitpid(refused, nullptr, WNOHANG) == 0) told = Tend();
+    EXPECT_EQ(told, "[WARN] ring " + name_.str() + ": another process (" + std::to_string(refused) +
+                        ") was to write it as well and was refused\n");
+    EXPECT_EQ(Tend(), "") << "while it still shows itself";
+    EXPECT_TRUE(RingWriterLives(name_.str())) << "it takes nothing of the writer's own lock";
+    kill(refused, SIGKILL);
+    waitpid(refused, nullptr, 0);
+    EXPECT_EQ(Tend(), "");
+  }
+}
+
+TEST_F(RingUpkeep, ARefusalByARingThatIsNotThereDoesNotWait) {
+  ShowRefusal("/kerul_test_no_such_ring", std::chrono::hours(1));
+  EXPECT_EQ(Tend(), "");
 }
 
 TEST_F(RingUpkeep, OpeningAgainTakesNothingOverFromItself) {

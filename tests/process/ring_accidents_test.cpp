@@ -59,6 +59,10 @@ TEST_F(RingAccidents, ASecondNodeIsRefusedWhileTheFirstLives) {
   EXPECT_THAT(second->Out(), Not(HasSubstr("] recv=")));
   ASSERT_NE(tap.NextComplete(), nullptr);
   EXPECT_EQ(tap.Ring().replaced, 0U);
+  EXPECT_TRUE(first->WaitFor(Stream::kErr, "[WARN] ring /kerul_lidar_udp_shm: another process (" +
+                                               std::to_string(second->pid()) +
+                                               ") was to write it as well and was refused\n"))
+      << first->Err();
   EXPECT_EQ(first->Interrupt(), 0);
   const auto third = StartCalibratedNode();
   EXPECT_EQ(third->Interrupt(), 0);

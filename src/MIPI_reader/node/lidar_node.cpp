@@ -48,6 +48,7 @@ void RefuseSecondWriter(const DefaultConfig& config) {
   if (config.udp_output || config.shm_takeover) return;
   const std::string name = kerul::lidar::ShmRegion::NormalizeName(config.shm_name.c_str());
   if (!kerul::lidar::RingWriterLives(name)) return;
+  kerul::lidar::ShowRefusal(name);  // the living one tells it too
   throw std::runtime_error("the writer of the ring " + name +
                            " still lives; stop it first, or set shm_takeover to take its place");
 }
