@@ -10,7 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 
 namespace kerul::lidar {
 namespace {
@@ -165,6 +168,15 @@ void LogOutput::TellDropped() {
       "[WARN] log lines dropped since the start, as nobody took them: " + std::to_string(out) +
       " of standard output, " + std::to_string(err) + " of standard error\n";
   if (err_.Pass(text)) told_lines_ = out + err;
+}
+
+void EndInTimeAfterUncaughtExceptions() {
+  static const std::terminate_handler runtime_handler = std::get_terminate();
+  std::set_terminate([] {
+    std::signal(SIGALRM, [](int) { std::abort(); });
+    alarm(1);
+    runtime_handler();
+  });
 }
 
 }  // namespace kerul::lidar

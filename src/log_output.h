@@ -111,4 +111,8 @@ class LogOutput {
   std::chrono::steady_clock::time_point next_look_{};
 };
 
+// From now on an uncaught exception ends the process although nobody takes the runtime's message
+// about it: a second for that, then it aborts all the same. Uses SIGALRM.
+void EndInTimeAfterUncaughtExceptions();
+
 }  // namespace kerul::lidar

@@ -131,6 +131,7 @@ int main(int argc, char** argv) {
   auto& log = *new kerul::lidar::LogOutput;  // outlives main
   log.SetPatience(kLogPatienceMs);
   log_out = &log.Out();
+  kerul::lidar::EndInTimeAfterUncaughtExceptions();
   std::signal(SIGINT, signal_interrupt);
   const int status = RunNode(argc, argv, log);
   log.Finish();

@@ -6,12 +6,16 @@
 #include <pty.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <ostream>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/temp_dir.h"
@@ -218,6 +222,31 @@ TEST(LogStream, WaitsOnceAndThenNoMoreUntilALineIsTaken) {
   const auto time = steady_clock::now() - begin;
   EXPECT_GE(time, std::chrono::milliseconds(100));
   EXPECT_LT(time, std::chrono::milliseconds(900));
+}
+
+// Runs until it is killed when the runtime's message waits for a reader for ever.
+TEST(UncaughtException, EndsAProcessWhoseStandardErrorIsFull) {
+  for (const bool is_full : {true, false}) {
+    Ends ends;
+    OpenPipe(ends);
+    fcntl(ends.writer, F_SETFL, O_NONBLOCK);
+    while (is_full && write(ends.writer, "x", 1) == 1) {
+    }
+    fcntl(ends.writer, F_SETFL, 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      dup2(ends.writer, STDERR_FILENO);
+      EndInTimeAfterUncaughtExceptions();
+      std::thread([] { throw std::runtime_error("the reason"); }).join();
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGABRT);
+    if (!is_full) {
+      EXPECT_NE(TakeAll(ends.reader).find("what():  the reason\n"), std::string::npos);
+    }
+  }
 }
 
 }  // namespace
