@@ -8,6 +8,10 @@ foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_r
   endif()
 endforeach()
 
+foreach(node IN LISTS KERUL_NODES)
+  kerul_install_node("${node}")
+endforeach()
+
 # What a consumer links. Below lib/ itself and not the multiarch folder, as it is static only. A
 # component of its own: `cmake --install build --component client` needs these libraries built and
 # nothing else.

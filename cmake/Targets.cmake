@@ -52,7 +52,8 @@ function(kerul_add_test_folders)
     if(folder MATCHES "^(process|tools)")
       target_compile_definitions(${name} PRIVATE "KERUL_BINARY_DIR=\"${CMAKE_BINARY_DIR}\""
                                                  "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
-      foreach(program IN ITEMS lidar_node sensor_simulator lidar_view frame_export_info truth_report
+      foreach(program IN ITEMS lidar_node lidar_node_test_front lidar_node_test_rear sensor_simulator
+                               lidar_view frame_export_info truth_report
                                soak_watch)
         if(TARGET ${program})
           add_dependencies(${name} ${program})

@@ -36,6 +36,9 @@ trap 'rm -rf "$work"' EXIT
 step "Package"
 [ -n "${KERUL_BUILD:-}" ] ||
   cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKERUL_BUILD_TESTS=OFF >/dev/null
+# With a further node, as a computer with two sensors would have it.
+cmake -B "$build" -DKERUL_NODES=rear=tests/nodes/rear.cpp >/dev/null
+trap 'cmake -B "$build" -DKERUL_NODES= >/dev/null; rm -rf "$work"' EXIT
 cmake --build "$build" >"$work/build.log" || fail "build: $(tail -n 20 "$work/build.log")"
 mkdir -p "$package_dir"
 rm -f "$package_dir"/*.deb
@@ -51,14 +54,19 @@ for page in "$work"/files/usr/share/man/man*/*.gz; do
   zcat "$page" | mandoc -Tlint -W warning || fail "manual page $page"
 done
 if command -v systemd-analyze >/dev/null; then
-  # The program is looked up by name on the machine, where it need not be.
-  sed "s|^ExecStart=|&$work/files/usr/bin/|" \
-    "$work/files/usr/lib/systemd/system/kerul-lidar-node.service" >"$work/kerul-lidar-node.service"
-  verdict="$(systemd-analyze verify --man=no "$work/kerul-lidar-node.service" 2>&1 | grep kerul || true)"
-  [ -z "$verdict" ] || fail "unit: $verdict"
-  # Tenths: 1.5, beyond which a part of the sandbox has gone.
-  systemd-analyze security --offline=true --threshold=15 --no-pager "$work/kerul-lidar-node.service" \
-    >"$work/exposure" 2>&1 || fail "the unit is exposed: $(tail -n 1 "$work/exposure")"
+  for unit in "$work"/files/usr/lib/systemd/system/*.service; do
+    checked="$work/$(basename "$unit")"
+    # The program is looked up by name on the machine, where it need not be.
+    sed "s|^ExecStart=|&$work/files/usr/bin/|" "$unit" >"$checked"
+    verdict="$(systemd-analyze verify --man=no "$checked" 2>&1 | grep kerul || true)"
+    [ -z "$verdict" ] || fail "$unit: $verdict"
+    # Tenths: 1.5, beyond which a part of the sandbox has gone.
+    systemd-analyze security --offline=true --threshold=15 --no-pager "$checked" \
+      >"$work/exposure" 2>&1 || fail "$unit is exposed: $(tail -n 1 "$work/exposure")"
+  done
+  # A further node's unit has all of its own: program, ring, state.
+  diff "$work/kerul-lidar-node.service" "$work/kerul-lidar-node-rear.service" >"$work/own" || true
+  [ "$(grep -c '^> .*rear' "$work/own")" -eq 5 ] || fail "unit of the further node: $(cat "$work/own")"
 else
   echo "the unit was not verified: systemd-analyze is missing"
 fi
@@ -108,7 +116,7 @@ listing >"$work/before"
 step "Install and run"
 cp "$package" "$root/tmp/package.deb"
 inside dpkg -i /tmp/package.deb >"$work/dpkg.log" 2>&1 || fail "install: $(cat "$work/dpkg.log")"
-for program in lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch; do
+for program in lidar_node lidar_node_rear sensor_simulator lidar_view frame_export_info truth_report soak_watch; do
   inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
   grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
 done

@@ -12,6 +12,7 @@
 #include "calibration/para2_loading.h"
 #include "command_line.h"
 #include "config/default_config.h"
+#include "config/node_settings.h"
 #include "log_output.h"
 #include "standard_streams.h"
 
@@ -82,12 +83,23 @@ void signal_interrupt(int signal_number) {
   errno = saved_errno;
 }
 
+// Each further node of this computer is this file once more, with a name and settings of its own.
+kerul::lidar::DefaultConfig Settings() {
+  kerul::lidar::DefaultConfig config = kerul::lidar::default_config::kConfig;
+#ifdef KERUL_NODE_NAME
+  config.lidar_name = KERUL_NODE_NAME;
+  config.shm_name += "_" KERUL_NODE_NAME;
+  kerul::lidar::ChangeSettings(config);
+#endif
+  return config;
+}
+
 int RunNode(int argc, char** argv, kerul::lidar::LogOutput& log) {
   const kerul::lidar::CommandLine command_line = kerul::lidar::ParseCommandLine(argc, argv);
   if (command_line.exit_status) return *command_line.exit_status;
   const std::string& cali_path = command_line.cali_path;
 
-  const kerul::lidar::DefaultConfig& config = kerul::lidar::default_config::kConfig;
+  const kerul::lidar::DefaultConfig config = Settings();
   std::cout << "[INFO] using embedded default config for lidar \"" << config.lidar_name
             << "\", cali_path=" << (cali_path.empty() ? "(RCX)" : cali_path) << std::endl;
 
