@@ -1,9 +1,6 @@
 #include "road/live.h"
 
-#include <pthread.h>
-
 #include <chrono>
-#include <ctime>
 #include <stdexcept>
 #include <thread>
 
@@ -82,14 +79,6 @@ void SendFrame(const LoopbackSender& sender, const FramePackets& packets,
   }
 }
 
-double CpuTimeMs(pthread_t thread) {
-  clockid_t clock{};
-  timespec time{};
-  pthread_getcpuclockid(thread, &clock);
-  clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
-}
-
 }  // namespace
 
 LiveTimes MeasureLive(BothRoads& roads, std::vector<FramePackets>& frames, int rounds) {
@@ -133,14 +122,14 @@ CpuShare MeasureCpuShare(BenchNode& node, const std::vector<FramePackets>& frame
       std::chrono::duration<double>(1.0 / frames_per_second));
   const int frame_count = static_cast<int>(seconds * frames_per_second);
   const auto start = steady_clock::now();
-  const double cpu_before = CpuTimeMs(worker.native_handle());
+  const double cpu_before = ThreadTimeMs(worker.native_handle());
   for (int i = 0; i < frame_count; ++i) {
     FramePackets packets = frames[static_cast<std::size_t>(i) % frames.size()];
     simulator::StampFrame(packets, static_cast<std::uint32_t>(i), 0.0);
     SendFrame(sender, packets, start + i * period, period);
   }
   std::this_thread::sleep_until(start + frame_count * period);
-  const double cpu_ms = CpuTimeMs(worker.native_handle()) - cpu_before;
+  const double cpu_ms = ThreadTimeMs(worker.native_handle()) - cpu_before;
   const double wall_ms =
       std::chrono::duration<double, std::milli>(steady_clock::now() - start).count();
   node.Access().node.RequestStop();

@@ -108,6 +108,7 @@ class BenchNode {
     node_->Run();
   }
 
+  const std::string& RingName() const noexcept { return shm_name_; }
   LidarNodeTestAccess Access() { return LidarNodeTestAccess{*node_}; }
   // The point packets that went into the ring since the last call, oldest first.
   std::vector<PublishedPacket> TakePublished();

@@ -41,6 +41,10 @@ std::string InstructionSets() {
 }  // namespace
 
 double ThreadTimeMs() { return ReadClockMs(CLOCK_THREAD_CPUTIME_ID); }
+double ThreadTimeMs(pthread_t thread) {
+  clockid_t clock{};
+  return pthread_getcpuclockid(thread, &clock) == 0 ? ReadClockMs(clock) : 0.0;
+}
 double ThreadClockCostMs() {
   constexpr int kReads = 2000;
   const double start = ThreadTimeMs();

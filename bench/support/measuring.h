@@ -1,6 +1,8 @@
 // Clocks, spreads and other traffic for measurements.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,6 +12,8 @@ namespace kerul::lidar::bench {
 
 // Processor time of this thread, ms. Does not count what other programs take of a shared machine.
 double ThreadTimeMs();
+// The same of another thread that runs.
+double ThreadTimeMs(pthread_t thread);
 // What one ThreadTimeMs costs, ms.
 double ThreadClockCostMs();
 // Wall clock, ms.
