@@ -33,7 +33,7 @@ for argument in "$@"; do
 done
 
 scripts/install_dependencies.sh test
-cmake --preset release -DKERUL_BUILD_BENCH=ON >/dev/null
+cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc)" --target kerul_road kerul_latency kerul_bench >&2
 
 results=build/bench_results.md
