@@ -49,7 +49,7 @@ results=build/bench_results.md
 } | tee "$results"
 
 if "$update"; then
-  # Everything behind the marker is the last run's output.
+  # Everything after the marker is the last run's output.
   marker='<!-- Below: output of ./run_bench.sh --update -->'
   page=docs/performance.md
   grep -qxF "$marker" "$page"

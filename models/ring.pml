@@ -198,7 +198,7 @@ inline FenceAfterLoads() { RaiseFloor(met) }
 
 #define NOT_STARTED 0
 #define FOLLOWING 1
-#define EXCUSED 2 /* began behind what was still held: does not keep up */
+#define EXCUSED 2 /* began at a packet that was gone already: does not keep up */
 
 byte reader_state[READERS];
 byte reader_object[READERS]; /* attached to; 0 none */

@@ -188,7 +188,7 @@ report() {
   local reached
   reached="$(awk -v n="$stream_frames" -v t="$took" 'BEGIN { printf "%.1f", n / t }')"
   echo "  asked for $1 frames/s over $2 s; sent $stream_frames frames in $took s, $reached frames/s"
-  echo "  sent      $sent raw packets, those of the slow frames before and behind included"
+  echo "  sent      $sent raw packets, the slow frames before and after included"
   echo "  received  $received by the node, $dropped dropped by its socket"
   echo "  closed    $closed frames"
   echo "  published $written packets; read $(value accepted), lost in the ring $(value lost)"
