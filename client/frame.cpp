@@ -1,7 +1,7 @@
 #include "kerul_lidar/frame.h"
 
 #include <algorithm>
-#include <limits>
+#include <cmath>
 
 #include "kerul_lidar/mounting.h"
 #include "kerul_lidar/point_payload.h"
@@ -10,11 +10,10 @@ namespace kerul::lidar {
 namespace {
 
 constexpr std::size_t kPlaces = std::size_t{kMaxEchoes} * kFrameRows * kFrameCols;
-constexpr float kNoPoint = std::numeric_limits<float>::quiet_NaN();
 
-void FillPlanes(const CollectedFrame& collected, Frame& frame) {
+void FillPlanes(const CollectedFrame& collected, std::size_t places, Frame& frame) {
   const bool has_reflectivity = (frame.carries & payload_field::kReflectivity) != 0;
-  for (std::size_t i = 0; i < frame.PointCount(); ++i) {
+  for (std::size_t i = 0; i < places; ++i) {
     const FramePoint& point = collected.points[i];
     frame.range_m[i] = collected.RangeM(point);
     frame.reflectivity[i] = has_reflectivity ? point.payload[0] : std::uint8_t{0};
@@ -24,18 +23,12 @@ void FillPlanes(const CollectedFrame& collected, Frame& frame) {
   }
 }
 
-void FillPoints(const Directions& directions, const TransformParam* mount, Frame& frame) {
-  frame.x_m.resize(kPlaces);
-  frame.y_m.resize(kPlaces);
-  frame.z_m.resize(kPlaces);
-  for (std::size_t i = 0; i < frame.PointCount(); ++i) {
-    const Point3 direction = directions.unit[i % directions.unit.size()];
-    const float range_m = frame.range_m[i];
-    Point3 point{kNoPoint, kNoPoint, kNoPoint};
-    if (range_m > 0.0F && direction != Point3{}) {
-      point = {range_m * direction[0], range_m * direction[1], range_m * direction[2]};
-      if (mount != nullptr) point = Mounted(*mount, point);
-    }
+void FillPoints(const Directions& directions, const TransformParam* mount, std::size_t places,
+                Frame& frame) {
+  for (auto* plane : {&frame.x_m, &frame.y_m, &frame.z_m}) plane->resize(kPlaces, NAN);
+  for (std::size_t i = 0; i < places; ++i) {
+    const Point3& direction = directions.unit[i % directions.unit.size()];
+    const Point3 point = PointAt(frame.range_m[i], direction, mount);
     frame.x_m[i] = point[0];
     frame.y_m[i] = point[1];
     frame.z_m[i] = point[2];
@@ -53,7 +46,10 @@ Frame::Frame()
 void FillFrame(const CollectedFrame& collected, const Directions* directions,
                const TransformParam* mount, Frame& frame) {
   frame.id = collected.key.frame_id;
+  // An echo that the frame before had is cleared: the collected frame has no return there.
+  const std::size_t places_before = frame.PointCount();
   frame.echoes = collected.key.echoes;
+  const std::size_t places = std::max(places_before, frame.PointCount());
   frame.return_code = collected.return_code;
   frame.output_mode = collected.key.output_mode;
   frame.carries = CarriedFields(frame.output_mode);
@@ -62,9 +58,9 @@ void FillFrame(const CollectedFrame& collected, const Directions* directions,
   frame.last_timestamp_us = collected.last_timestamp_us;
   frame.missing_blocks = collected.MissingBlocks();
   frame.missing_frames = collected.missing_ids_before;
-  FillPlanes(collected, frame);
+  FillPlanes(collected, places, frame);
   if (directions != nullptr) {
-    FillPoints(*directions, mount, frame);
+    FillPoints(*directions, mount, places, frame);
   } else {
     frame.x_m.clear();
     frame.y_m.clear();

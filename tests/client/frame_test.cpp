@@ -75,6 +75,25 @@ TEST(Frame, SaysWhichFrameItIsWhenAndWhatIsMissing) {
   EXPECT_EQ(frame.missing_frames, 2);
 }
 
+TEST(Frame, AnEchoThatIsNoLongerPublishedReadsAsNoReturn) {
+  const std::size_t second = Frame::Index(1, 3, 7);
+  CollectedFrame two = Empty(12, 2);
+  Set(two, second, 250, {80, 0xFF, 0xFF});
+  const Directions directions = AllAhead();
+  Frame frame;
+  FillFrame(two, &directions, nullptr, frame);
+  ASSERT_EQ(frame.x_m[second], 1.0F);
+  FillFrame(Empty(12, 1), &directions, nullptr, frame);
+  EXPECT_EQ(frame.range_m[second], 0.0F);
+  EXPECT_EQ(frame.reflectivity[second], 0);
+  EXPECT_EQ(frame.flags[second], 0);
+  EXPECT_EQ(frame.payload[3 * second], 0);
+  EXPECT_TRUE(std::isnan(frame.x_m[second]));
+  Frame fresh;
+  FillFrame(Empty(12, 1), &directions, nullptr, fresh);
+  EXPECT_TRUE(std::isnan(fresh.x_m[second])) << "nor is it a point of a first frame";
+}
+
 TEST(Frame, AModeWithoutReflectivityHasNone) {
   CollectedFrame collected = Empty(4);
   Set(collected, 5, 250, {80, 81, 82});

@@ -1,9 +1,9 @@
 // A whole frame as a plain record: its identity, what is missing, and its points as contiguous
 // planes that can be handed on without a copy.
 //
-// Every plane is [echo][row][col] with 2 x 216 x 288 places, whatever the number of echoes. The
-// values of an echo that is not published mean nothing. Frame::Index gives the place;
-// PointCount() of them are in use.
+// Every plane is [echo][row][col] with 2 x 216 x 288 places, whatever the number of echoes. An echo
+// that is not published reads as no return. Frame::Index gives the place; PointCount() of them are
+// in use.
 #pragma once
 
 #include <cstddef>
