@@ -24,12 +24,23 @@ FrameStream::FrameStream(const std::string& ring_name, RingStart start)
 bool FrameStream::OpenUdp(std::uint16_t port, const std::string& multicast_group) {
   std::unique_ptr<PacketInput> input = MakeUdpInput(port, multicast_group, error_);
   if (input == nullptr) return false;
+  Follow(std::move(input));
+  return true;
+}
+
+void FrameStream::OpenPipe(int fd) { Follow(MakePipeInput(fd)); }
+
+void FrameStream::Close() {
+  input_ = MakePipeInput(-1);
+  collector_.Restart();
+}
+
+void FrameStream::Follow(std::unique_ptr<PacketInput> input) {
   input_ = std::move(input);
   collector_ = FrameCollector();
   counts_ = FrameStreamCounts();
   lost_before_ = 0;
   restarts_before_ = 0;
-  return true;
 }
 
 bool FrameStream::LoadDirections(const std::string& calib_dir) {
@@ -57,9 +68,11 @@ const Frame* FrameStream::Next(milliseconds timeout) {
   for (int late = 0; late < kPacketsAfterTime;) {
     const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
     if (left.count() <= 0) ++late;
-    if (!input_->Next(packet, std::max(left, milliseconds(0)))) return nullptr;
-    const CollectedFrame* collected = Take(packet);
+    const bool taken = input_->Next(packet, std::max(left, milliseconds(0)));
+    if (!taken && !input_->Ended()) return nullptr;
+    const CollectedFrame* collected = taken ? Take(packet) : collector_.Flush();
     if (collected != nullptr && Give(*collected)) return &frame_;
+    if (!taken) return nullptr;
   }
   return nullptr;
 }

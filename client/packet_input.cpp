@@ -1,5 +1,6 @@
 #include "kerul_lidar/packet_input.h"
 
+#include "kerul_lidar/pipe_point_reader.h"
 #include "kerul_lidar/sequence_tracker.h"
 #include "kerul_lidar/shm_region.h"
 #include "kerul_lidar/shm_ring_reader.h"
@@ -33,7 +34,18 @@ class RingInput final : public PacketInput {
   ShmRingReader reader_;
 };
 
-class UdpInput final : public PacketInput {
+// A way in that does not number the packets itself.
+class SequencedInput : public PacketInput {
+ public:
+  void NoteSequence(std::uint32_t sequence) final { tracker_.Take(sequence); }
+  std::uint64_t Lost() const final { return tracker_.lost; }
+  std::uint64_t Restarts() const final { return tracker_.begun_anew; }
+
+ private:
+  SequenceTracker tracker_;
+};
+
+class UdpInput final : public SequencedInput {
  public:
   bool Open(std::uint16_t port, const std::string& group) { return receiver_.Open(port, group); }
   const std::string& Error() const { return receiver_.Error(); }
@@ -41,14 +53,23 @@ class UdpInput final : public PacketInput {
   bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) override {
     return receiver_.Receive(packet, timeout);
   }
-  void NoteSequence(std::uint32_t sequence) override { tracker_.Take(sequence); }
-  std::uint64_t Lost() const override { return tracker_.lost; }
-  std::uint64_t Restarts() const override { return tracker_.begun_anew; }
   std::string Describe() const override { return "UDP port " + std::to_string(receiver_.Port()); }
 
  private:
   UdpPointReceiver receiver_;
-  SequenceTracker tracker_;
+};
+
+class PipeInput final : public SequencedInput {
+ public:
+  explicit PipeInput(int fd) : reader_(fd) {}
+  bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) override {
+    return reader_.Receive(packet, timeout);
+  }
+  bool Ended() const override { return reader_.Ended(); }
+  std::string Describe() const override { return reader_.Ended() ? "pipe (ended)" : "pipe"; }
+
+ private:
+  PipePointReader reader_;
 };
 
 }  // namespace
@@ -64,5 +85,7 @@ std::unique_ptr<PacketInput> MakeUdpInput(std::uint16_t port, const std::string&
   error = input->Error();
   return nullptr;
 }
+
+std::unique_ptr<PacketInput> MakePipeInput(int fd) { return std::make_unique<PipeInput>(fd); }
 
 }  // namespace kerul::lidar

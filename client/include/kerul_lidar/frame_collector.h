@@ -79,6 +79,7 @@ class FrameCollector {
   const CollectedFrame* Add(const PointPacketView& packet);
   // Closes and gives the frame in hand, complete or not; null when there is none.
   const CollectedFrame* Flush();
+  bool HasFrameInHand() const noexcept { return open_; }
   // Forgets the frame in hand without counting it: the stream begins anew.
   void Restart();
 

@@ -1,4 +1,5 @@
-// Whole frames from the node, in five lines: from its ring or by UDP, with what is missing.
+// Whole frames from the node, in five lines: from its ring, by UDP or by a pipe, with what is
+// missing.
 //
 //   kerul::lidar::FrameStream stream;
 //   for (;;) {
@@ -6,8 +7,8 @@
 //     if (frame != nullptr) Use(*frame);
 //   }
 //
-// A stream never ends. While the sensor is silent or the node is away, Next gives null at the end
-// of its timeout. When they are back, it gives frames again, also from a restarted node.
+// A ring and a port never end. While the sensor is silent or the node is away, Next gives null at
+// the end of its timeout. When they are back, it gives frames again, also from a restarted node.
 #pragma once
 
 #include <chrono>
@@ -43,6 +44,13 @@ class FrameStream {
   // the reason in Error(); the stream before goes on then.
   bool OpenUdp(std::uint16_t port, const std::string& multicast_group = "");
 
+  // Reads from this descriptor instead, to its end: point packets one after another, as
+  // lidar_replay writes them. The descriptor stays the caller's.
+  void OpenPipe(int fd);
+  // Lets go of ring, port or pipe. The frame given last and the counts stay; no frame comes any
+  // more, and Ended is true.
+  void Close();
+
   // Gives the frames x, y and z, from a calibration directory (directions.h) or from the 78 bytes
   // of an angle record. False with the reason in Error(); the directions before stay then.
   bool LoadDirections(const std::string& calib_dir);
@@ -53,8 +61,10 @@ class FrameStream {
   // Waits up to `timeout` for the next frame. Null when none was closed in that time, or when a
   // signal ended the wait for a datagram. A frame is given when its last block comes, or, with
   // blocks missing, when the next one begins; a first frame that had begun before is passed over.
-  // Valid until the next call.
+  // At the end of a pipe the frame in hand is given as it is. Valid until the next call.
   const Frame* Next(std::chrono::milliseconds timeout);
+  // A pipe is at its end and its last frame has been given.
+  bool Ended() const { return input_->Ended() && !collector_.HasFrameInHand(); }
 
   // Lets the process outlive that somebody makes the ring's object shorter. A SIGBUS handler does
   // it, so a program has to ask (shm_ring_reader.h); after OpenUdp it means nothing.
@@ -66,6 +76,7 @@ class FrameStream {
   std::string Describe() const { return input_->Describe(); }
 
  private:
+  void Follow(std::unique_ptr<PacketInput> input);
   const CollectedFrame* Take(const ReceivedPacket& packet);
   bool Give(const CollectedFrame& collected);
 

@@ -1,4 +1,4 @@
-// The stream's two ways in: shared-memory ring or UDP.
+// The stream's ways in: shared-memory ring, UDP or a pipe.
 #pragma once
 
 #include <chrono>
@@ -20,6 +20,8 @@ class PacketInput {
 
   // Waits up to `timeout` for a packet. False when none came, or when a signal ended the wait.
   virtual bool Next(ReceivedPacket& packet, std::chrono::milliseconds timeout) = 0;
+  // No packet will come any more. A ring and a port never end.
+  virtual bool Ended() const { return false; }
   // Keeps the process alive when a ring is made shorter (shm_ring_reader.h); no effect with UDP.
   virtual void SurviveShortening() noexcept {}
   // Takes each sound point packet's sequence number, before Lost and Restarts are asked.
@@ -38,5 +40,7 @@ std::unique_ptr<PacketInput> MakeRingInput(const std::string& shm_name,
 // Null with the reason in `error` when the port cannot be opened.
 std::unique_ptr<PacketInput> MakeUdpInput(std::uint16_t port, const std::string& multicast_group,
                                           std::string& error);
+// Never fails: a descriptor that cannot be read has ended. It stays the caller's.
+std::unique_ptr<PacketInput> MakePipeInput(int fd);
 
 }  // namespace kerul::lidar
