@@ -30,6 +30,22 @@ target_compile_features(kerul_lidar_client PUBLIC cxx_std_20)
 target_link_libraries(kerul_lidar_client PUBLIC "$<BUILD_INTERFACE:kerul_flags>" kerul_lidar_ring
                                                 kerul_lidar_geometry)
 
+# The same for C: a shared library that shows the names of kerul_lidar.h and nothing else. Its sources
+# are compiled once more, as position-independent code, so that the node's and the archives' objects
+# stay as they are.
+add_library(kerul_lidar_c SHARED client/c/kerul_lidar.cpp ${client_sources} ${common_sources})
+set_target_properties(
+  kerul_lidar_c PROPERTIES OUTPUT_NAME kerul_lidar_client SOVERSION 1 VERSION 1.0.0 EXPORT_NAME c
+                           LINK_DEPENDS "${CMAKE_SOURCE_DIR}/client/c/exports.map")
+target_compile_definitions(kerul_lidar_c PRIVATE "KERUL_LIDAR_VERSION=\"${PROJECT_VERSION}\"")
+target_include_directories(
+  kerul_lidar_c PUBLIC "$<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/client/include>" "$<INSTALL_INTERFACE:include>"
+                PRIVATE "${CMAKE_SOURCE_DIR}/src")
+target_link_libraries(kerul_lidar_c PRIVATE "$<BUILD_INTERFACE:kerul_flags>" rt)
+target_link_options(kerul_lidar_c PRIVATE
+                    "-Wl,--version-script,${CMAKE_SOURCE_DIR}/client/c/exports.map")
+add_library(kerul_lidar::c ALIAS kerul_lidar_c)
+
 # For tools in the tree the targets have the names that the package gives them.
 foreach(part client ring geometry)
   add_library(kerul_lidar::${part} ALIAS kerul_lidar_${part})
