@@ -54,7 +54,7 @@ function(kerul_add_test_folders)
                                                  "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
       foreach(program IN ITEMS lidar_node lidar_node_test_front lidar_node_test_rear sensor_simulator
                                lidar_view frame_export_info truth_report
-                               soak_watch)
+                               soak_watch lidar_replay)
         if(TARGET ${program})
           add_dependencies(${name} ${program})
         endif()
