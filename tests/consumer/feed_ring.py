@@ -36,23 +36,24 @@ def packet(frame_id, block, sequence):
 class Ring:
     """A new object under the name, as a node makes it at its start."""
 
-    def __init__(self, name, boot_id):
+    def __init__(self, name, boot_id, slots=SLOTS, settle_seconds=SETTLE_SECONDS):
+        self.slots = slots
         path = "/dev/shm/" + name
         if os.path.exists(path):
             os.unlink(path)
-        size = 20 + SLOTS * 1508
+        size = 20 + slots * 1508
         fd = os.open(path, os.O_CREAT | os.O_RDWR, 0o666)
         os.ftruncate(fd, size)
         self.memory = mmap.mmap(fd, size)
         os.close(fd)
-        struct.pack_into("<BBBBIIIHH", self.memory, 0, 0x53, 0x48, 3, 0, 0, boot_id, SLOTS, 1508, 1500)
+        struct.pack_into("<BBBBIIIHH", self.memory, 0, 0x53, 0x48, 3, 0, 0, boot_id, slots, 1508, 1500)
         self.number = 0
         self.sequence = 0
-        time.sleep(SETTLE_SECONDS)
+        time.sleep(settle_seconds)
 
     def write(self, data):
         self.number += 1
-        at = 20 + (self.number - 1) % SLOTS * 1508
+        at = 20 + (self.number - 1) % self.slots * 1508
         self.memory[at + 4 : at + 8] = struct.pack("<I", len(data))
         self.memory[at + 8 : at + 8 + len(data)] = bytes(data)
         self.memory[at : at + 4] = struct.pack("<I", self.number)
@@ -79,4 +80,5 @@ def main():
         ring.frame(frame_id)
 
 
-main()
+if __name__ == "__main__":
+    main()
