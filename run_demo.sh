@@ -3,6 +3,8 @@
 # through the default node and its shared-memory ring into a viewer, and leaves a picture.
 #   ./run_demo.sh             writes demo_out/frame.png and demo_out/frame.ply
 #   ./run_demo.sh --scene S   another scene: street, retro, noise, crosstalk, targets, empty
+#   ./run_demo.sh --seconds N streams so long, for programs beside it; the sensor's calibration is
+#                             then in demo_out/calibration
 # Exit status 0 only when complete frames came through and none was incomplete or lost.
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -15,8 +17,13 @@ while [ $# -gt 0 ]; do
       scene="${2:?--scene needs a name}"
       shift 2
       ;;
+    --seconds)
+      seconds="${2:?--seconds needs a number}"
+      [[ "$seconds" =~ ^[1-9][0-9]{0,5}$ ]] || { echo "--seconds needs a whole number" >&2; exit 2; }
+      shift 2
+      ;;
     -h | --help)
-      sed -n '2,6s/^# \{0,1\}//p' "$0"
+      sed -n '2,8s/^# \{0,1\}//p' "$0"
       exit 0
       ;;
     *)
@@ -36,7 +43,7 @@ fi
 scripts/install_dependencies.sh build
 echo "Building (the first time takes a minute)..."
 cmake --preset release -DKERUL_BUILD_TESTS=OFF -DKERUL_BUILD_BENCH=OFF -B build/demo >/dev/null
-cmake --build build/demo -j "$(nproc)" --target lidar_node sensor_simulator lidar_view |
+cmake --build build/demo -j "$(nproc)" --target lidar_node sensor_simulator lidar_view kerul_lidar_c |
   sed -un 's/^\(\[[0-9]*\/[0-9]*\]\).*/\1/p' | while read -r line; do printf '\r%s' "$line"; done
 echo
 
@@ -67,6 +74,8 @@ cd "$work"
 "$bin/tools/sensor_simulator" --scene "$scene" --calibration calibration --frames 1 \
   --capture first_frame.pcap --quiet >/dev/null
 calibration=$(echo calibration/*)
+rm -rf "$out/calibration"
+cp -r calibration "$out/calibration"
 
 "$bin/lidar_node" --cali_path "$calibration" >"$out/node.log" 2>&1 &
 node_pid=$!
