@@ -1,7 +1,8 @@
 # What `cmake --install` and the Debian package put where. Targets that are not built are left out.
 include(GNUInstallDirs)
 
-foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch)
+foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch
+                lidar_replay)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
     list(APPEND kerul_programs ${program})
@@ -19,6 +20,13 @@ install(TARGETS kerul_lidar_client kerul_lidar_ring kerul_lidar_geometry EXPORT 
         ARCHIVE DESTINATION lib COMPONENT client)
 install(FILES ${kerul_public_headers} DESTINATION include/kerul_lidar COMPONENT client)
 
+# For C: what is linked with it comes with the archives, the library itself alone, as a package of its
+# own that programs depend on. It has the archive's name, so C++ consumers name the archive's file.
+install(TARGETS kerul_lidar_c EXPORT kerul_lidar_c LIBRARY DESTINATION lib COMPONENT library
+                                                           NAMELINK_COMPONENT client)
+install(EXPORT kerul_lidar_c NAMESPACE kerul_lidar:: FILE kerul_lidar_cTargets.cmake
+        DESTINATION lib/cmake/kerul_lidar COMPONENT client)
+
 include(CMakePackageConfigHelpers)
 set(kerul_package "${CMAKE_BINARY_DIR}/package")
 configure_package_config_file("${CMAKE_SOURCE_DIR}/packaging/kerul_lidarConfig.cmake.in"
@@ -32,10 +40,17 @@ install(FILES "${kerul_package}/kerul_lidarConfig.cmake"
               "${kerul_package}/kerul_lidarConfigVersion.cmake" DESTINATION lib/cmake/kerul_lidar
         COMPONENT client)
 set(KERUL_PC_LIBDIR lib)
-configure_file("${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-client.pc.in"
-               "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" @ONLY)
-install(FILES "${CMAKE_BINARY_DIR}/kerul-lidar-client.pc" DESTINATION lib/pkgconfig
-        COMPONENT client)
+foreach(pc kerul-lidar-client kerul-lidar-c)
+  configure_file("${CMAKE_SOURCE_DIR}/packaging/${pc}.pc.in" "${CMAKE_BINARY_DIR}/${pc}.pc" @ONLY)
+  install(FILES "${CMAKE_BINARY_DIR}/${pc}.pc" DESTINATION lib/pkgconfig COMPONENT client)
+endforeach()
+
+# Below /usr, where Debian's interpreter looks.
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/client/python/kerul_lidar"
+        DESTINATION lib/python3/dist-packages COMPONENT python PATTERN "__pycache__" EXCLUDE)
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/client/python/examples"
+        DESTINATION share/doc/python3-kerul-lidar COMPONENT python USE_SOURCE_PERMISSIONS
+        PATTERN "__pycache__" EXCLUDE)
 
 # Where Wireshark looks for Lua files, whatever its version. Below /usr/local it does not look.
 if(KERUL_BUILD_TOOLS)
@@ -67,30 +82,67 @@ add_custom_target(kerul_packed_docs ALL DEPENDS ${packed_pages} "${packed_change
 
 set(kerul_docs "share/doc/kerul-lidar-node")
 install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs/" DESTINATION "${kerul_docs}" PATTERN "man" EXCLUDE)
-install(FILES "${packed_changelog}" DESTINATION "${kerul_docs}")
-install(FILES "${CMAKE_SOURCE_DIR}/packaging/copyright" DESTINATION "${kerul_docs}")
+set(kerul_notices "${packed_changelog}" "${CMAKE_SOURCE_DIR}/packaging/copyright")
+install(FILES ${kerul_notices} DESTINATION "${kerul_docs}")
+install(FILES ${kerul_notices} DESTINATION share/doc/libkerul-lidar-client1
+        COMPONENT library_notices)
+install(FILES ${kerul_notices} DESTINATION share/doc/python3-kerul-lidar COMPONENT python)
 
 # Both folders are searched below /usr and below /usr/local.
 install(FILES "${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-node.service"
         DESTINATION lib/systemd/system)
 install(FILES "${CMAKE_SOURCE_DIR}/packaging/60-kerul-lidar.conf" DESTINATION lib/sysctl.d)
 
+# Three packages: the node with all programs and what a consumer is built with, the C library, and
+# the Python package, which needs the library but no node.
 set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_COMPONENTS_ALL Unspecified client library library_notices python)
+set(CPACK_COMPONENT_UNSPECIFIED_GROUP node)
+set(CPACK_COMPONENT_CLIENT_GROUP node)
+set(CPACK_COMPONENT_LIBRARY_GROUP library)
+set(CPACK_COMPONENT_LIBRARY_NOTICES_GROUP library)
+set(CPACK_COMPONENT_PYTHON_GROUP python)
+
 set(CPACK_PACKAGE_NAME kerul-lidar-node)
 set(CPACK_PACKAGE_CONTACT "kerul-lidar-node maintainers <maintainers@kerul-lidar.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "processing node for a solid-state flash LiDAR")
-set(CPACK_PACKAGE_DESCRIPTION
-    "Turns the raw histogram windows of the sensor into calibrated, filtered
+set(CPACK_COMPONENT_NODE_DESCRIPTION
+    "processing node for a solid-state flash LiDAR
+Turns the raw histogram windows of the sensor into calibrated, filtered
 points and publishes them through shared memory or UDP. Comes with a
 simulated sensor, a viewer, a reader for frame export files, reports that
 hold the output against the simulated sensor's truth, and a client library.")
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
+    "frames of a solid-state flash LiDAR for programs in C
+The shared library with which programs read whole frames of the LiDAR node,
+from its shared memory, by UDP or from a pipe.")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "frames of a solid-state flash LiDAR as numpy arrays
+Reads whole frames of the LiDAR node from its shared memory, by UDP, or from
+a capture file that is played through the node.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION science)
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "wireshark | tshark")
+set(CPACK_DEBIAN_NODE_PACKAGE_NAME kerul-lidar-node)
+set(CPACK_DEBIAN_NODE_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_NODE_PACKAGE_DEPENDS "libkerul-lidar-client1 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_NODE_PACKAGE_SUGGESTS "wireshark | tshark")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libkerul-lidar-client1)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kerul-lidar)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= 3.9), python3-numpy, libkerul-lidar-client1 (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS kerul-lidar-node)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-    "${CMAKE_SOURCE_DIR}/packaging/debian/postinst;${CMAKE_SOURCE_DIR}/packaging/debian/prerm;${CMAKE_SOURCE_DIR}/packaging/debian/postrm")
+set(kerul_scripts "${CMAKE_SOURCE_DIR}/packaging/debian")
+set(CPACK_DEBIAN_NODE_PACKAGE_CONTROL_EXTRA
+    "${kerul_scripts}/postinst;${kerul_scripts}/prerm;${kerul_scripts}/postrm")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    "${kerul_scripts}/python/postinst;${kerul_scripts}/python/prerm")
 include(CPack)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the README's consumer, unchanged, against an installed client library: with find_package and
-# with pkg-config, with g++ and with clang++. Then lets all of them follow a ring through a gap, a
+# Builds the README's consumers in C++ and in C, unchanged, against an installed client library: with
+# find_package and with pkg-config, with gcc and with clang. Then lets all of them follow a ring through a gap, a
 # silence and a restarted node, and compares what they print.
 #   check_consumer.sh PREFIX    where the package is installed
 set -euo pipefail
@@ -28,7 +28,11 @@ fail() {
 block() { awk -v begin="\`\`\`$1" '$0 == begin { on = 1; next } on && /^```/ { exit } on' README.md; }
 block cpp >"$work/consumer.cpp"
 block cmake >"$work/CMakeLists.txt"
-for part in consumer.cpp CMakeLists.txt; do
+mkdir "$work/c"
+block c >"$work/c/consumer.c"
+sed 's/LANGUAGES CXX/LANGUAGES C/; s/consumer\.cpp/consumer.c/; s/kerul_lidar::client/kerul_lidar::c/' \
+  "$work/CMakeLists.txt" >"$work/c/CMakeLists.txt"
+for part in consumer.cpp CMakeLists.txt c/consumer.c; do
   [ "$(wc -l <"$work/$part")" -ge 5 ] || fail "no $part in the README"
 done
 (cd "$prefix/include/kerul_lidar" && printf '#include <kerul_lidar/%s>\n' *.h) >"$work/headers.cpp"
@@ -49,6 +53,22 @@ for compiler in g++ clang++; do
     fail "find_package and $compiler: $(cat "$work/log")"
   cmake --build "$work/build_$compiler" >"$work/log" || fail "find_package: $(cat "$work/log")"
   consumers+=("$work/pkg_config_$compiler" "$work/build_$compiler/consumer")
+done
+
+for compiler in gcc clang; do
+  for standard in c99 c11; do
+    "$compiler" -std=$standard -Wall -Wextra -Wpedantic -Werror -I"$prefix/include" -fsyntax-only -x c \
+      "$prefix/include/kerul_lidar/kerul_lidar.h" || fail "kerul_lidar.h as $compiler sees it in $standard"
+  done
+  # shellcheck disable=SC2046,SC2086
+  "$compiler" -std=c11 $warnings "$work/c/consumer.c" -o "$work/c/pkg_config_$compiler" \
+    $(pkg-config --cflags --libs kerul-lidar-c) -Wl,-rpath,"$prefix/lib" ||
+    fail "C, pkg-config and $compiler"
+  cmake -S "$work/c" -B "$work/c/build_$compiler" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_C_COMPILER="$compiler" -DCMAKE_C_FLAGS="-std=c11 $warnings" >"$work/log" ||
+    fail "C, find_package and $compiler: $(cat "$work/log")"
+  cmake --build "$work/c/build_$compiler" >"$work/log" || fail "C, find_package: $(cat "$work/log")"
+  consumers+=("$work/c/pkg_config_$compiler" "$work/c/build_$compiler/consumer")
 done
 
 for i in "${!consumers[@]}"; do
