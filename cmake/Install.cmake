@@ -143,6 +143,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(kerul_scripts "${CMAKE_SOURCE_DIR}/packaging/debian")
 set(CPACK_DEBIAN_NODE_PACKAGE_CONTROL_EXTRA
     "${kerul_scripts}/postinst;${kerul_scripts}/prerm;${kerul_scripts}/postrm")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${kerul_scripts}/library/triggers")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
     "${kerul_scripts}/python/postinst;${kerul_scripts}/python/prerm")
 include(CPack)

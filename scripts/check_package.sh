@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the Debian package, installs it into a fresh minimal system, runs the programs there, links
-# a consumer against it, removes it and looks for what was left behind. Without root or a mirror no
-# minimal system can be made: then it checks the package only and ends with status 77.
+# Builds the Debian packages, installs them into a fresh minimal system, runs the programs there,
+# links consumers against them, removes them and looks for what was left behind. Without root or a
+# mirror no minimal system can be made: then it checks the packages only and ends with status 77.
 #   check_package.sh [mirror]    mirror of the minimal system, by default that of this machine
 # KERUL_BUILD names a release build to pack; else there is one of its own in build/package.
 set -euo pipefail
@@ -44,12 +44,18 @@ mkdir -p "$package_dir"
 rm -f "$package_dir"/*.deb
 (cd "$build" && cpack -G DEB -B "$package_dir" >"$work/cpack.log") ||
   fail "cpack: $(cat "$work/cpack.log")"
-package="$(ls "$package_dir"/*.deb)"
-echo "$(basename "$package"): $(dpkg-deb -f "$package" Depends)"
-lintian --allow-root --fail-on error "$package" || fail "lintian"
+# In the order in which they are installed.
+names=(libkerul-lidar-client1 kerul-lidar-node python3-kerul-lidar)
+packages=()
+for name in "${names[@]}"; do packages+=("$(ls "$package_dir/${name}"_*.deb)"); done
+[ "$(find "$package_dir" -maxdepth 1 -name '*.deb' | wc -l)" -eq ${#names[@]} ] || fail "other packages"
+for package in "${packages[@]}"; do
+  echo "$(basename "$package"): $(dpkg-deb -f "$package" Depends)"
+  lintian --allow-root --fail-on error "$package" || fail "lintian"
+done
 
 step "Unit and manual pages"
-dpkg-deb -x "$package" "$work/files"
+for package in "${packages[@]}"; do dpkg-deb -x "$package" "$work/files"; done
 for page in "$work"/files/usr/share/man/man*/*.gz; do
   zcat "$page" | mandoc -Tlint -W warning || fail "manual page $page"
 done
@@ -103,7 +109,8 @@ debootstrap --variant=minbase "$release" "$root" "$mirror" >"$work/debootstrap.l
   skip "debootstrap: $(tail -n 5 "$work/debootstrap.log")"
 # The libraries that the package needs come first, so that they do not count as its leftovers.
 cp /etc/apt/sources.list "$root/etc/apt/" 2>/dev/null || true
-dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/(.*//; s/|.*//; s/ //g' >"$work/depends"
+for package in "${packages[@]}"; do dpkg-deb -f "$package" Depends; done | tr ',' '\n' |
+  sed 's/(.*//; s/|.*//; s/ //g' | sort -u | grep -vxF "$(printf '%s\n' "${names[@]}")" >"$work/depends"
 inside() { chroot "$root" env DEBIAN_FRONTEND=noninteractive LC_ALL=C "$@"; }
 xargs -a "$work/depends" chroot "$root" env DEBIAN_FRONTEND=noninteractive \
   apt-get install -y -qq --no-install-recommends >"$work/apt.log" 2>&1 ||
@@ -114,9 +121,10 @@ mkdir -p "$root/var/lib/private"  # systemd's, where it runs
 listing >"$work/before"
 
 step "Install and run"
-cp "$package" "$root/tmp/package.deb"
-inside dpkg -i /tmp/package.deb >"$work/dpkg.log" 2>&1 || fail "install: $(cat "$work/dpkg.log")"
-for program in lidar_node lidar_node_rear sensor_simulator lidar_view frame_export_info truth_report soak_watch; do
+cp "${packages[@]}" "$root/tmp/"
+inside dpkg -i "${packages[@]/#*\///tmp/}" >"$work/dpkg.log" 2>&1 || fail "install: $(cat "$work/dpkg.log")"
+for program in lidar_node lidar_node_rear sensor_simulator lidar_view frame_export_info truth_report soak_watch \
+  lidar_replay; do
   inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
   grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
 done
@@ -128,14 +136,19 @@ inside sensor_simulator --frames 1 --capture /tmp/one.pcap --calibration /tmp/ca
 if inside lidar_node --cali_path /nowhere >"$work/refused" 2>&1; then fail "/nowhere was taken"; fi
 grep -q 'invalid --cali_path' "$work/refused" || fail "lidar_node: $(cat "$work/refused")"
 
-step "A consumer"
+step "Python"
+inside /usr/share/doc/python3-kerul-lidar/examples/print_frames.py /tmp/one.pcap /tmp/calib/SIM-0001 \
+  >"$work/printed" 2>&1 || fail "Python: $(cat "$work/printed")"
+grep -q '^frame 0: [0-9]* returns' "$work/printed" || fail "Python printed: $(cat "$work/printed")"
+
+step "Consumers"
 scripts/check_consumer.sh "$root/usr" || fail "consumer"
 
 step "Remove"
-inside dpkg --remove kerul-lidar-node >"$work/dpkg.log" 2>&1 || fail "remove: $(cat "$work/dpkg.log")"
+inside dpkg --remove "${names[@]}" >"$work/dpkg.log" 2>&1 || fail "remove: $(cat "$work/dpkg.log")"
 mkdir -p "$root/var/lib/private/kerul-lidar-node"  # what a service would have cached
 ln -s private/kerul-lidar-node "$root/var/lib/kerul-lidar-node"
-inside dpkg --purge kerul-lidar-node >>"$work/dpkg.log" 2>&1 || fail "purge: $(cat "$work/dpkg.log")"
+inside dpkg --purge "${names[@]}" >>"$work/dpkg.log" 2>&1 || fail "purge: $(cat "$work/dpkg.log")"
 listing >"$work/after"
 diff "$work/before" "$work/after" || fail "something was left behind, or taken along"
 if inside dpkg -s kerul-lidar-node >/dev/null 2>&1; then fail "dpkg still knows the package"; fi
