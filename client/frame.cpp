@@ -56,6 +56,7 @@ void FillFrame(const CollectedFrame& collected, const Directions* directions,
   frame.known_flags = KnownFlags(frame.output_mode);
   frame.first_timestamp_us = collected.first_timestamp_us;
   frame.last_timestamp_us = collected.last_timestamp_us;
+  frame.row_timestamp_us = collected.row_timestamp_us;
   frame.missing_blocks = collected.MissingBlocks();
   frame.missing_frames = collected.missing_ids_before;
   FillPlanes(collected, places, frame);

@@ -71,6 +71,7 @@ void FrameCollector::Begin(const FrameKey& key, const PointPacketView& packet) {
   frame.packets = 0;
   frame.duplicates = 0;
   frame.first_timestamp_us = packet.TimestampUs();
+  frame.row_timestamp_us.fill(0);
   frame.missing_ids_before = ids_.Take(key.frame_id);
   statistics_.missing_frame_ids = ids_.missing;
   frame.joined_midway = !seen_any_ && (packet.Block() != 0 || packet.Echo() != 0);
@@ -90,6 +91,9 @@ void FrameCollector::Store(const PointPacketView& packet) {
   blocks[block] = true;
   ++frame.packets;
   frame.last_timestamp_us = packet.TimestampUs();
+  std::int64_t& row_timestamp_us =
+      frame.row_timestamp_us[static_cast<std::size_t>(packet.BlockRow())];
+  if (row_timestamp_us == 0) row_timestamp_us = frame.last_timestamp_us;
   for (int i = 0; i < kPointsPerPacket; ++i) {
     const PacketPoint point = packet.Point(i);
     FramePoint& to = frame.points[CollectedFrame::Index(packet.Echo(), point.row, point.col)];

@@ -213,6 +213,30 @@ TEST(FrameCollector, TimestampsAreThoseOfTheFirstAndLastPacket) {
   EXPECT_EQ(frame->last_timestamp_us, 100000900);
 }
 
+TEST(FrameCollector, EachMiniflashRowHasTheTimestampOfItsFirstPacket) {
+  FrameCollector collector;
+  PacketFields fields = OfFrame(3, 0);
+  fields.seconds = 100;
+  // The collector has two frames in turn: what the first one left may not stay for the third.
+  for (int count = 0; count < 3; ++count) {
+    fields.frame_id = 3 + count;
+    fields.sequence_base = 1728 * static_cast<std::uint32_t>(count);
+    fields.microseconds = 45000 * static_cast<std::uint32_t>(count);
+    AddBlocks(collector, fields, 0, 0);
+    // The second row, its first block again at last; of the third one nothing.
+    for (const int block : {50, 49, 48, 48}) {
+      fields.microseconds += 1000;
+      AddBlocks(collector, fields, block, block);
+    }
+  }
+  const CollectedFrame* frame = collector.Flush();
+  ASSERT_NE(frame, nullptr);
+  EXPECT_EQ(frame->row_timestamp_us[0], 100090000);
+  EXPECT_EQ(frame->row_timestamp_us[1], 100091000);
+  EXPECT_EQ(frame->row_timestamp_us[2], 0);
+  EXPECT_EQ(frame->row_timestamp_us[35], 0);
+}
+
 TEST(FrameCollector, AGivenFrameStaysUntilTheNextIsGiven) {
   FrameCollector collector;
   const CollectedFrame* frame = AddBlocks(collector, OfFrame(5, 0), 0, 1727);

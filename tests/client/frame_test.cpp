@@ -60,6 +60,7 @@ TEST(Frame, SaysWhichFrameItIsWhenAndWhatIsMissing) {
   collected.return_code = 34;
   collected.first_timestamp_us = 1000;
   collected.last_timestamp_us = 90000;
+  collected.row_timestamp_us[35] = 88000;
   collected.missing_ids_before = 2;
   Frame frame;
   FillFrame(collected, nullptr, nullptr, frame);
@@ -70,6 +71,8 @@ TEST(Frame, SaysWhichFrameItIsWhenAndWhatIsMissing) {
   EXPECT_EQ(frame.carries, CarriedFields(12));
   EXPECT_EQ(frame.first_timestamp_us, 1000);
   EXPECT_EQ(frame.last_timestamp_us, 90000);
+  EXPECT_EQ(frame.row_timestamp_us[34], 0);
+  EXPECT_EQ(frame.row_timestamp_us[35], 88000);
   EXPECT_EQ(frame.missing_blocks, 1);
   EXPECT_FALSE(frame.IsComplete());
   EXPECT_EQ(frame.missing_frames, 2);

@@ -6,6 +6,7 @@
 // in use.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -28,6 +29,10 @@ struct Frame {
   // the epoch. A frame is published while it comes in, so the two are nearly a frame time apart.
   std::int64_t first_timestamp_us = 0;
   std::int64_t last_timestamp_us = 0;
+  // The same of the first packet of each miniflash row, which is six rows of pixels; 0 where none
+  // came. The node publishes a row when the next one is complete, so a little after it was
+  // measured.
+  std::array<std::int64_t, kBlockRows> row_timestamp_us{};
 
   // What is missing. None of it tells of raw packets that the node did not get: their pixels are
   // published as no return.

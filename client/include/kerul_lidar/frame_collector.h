@@ -41,6 +41,8 @@ struct CollectedFrame {
   std::uint32_t duplicates = 0;         // packets of a block already there; the later one counts
   std::int64_t first_timestamp_us = 0;  // time stamps of the packets taken first and last
   std::int64_t last_timestamp_us = 0;
+  // Time stamp of the first packet taken of each miniflash row; 0 where none came.
+  std::array<std::int64_t, kBlockRows> row_timestamp_us{};
   int missing_ids_before = 0;      // frame ids passed over between the frame before and this one
   bool joined_midway = false;      // the collector's first frame, which had begun before it
   std::vector<FramePoint> points;  // [echo][row][col], always room for two echoes
