@@ -3,6 +3,7 @@
 #include <png.h>
 
 #include <cstddef>
+#include <utility>
 
 #include "support/output_file.h"
 
@@ -32,6 +33,30 @@ bool WritePng(const std::string& path, int width, int height, const std::vector<
   }
   encoded.resize(bytes);
   return WriteOutputFile(path, encoded, error);
+}
+
+bool ReadPng(const std::string& path, int& width, int& height, std::vector<std::uint8_t>& rgb,
+             std::string& error) {
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  const auto fail = [&](const std::string& reason) {
+    error = reason;
+    png_image_free(&image);
+    return false;
+  };
+  if (png_image_begin_read_from_file(&image, path.c_str()) == 0) return fail(image.message);
+  constexpr png_uint_32 kLargest = 16384;  // a few header bytes cannot ask for all memory
+  if (image.width > kLargest || image.height > kLargest) return fail("the picture is too large");
+  image.format = PNG_FORMAT_RGB;
+  std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(image));
+  const png_color black{};
+  if (png_image_finish_read(&image, &black, pixels.data(), 0, nullptr) == 0) {
+    return fail(image.message);
+  }
+  width = static_cast<int>(image.width);
+  height = static_cast<int>(image.height);
+  rgb = std::move(pixels);
+  return true;
 }
 
 }  // namespace kerul::lidar

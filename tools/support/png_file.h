@@ -1,4 +1,4 @@
-// Writes pictures.
+// Reads and writes pictures.
 #pragma once
 
 #include <cstdint>
@@ -11,5 +11,11 @@ namespace kerul::lidar {
 // `error`, when the file cannot be written or the sizes do not fit.
 bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
               std::string& error);
+
+// Reads any PNG as eight bits a channel, rows from the top. What is transparent lies on black.
+// False with the reason in `error`: no such file, no PNG, damaged, or more than 16384 pixels wide
+// or high.
+bool ReadPng(const std::string& path, int& width, int& height, std::vector<std::uint8_t>& rgb,
+             std::string& error);
 
 }  // namespace kerul::lidar

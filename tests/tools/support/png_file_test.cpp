@@ -30,6 +30,46 @@ TEST(PngFile, APictureReadsBackAsItWasWritten) {
   EXPECT_EQ(read, rgb);
 }
 
+TEST(PngFile, AnyPictureIsReadAsRgbAndWhatIsTransparentIsBlack) {
+  const testing::TempDir dir;
+  const std::string path = (dir.path() / "a.png").string();
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  image.width = 3;
+  image.height = 1;
+  image.format = PNG_FORMAT_GA;
+  const std::uint8_t grey_alpha[6] = {255, 255, 7, 255, 255, 0};
+  ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, grey_alpha, 0, nullptr), 0);
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> rgb;
+  std::string error;
+  ASSERT_TRUE(ReadPng(path, width, height, rgb, error)) << error;
+  EXPECT_EQ(width, 3);
+  EXPECT_EQ(height, 1);
+  EXPECT_EQ(rgb, (std::vector<std::uint8_t>{255, 255, 255, 7, 7, 7, 0, 0, 0}));
+}
+
+TEST(PngFile, WhatIsNoPictureIsTold) {
+  const testing::TempDir dir;
+  const std::string path = (dir.path() / "a.png").string();
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> rgb;
+  std::string error;
+  EXPECT_FALSE(ReadPng(path, width, height, rgb, error));
+  EXPECT_NE(error, "");
+  ASSERT_TRUE(WritePng(path, 100, 100, std::vector<std::uint8_t>(30000, 9), error)) << error;
+  error.clear();
+  std::filesystem::resize_file(path, 60);  // the header is whole, the pixels are not
+  EXPECT_FALSE(ReadPng(path, width, height, rgb, error));
+  EXPECT_NE(error, "");
+  ASSERT_TRUE(WritePng(path, 16385, 1, std::vector<std::uint8_t>(3 * 16385, 9), error)) << error;
+  EXPECT_FALSE(ReadPng(path, width, height, rgb, error));
+  EXPECT_EQ(error, "the picture is too large");
+  EXPECT_EQ(width, 0);
+}
+
 TEST(PngFile, SizesThatDoNotFitAreRefused) {
   const testing::TempDir dir;
   std::string error;
