@@ -18,10 +18,11 @@ endif()
 
 # One test program for each folder below tests/ that holds *_test.cpp files, named after the folder:
 # tests/MIPI_reader/parser gives tests_MIPI_reader_parser. Folders further down belong to it too.
-# Other .cpp files are its helpers. LIBRARIES are linked to all of them when they exist. Tests with "AMillionPackets" in their name
-# take long; run_tests.sh --all runs them, and ctest -C long -L long.
+# Other .cpp files are its helpers. LIBRARIES are linked to all of them when they exist; the folders
+# WITHOUT are passed over. Tests with "AMillionPackets" in their name
+# take long; run_tests.sh --all runs them, and ctest -C long -L long. Folders of WITHOUT are passed over.
 function(kerul_add_test_folders)
-  cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "" "" "LIBRARIES;WITHOUT" ${ARGN})
   file(GLOB_RECURSE test_files CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" *_test.cpp)
   set(folders)
   foreach(test_file IN LISTS test_files)
@@ -30,6 +31,7 @@ function(kerul_add_test_folders)
     list(APPEND folders "${folder}")
   endforeach()
   list(REMOVE_DUPLICATES folders)
+  list(REMOVE_ITEM folders ${arg_WITHOUT})
   foreach(folder IN LISTS folders)
     string(REPLACE "/" "_" name "tests_${folder}")
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${folder}/*.cpp")
