@@ -18,6 +18,9 @@ case "${1:-}" in
     ;;
 esac
 
+# Debian's own npm brings hundreds of packages and cannot be installed beside another one.
+[ "$1" = build ] || command -v npm >/dev/null || packages+=(nodejs npm)
+
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
