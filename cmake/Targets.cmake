@@ -51,12 +51,12 @@ function(kerul_add_test_folders)
     endforeach()
     # Process-level tests start the programs that were built. Only they are told where, so that the
     # compiler cache serves all other tests in any checkout.
-    if(folder MATCHES "^(process|tools)")
+    if(folder MATCHES "^(dds|process|tools)")
       target_compile_definitions(${name} PRIVATE "KERUL_BINARY_DIR=\"${CMAKE_BINARY_DIR}\""
                                                  "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
       foreach(program IN ITEMS lidar_node lidar_node_test_front lidar_node_test_rear sensor_simulator
                                lidar_view frame_export_info truth_report
-                               soak_watch lidar_replay)
+                               soak_watch lidar_replay lidar_dds)
         if(TARGET ${program})
           add_dependencies(${name} ${program})
         endif()
@@ -64,8 +64,11 @@ function(kerul_add_test_folders)
     endif()
     # Live runs of whole programs have the machine to themselves.
     set(properties TIMEOUT 600)
-    if(folder STREQUAL "process")
+    if(folder MATCHES "^(dds|process)$")
       list(APPEND properties RUN_SERIAL TRUE LABELS live)
+    endif()
+    if(folder STREQUAL "dds")
+      list(APPEND properties FIXTURES_REQUIRED ros_decoder)
     endif()
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_FILTER "-*AMillionPackets*"
                          PROPERTIES ${properties})

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
+#include <net/route.h>
 #include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -38,10 +39,11 @@ bool EnterAsNewUser() {
 }
 
 // A request to the interface's driver; false sets errno.
-bool Configure(unsigned long request, ifreq& interface) {
+template <class Setting>
+bool Configure(unsigned long request, Setting& setting) {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return false;
-  const bool done = ioctl(fd, request, &interface) == 0;
+  const bool done = ioctl(fd, request, &setting) == 0;
   const int error = errno;
   close(fd);
   errno = error;
@@ -61,13 +63,15 @@ bool SwitchLoopbackOn() {
   return Configure(SIOCSIFFLAGS, loopback);
 }
 
-void SetAddress(ifreq& interface, const std::string& ip) {
+sockaddr Address(const std::string& ip) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   if (inet_pton(AF_INET, ip.c_str(), &address.sin_addr) != 1) {
     throw std::runtime_error("no address: " + ip);
   }
-  std::memcpy(&interface.ifr_addr, &address, sizeof(address));
+  sockaddr any{};
+  std::memcpy(&any, &address, sizeof(address));
+  return any;
 }
 
 }  // namespace
@@ -94,11 +98,25 @@ Isolation::~Isolation() {
   if (shm_mounted_) umount2("/dev/shm", MNT_DETACH);
 }
 
+void Isolation::AllowMulticast() {
+  ifreq loopback = Interface("lo");
+  if (!Configure(SIOCGIFFLAGS, loopback)) throw std::runtime_error(Failed("flags of lo"));
+  loopback.ifr_flags = static_cast<short>(loopback.ifr_flags | IFF_MULTICAST);
+  if (!Configure(SIOCSIFFLAGS, loopback)) throw std::runtime_error(Failed("multicast over lo"));
+  rtentry route{};
+  route.rt_dst = Address("224.0.0.0");
+  route.rt_genmask = Address("240.0.0.0");
+  route.rt_flags = RTF_UP;
+  char device[] = "lo";
+  route.rt_dev = device;
+  if (!Configure(SIOCADDRT, route)) throw std::runtime_error(Failed("route of the groups"));
+}
+
 void Isolation::AddAddress(const std::string& ip) {
   ifreq alias = Interface("lo:" + std::to_string(++addresses_));
-  SetAddress(alias, ip);
+  alias.ifr_addr = Address(ip);
   if (!Configure(SIOCSIFADDR, alias)) throw std::runtime_error(Failed("address " + ip));
-  SetAddress(alias, "255.255.255.255");
+  alias.ifr_addr = Address("255.255.255.255");
   if (!Configure(SIOCSIFNETMASK, alias)) throw std::runtime_error(Failed("netmask of " + ip));
 }
 

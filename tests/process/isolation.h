@@ -22,6 +22,8 @@ class Isolation {
   // Empty when all went well, else why this machine does not permit it.
   const std::string& Fault() const noexcept { return fault_; }
 
+  // Lets datagrams to groups go over the loopback interface. Throws std::runtime_error.
+  void AllowMulticast();
   // Gives the loopback interface one more address. Throws std::runtime_error.
   void AddAddress(const std::string& ip);
 

@@ -13,15 +13,12 @@
 namespace kerul::lidar::dds {
 namespace {
 
-// Datagrams as large as UDP takes: a message of 2 MB is 31 of them instead of 1400. The bytes that
-// may wait for an acknowledgement are far above five messages: so it is the history of five that
-// forgets what a stuck subscriber does not take, and no write waits for it.
+// Datagrams as large as UDP takes: a message of 2 MB is 31 of them instead of some 1500.
 constexpr const char* kLargeMessages =
-    "<CycloneDDS><Domain>"
-    "<General><MaxMessageSize>65500B</MaxMessageSize>"
-    "<FragmentSize>65000B</FragmentSize></General>"
-    "<Internal><Watermarks><WhcHigh>128MB</WhcHigh></Watermarks></Internal>"
-    "</Domain></CycloneDDS>";
+    "<CycloneDDS><Domain><General>"
+    "<MaxMessageSize>65500B</MaxMessageSize><FragmentSize>65000B</FragmentSize>"
+    "</General></Domain></CycloneDDS>";
+// A history that forgets: no write waits for a subscriber that does not answer.
 constexpr std::int32_t kHistory = 5;
 
 struct TopicPlan {
@@ -98,8 +95,8 @@ class Topics : public MessageSink {
     ddsi_sertype* type = MakeSerialisedType(plan.type.dds_name);
     std::string topic_name = "rt/";
     topic_name.append(name).append(plan.suffix);
-    const dds_entity_t topic = dds_create_topic_sertype(participant, topic_name.c_str(), &type,
-                                                        nullptr, nullptr, nullptr);
+    const dds_entity_t topic =
+        dds_create_topic_sertype(participant, topic_name.c_str(), &type, nullptr, nullptr, nullptr);
     if (topic < 0) {
       ddsi_sertype_unref(type);
       return topic;
