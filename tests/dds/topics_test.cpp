@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -137,6 +139,29 @@ TEST_F(DdsTest, ARestartedNodeIsFollowed) {
   node.PublishFrame();
   EXPECT_TRUE(listener->WaitFor(Stream::kOut, "message 2\n"));
   EXPECT_EQ(bridge->Interrupt(), 0);
+}
+
+// Its receive buffer is one that the machine has to allow.
+TEST_F(DdsTest, TheExampleConfigurationIsTakenAfterTheOneThatIsCompiledIn) {
+  std::ifstream limit("/proc/sys/net/core/rmem_max");
+  long allowed = 0;
+  limit >> allowed;
+  if (allowed < 4 * 1024 * 1024) GTEST_SKIP() << "net.core.rmem_max is " << allowed;
+  setenv("CYCLONEDDS_URI", "file://" KERUL_SOURCE_DIR "/docs/examples/cyclonedds.xml", 1);
+  PretendedNode node("points");
+  const auto listener = StartListener("rt/lidar/points", kCloudType, "received");
+  const auto bridge = StartBridge({"--shm", "points", "--frames", "1"});
+  ASSERT_TRUE(AreConnected(*bridge, *listener)) << bridge->Err();
+  node.PublishFrame();
+  EXPECT_TRUE(listener->WaitFor(Stream::kOut, "message 1\n"));
+  EXPECT_EQ(bridge->WaitForExit(), 0);
+
+  setenv("CYCLONEDDS_URI", "<CycloneDDS><Domain><NoSuchElement/></Domain></CycloneDDS>", 1);
+  const auto refused = StartBridge({"--shm", "points"});
+  EXPECT_EQ(refused->WaitForExit(), 1);
+  EXPECT_NE(refused->Err().find("lidar_dds: cannot configure the domain"), std::string::npos)
+      << refused->Err();
+  unsetenv("CYCLONEDDS_URI");
 }
 
 TEST_F(DdsTest, TheTypesHaveTheHashesThatRosComputes) {
