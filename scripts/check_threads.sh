@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$(nproc)" \
-  --target lidar_node sensor_simulator tests_output tests_client tests_process
+  --target lidar_node sensor_simulator tests_output tests_client tests_c_interface tests_process
 reports="$PWD/build/tsan/reports"
 rm -rf "$reports"
 mkdir -p "$reports"
@@ -18,6 +18,7 @@ run() { "build/tsan/tests/$1" --gtest_brief=1 "${@:2}"; }
 status=0
 run tests_output || status=1
 run tests_client || status=1
+run tests_c_interface || status=1
 # The whole chain: streams with faults, interrupts, kills, restarts. Only what also holds of a node
 # that is ten times slower and has the sanitizer's own thread beside its worker.
 live="Interrupt.AnIdleNode*:Interrupt.AHailOf*:LiveRun.AFaulty*:LiveRun.AReaderFinds*:\

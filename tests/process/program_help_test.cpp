@@ -41,7 +41,7 @@ TEST_P(ProgramHelp, HasAManualPage) {
 
 INSTANTIATE_TEST_SUITE_P(Tools, ProgramHelp,
                          ::testing::Values("sensor_simulator", "lidar_view", "frame_export_info",
-                                           "truth_report", "soak_watch"),
+                                           "truth_report", "soak_watch", "lidar_replay"),
                          [](const auto& tool) { return std::string(tool.param); });
 
 // A ring that does not come to be.

@@ -1,5 +1,6 @@
 """Errors with their texts, closed streams, threads, Ctrl-C."""
 
+import os
 import signal
 import socket
 import subprocess
@@ -158,3 +159,15 @@ except KeyboardInterrupt:
     child.send_signal(signal.SIGINT)
     assert child.communicate(timeout=PATIENCE)[0] == "interrupted None\n"
     assert child.returncode == 0
+
+
+def test_a_library_that_is_not_there_says_what_to_do():
+    imported = subprocess.run(
+        [sys.executable, "-c", "import kerul_lidar"],
+        env={**os.environ, "KERUL_LIDAR_LIBRARY": "/nowhere.so"},
+        capture_output=True,
+        text=True,
+    )
+    assert imported.returncode == 1
+    assert "ImportError: /nowhere.so: cannot open shared object file" in imported.stderr
+    assert "install libkerul-lidar-client1" in imported.stderr
