@@ -108,7 +108,8 @@ void ShowFrame(const Frame& frame, kerul_lidar_stream& to) {
               .flags = frame.flags.data(),
               .ground = to.ground.data(),
               .valid = to.valid.data(),
-              .payload = frame.payload.data()};
+              .payload = frame.payload.data(),
+              .row_timestamp_us = frame.row_timestamp_us.data()};
 }
 
 }  // namespace

@@ -80,6 +80,8 @@ TEST_F(CInterface, AFrameShowsItsPlanesItsIdentityAndWhatIsMissing) {
   EXPECT_EQ(frame->ground[288], 0);
   EXPECT_EQ(frame->valid[288], 1);
   EXPECT_EQ(frame->payload[3 * 288], 80);
+  EXPECT_EQ(frame->row_timestamp_us[0], 1'700'000'000'250'000);
+  EXPECT_EQ(frame->row_timestamp_us[35], 1'700'000'000'250'000);
   EXPECT_EQ(frame->valid[216 * 288], 0) << "no second echo is published";
 
   frame = Next();

@@ -9,7 +9,15 @@ import pytest
 import kerul_lidar
 from streams import PATIENCE, Picture
 
-PLANES = ("range_m", "reflectivity", "flags", "ground", "valid", "payload")
+PLANES = (
+    "range_m",
+    "reflectivity",
+    "flags",
+    "ground",
+    "valid",
+    "payload",
+    "row_timestamp_us",
+)
 
 
 def two_frames(node):

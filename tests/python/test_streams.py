@@ -33,6 +33,9 @@ def test_missing_blocks_and_frames_are_told(node):
     first, second = next(ring).copy(), next(ring)
     assert first.lost == kerul_lidar.Lost(blocks=5, frames=0, packets=0)
     assert first.lost and not first.is_complete
+    stamps = first.row_timestamp_us
+    assert stamps.shape == (36,) and (np.diff(stamps) >= 0).all()
+    assert stamps[0] == first.first_timestamp_us > 0 and stamps[35] <= first.last_timestamp_us
     # Block 100 is row 12 to 17, column 24 to 29.
     assert not first.valid[0, 12:18, 24:54].any()
     assert second.lost == kerul_lidar.Lost(blocks=0, frames=3, packets=0)
@@ -88,7 +91,7 @@ def test_datagrams_are_taken_and_their_loss_is_told():
     udp = kerul_lidar.Udp(0, timeout=PATIENCE)
     port = int(udp.describe().removeprefix("UDP port "))
     picture = Picture()
-    # A few blocks of each frame, so that any socket buffer holds them.
+    # The lowest blocks of each frame, so that any socket buffer holds them.
     for frame_id in (1, 2, 3):
         send(port, list(picture.packets(frame_id, BLOCKS * frame_id))[:48])
     first = next(udp).copy()
@@ -97,6 +100,7 @@ def test_datagrams_are_taken_and_their_loss_is_told():
     assert first.lost == kerul_lidar.Lost(BLOCKS - 48, 0, BLOCKS - 48)
     assert np.array_equal(second.range_m[:, :6], picture.range_m()[:, :6])
     assert not second.valid[:, 6:].any()
+    assert second.row_timestamp_us[0] > 0 and not second.row_timestamp_us[1:].any()
 
 
 def test_a_capture_gives_every_frame_of_the_node_and_ends(street):

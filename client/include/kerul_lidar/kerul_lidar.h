@@ -91,6 +91,9 @@ typedef struct kerul_lidar_frame { /* NOLINT */
   const uint8_t* ground;       /* plane, 1: lies on the ground; 0 where the mode does not tell */
   const uint8_t* valid;        /* plane, 1: a return */
   const uint8_t* payload;      /* [2][216][288][3], what the mode carries, as published */
+  /* [36], when the first packet of each miniflash row, six rows of pixels, was built, as above; 0
+   * where none came. A row is published a little after it was measured. */
+  const int64_t* row_timestamp_us;
 } kerul_lidar_frame;
 
 /* Since the stream was opened. */

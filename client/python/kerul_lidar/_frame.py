@@ -44,9 +44,17 @@ class Lost:
 
 
 class Planes:
-    """The arrays of a frame, all of the shape (2, 216, 288)."""
+    """The arrays of a frame."""
 
-    __slots__ = ("range_m", "reflectivity", "flags", "ground", "valid", "payload")
+    __slots__ = (
+        "range_m",
+        "reflectivity",
+        "flags",
+        "ground",
+        "valid",
+        "payload",
+        "row_timestamp_us",
+    )
 
     def __init__(self, **planes: "npt.NDArray[Any]") -> None:
         for name, plane in planes.items():
@@ -58,6 +66,7 @@ class Planes:
     ground: "npt.NDArray[np.bool_]"
     valid: "npt.NDArray[np.bool_]"
     payload: "npt.NDArray[np.uint8]"
+    row_timestamp_us: "npt.NDArray[np.int64]"
 
     def copy(self) -> "Planes":
         return Planes(**{name: getattr(self, name).copy() for name in self.__slots__})
@@ -168,6 +177,15 @@ class Frame:
     def payload(self) -> "npt.NDArray[np.uint8]":
         """What the output mode carries, as published, (2, 216, 288, 3) uint8."""
         return self.planes.payload
+
+    @property
+    def row_timestamp_us(self) -> "npt.NDArray[np.int64]":
+        """When the first packet of each miniflash row was built, (36,) int64; 0 where none came.
+
+        A miniflash row is six rows of pixels, from below: `row_timestamp_us[row // 6]`. The same
+        clock as first_timestamp_us; a row is published a little after it was measured.
+        """
+        return self.planes.row_timestamp_us
 
     def xyz(
         self,

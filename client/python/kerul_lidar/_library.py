@@ -57,6 +57,7 @@ class FrameRecord(ctypes.Structure):
         ("ground", c_void_p),
         ("valid", c_void_p),
         ("payload", c_void_p),
+        ("row_timestamp_us", c_void_p),
     ]
 
 

@@ -78,6 +78,7 @@ def _planes_of(handle: _Handle, record: FrameRecord) -> Planes:
         ground=view(record.ground, "|b1"),
         valid=view(record.valid, "|b1"),
         payload=view(record.payload, "|u1", (*SHAPE, 3)),
+        row_timestamp_us=view(record.row_timestamp_us, "<i8", (36,)),
     )
 
 
