@@ -1,20 +1,14 @@
 #include <CLI/CLI.hpp>
 
 #include "lidar_view/viewer_app.h"
+#include "support/input_options.h"
 #include "support/number_options.h"
 
 namespace kerul::lidar::view {
 namespace {
 
-void AddInputOptions(CLI::App& app, ViewerOptions& options) {
-  auto* shm = app.add_option("--shm", options.shm_name,
-                             "Read the shared-memory ring of this name (default "
-                             "kerul_lidar_udp_shm)");
-  auto* udp = app.add_option("--udp", options.udp_port, "Read UDP packets from this port instead")
-                  ->check(WholeNumber(1, 65535))
-                  ->excludes(shm);
-  app.add_option("--group", options.multicast_group, "Join this multicast group (with --udp)")
-      ->needs(udp);
+void AddRunOptions(CLI::App& app, ViewerOptions& options) {
+  AddInputOptions(app, options.shm_name, options.udp_port, options.multicast_group);
   app.add_option("--seconds", options.limits.seconds, "Stop after this time")
       ->check(PositiveNumber());
   app.add_option("--frames", options.limits.complete_frames, "Stop after this many complete frames")
@@ -45,7 +39,7 @@ void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color)
 bool ParseOptions(int argc, const char* const* argv, ViewerOptions& options, int& exit_status) {
   CLI::App app("Shows the point stream of the LiDAR node: frames, packets, loss, latency.");
   std::string color;
-  AddInputOptions(app, options);
+  AddRunOptions(app, options);
   AddOutputOptions(app, options, color);
   try {
     app.parse(argc, argv);

@@ -5,19 +5,13 @@
 #include <vector>
 
 #include "lidar_view/default_angle_record.h"
+#include "support/input_options.h"
 #include "support/number_options.h"
 
 namespace kerul::lidar::ros {
 
 void AddStreamOptions(CLI::App& app, StreamOptions& options) {
-  auto* shm = app.add_option("--shm", options.shm_name,
-                             "Read the shared-memory ring of this name (default "
-                             "kerul_lidar_udp_shm)");
-  auto* udp = app.add_option("--udp", options.udp_port, "Read UDP packets from this port instead")
-                  ->check(WholeNumber(1, 65535))
-                  ->excludes(shm);
-  app.add_option("--group", options.multicast_group, "Join this multicast group (with --udp)")
-      ->needs(udp);
+  AddInputOptions(app, options.shm_name, options.udp_port, options.multicast_group);
   app.add_option(
       "--calib", options.calib_dir,
       "Folder with Lidar-*_angle_calib.dat or *_head.bin, or its parent, for the pixels' "

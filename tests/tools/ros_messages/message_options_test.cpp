@@ -2,28 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
 #include "support/png_file.h"
 #include "support/temp_dir.h"
+#include "tools/ros_messages/parse_options.h"
 
 namespace kerul::lidar::ros {
 namespace {
-
-// What the command line gives, or what it complains about.
-std::string Parse(std::vector<std::string> arguments, MessageOptions& options) {
-  CLI::App app;
-  AddMessageOptions(app, options);
-  std::reverse(arguments.begin(), arguments.end());
-  try {
-    app.parse(arguments);
-  } catch (const CLI::ParseError& error) {
-    return error.what();
-  }
-  return "";
-}
 
 // White but for one black pixel, `line` from the top.
 std::vector<std::uint8_t> Picture(int line, int col) {
@@ -34,7 +21,8 @@ std::vector<std::uint8_t> Picture(int line, int col) {
 
 TEST(MessageOptions, AllAreTaken) {
   MessageOptions options;
-  EXPECT_EQ(Parse({"--frame-id", "front", "--valid-only", "--echo", "both", "--every-row", "2",
+  EXPECT_EQ(Parse(AddMessageOptions,
+                  {"--frame-id", "front", "--valid-only", "--echo", "both", "--every-row", "2",
                    "--every-col", "288"},
                   options),
             "");
@@ -50,7 +38,7 @@ TEST(MessageOptions, NumbersOutsideTheFrameAreRefused) {
   for (const std::vector<std::string>& wrong : std::vector<std::vector<std::string>>{
            {"--every-row", "0"}, {"--every-row", "217"}, {"--every-col", "289"}, {"--echo", "3"}}) {
     MessageOptions options;
-    EXPECT_NE(Parse(wrong, options), "") << wrong[0];
+    EXPECT_NE(Parse(AddMessageOptions, wrong, options), "") << wrong[0];
   }
 }
 
@@ -62,7 +50,7 @@ TEST(MessageOptions, BlackPixelsOfTheMaskAreLeftOutCountedFromTheTop) {
   rgb[8 * 3] = rgb[8 * 3 + 1] = 0;  // blue, not black
   ASSERT_TRUE(WritePng(path, 288, 216, rgb, error)) << error;
   MessageOptions options;
-  EXPECT_EQ(Parse({"--mask", path}, options), "");
+  EXPECT_EQ(Parse(AddMessageOptions, {"--mask", path}, options), "");
   EXPECT_EQ(options.masked.count(), 1U);
   EXPECT_TRUE(options.masked[215 * 288 + 7]);
 }
@@ -71,10 +59,10 @@ TEST(MessageOptions, AMaskOfAnotherSizeOrNoneIsAnErrorThatNamesIt) {
   const testing::TempDir dir;
   const std::string path = (dir.path() / "mask.png").string();
   MessageOptions options;
-  EXPECT_EQ(Parse({"--mask", path}, options).find("--mask: " + path + ": "), 0U);
+  EXPECT_EQ(Parse(AddMessageOptions, {"--mask", path}, options).find("--mask: " + path + ": "), 0U);
   std::string error;
   ASSERT_TRUE(WritePng(path, 216, 288, std::vector<std::uint8_t>(216 * 288 * 3, 0), error));
-  EXPECT_EQ(Parse({"--mask", path}, options),
+  EXPECT_EQ(Parse(AddMessageOptions, {"--mask", path}, options),
             "--mask: " + path + ": the picture has 216 x 288 pixels, not 288 x 216");
   EXPECT_TRUE(options.masked.none());
 }

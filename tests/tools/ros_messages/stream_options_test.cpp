@@ -2,29 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "client/point_packet_by_hand.h"
 #include "output/shm_test_name.h"
 #include "output/shm_udp_writer.h"
+#include "tools/ros_messages/parse_options.h"
 
 namespace kerul::lidar::ros {
 namespace {
-
-std::string Parse(std::vector<std::string> arguments, StreamOptions& options) {
-  CLI::App app;
-  AddStreamOptions(app, options);
-  std::reverse(arguments.begin(), arguments.end());
-  try {
-    app.parse(arguments);
-  } catch (const CLI::ParseError& error) {
-    return error.what();
-  }
-  return "";
-}
 
 TEST(StreamOptions, TheMountIsSixNumbersApartByBlanksOrCommas) {
   for (const std::vector<std::string>& spelling :
@@ -32,7 +19,7 @@ TEST(StreamOptions, TheMountIsSixNumbersApartByBlanksOrCommas) {
                                              {"--mount", "1,-2,3.5,0.1,-0.2,0.3"},
                                              {"--mount=1,-2,3.5,0.1,-0.2,0.3"}}) {
     StreamOptions options;
-    EXPECT_EQ(Parse(spelling, options), "");
+    EXPECT_EQ(Parse(AddStreamOptions, spelling, options), "");
     ASSERT_TRUE(options.mount.has_value());
     EXPECT_EQ(options.mount->x, 1.0);
     EXPECT_EQ(options.mount->y, -2.0);
@@ -52,7 +39,7 @@ TEST(StreamOptions, AnotherNumberOfNumbersOrNoNumberIsRefused) {
                                              {"--udp", "2369", "--shm", "ring"},
                                              {"--group", "239.0.0.1"}}) {
     StreamOptions options;
-    EXPECT_NE(Parse(wrong, options), "") << wrong[0];
+    EXPECT_NE(Parse(AddStreamOptions, wrong, options), "") << wrong[0];
   }
 }
 
