@@ -141,6 +141,12 @@ TEST_F(DdsTest, ARestartedNodeIsFollowed) {
   EXPECT_EQ(bridge->Interrupt(), 0);
 }
 
+TEST_F(DdsTest, ARunWithoutAFrameSaysWhereItLooked) {
+  const auto bridge = StartBridge({"--shm", "nowhere", "--seconds", "0.1"});
+  EXPECT_EQ(bridge->WaitForExit(), 1);
+  EXPECT_EQ(bridge->Err(), "lidar_dds: no complete frame came from ring /nowhere (not there)\n");
+}
+
 // Its receive buffer is one that the machine has to allow.
 TEST_F(DdsTest, TheExampleConfigurationIsTakenAfterTheOneThatIsCompiledIn) {
   std::ifstream limit("/proc/sys/net/core/rmem_max");
