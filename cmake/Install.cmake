@@ -13,6 +13,13 @@ foreach(node IN LISTS KERUL_NODES)
   kerul_install_node("${node}")
 endforeach()
 
+# A package of its own: only who wants it installs a DDS.
+if(TARGET lidar_dds)
+  install(TARGETS lidar_dds RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT dds)
+  list(APPEND kerul_programs lidar_dds)
+  list(APPEND kerul_packages dds)
+endif()
+
 # What a consumer links. Below lib/ itself and not the multiarch folder, as it is static only. A
 # component of its own: `cmake --install build --component client` needs these libraries built and
 # nothing else.
@@ -70,7 +77,11 @@ foreach(program IN LISTS kerul_programs)
     OUTPUT "${packed}" DEPENDS "${page}" VERBATIM
     COMMAND sh -c "\"$1\" -9nc \"$2\" > \"$3\"" sh "${gzip_program}" "${page}" "${packed}")
   list(APPEND packed_pages "${packed}")
-  install(FILES "${packed}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
+  set(component "")
+  if(program STREQUAL "lidar_dds")
+    set(component COMPONENT dds)
+  endif()
+  install(FILES "${packed}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" ${component})
 endforeach()
 file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/man")
 set(packed_changelog "${CMAKE_BINARY_DIR}/man/changelog.gz")
@@ -81,29 +92,37 @@ add_custom_command(
 add_custom_target(kerul_packed_docs ALL DEPENDS ${packed_pages} "${packed_changelog}")
 
 set(kerul_docs "share/doc/kerul-lidar-node")
-install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs/" DESTINATION "${kerul_docs}" PATTERN "man" EXCLUDE)
+install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs/" DESTINATION "${kerul_docs}" PATTERN "man" EXCLUDE
+        PATTERN "examples" EXCLUDE)
 set(kerul_notices "${packed_changelog}" "${CMAKE_SOURCE_DIR}/packaging/copyright")
 install(FILES ${kerul_notices} DESTINATION "${kerul_docs}")
 install(FILES ${kerul_notices} DESTINATION share/doc/libkerul-lidar-client1
         COMPONENT library_notices)
 install(FILES ${kerul_notices} DESTINATION share/doc/python3-kerul-lidar COMPONENT python)
+if(TARGET lidar_dds)
+  install(FILES ${kerul_notices} DESTINATION share/doc/kerul-lidar-dds COMPONENT dds)
+  install(FILES "${CMAKE_SOURCE_DIR}/docs/examples/cyclonedds.xml"
+          DESTINATION share/doc/kerul-lidar-dds/examples COMPONENT dds)
+endif()
 
 # Both folders are searched below /usr and below /usr/local.
 install(FILES "${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-node.service"
         DESTINATION lib/systemd/system)
 install(FILES "${CMAKE_SOURCE_DIR}/packaging/60-kerul-lidar.conf" DESTINATION lib/sysctl.d)
 
-# Three packages: the node with all programs and what a consumer is built with, the C library, and
-# the Python package, which needs the library but no node.
+# Packages: the node with all programs and what a consumer is built with, the C library, the Python
+# package, which needs the library but no node, and the publisher of ROS 2 topics where it was built,
+# which needs no node either.
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
-set(CPACK_COMPONENTS_ALL Unspecified client library library_notices python)
+set(CPACK_COMPONENTS_ALL Unspecified client library library_notices python ${kerul_packages})
 set(CPACK_COMPONENT_UNSPECIFIED_GROUP node)
 set(CPACK_COMPONENT_CLIENT_GROUP node)
 set(CPACK_COMPONENT_LIBRARY_GROUP library)
 set(CPACK_COMPONENT_LIBRARY_NOTICES_GROUP library)
 set(CPACK_COMPONENT_PYTHON_GROUP python)
+set(CPACK_COMPONENT_DDS_GROUP dds)
 
 set(CPACK_PACKAGE_NAME kerul-lidar-node)
 set(CPACK_PACKAGE_CONTACT "kerul-lidar-node maintainers <maintainers@kerul-lidar.invalid>")
@@ -121,6 +140,10 @@ set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "frames of a solid-state flash LiDAR as numpy arrays
 Reads whole frames of the LiDAR node from its shared memory, by UDP, or from
 a capture file that is played through the node.")
+set(CPACK_COMPONENT_DDS_DESCRIPTION
+    "frames of a solid-state flash LiDAR as ROS 2 topics
+Publishes the frames of the LiDAR node as point clouds and images that every
+ROS 2 subscriber of the network finds. Needs no ROS 2.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -137,6 +160,11 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
     "python3 (>= 3.9), python3-numpy, libkerul-lidar-client1 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS kerul-lidar-node)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-matplotlib)
+set(CPACK_DEBIAN_DDS_PACKAGE_NAME kerul-lidar-dds)
+set(CPACK_DEBIAN_DDS_PACKAGE_SECTION science)
+# Not only its functions: records of the library, which another version may lay out differently.
+set(CPACK_DEBIAN_DDS_PACKAGE_DEPENDS "libddsc0debian (>= 0.10), libddsc0debian (<< 0.11)")
+set(CPACK_DEBIAN_DDS_PACKAGE_RECOMMENDS kerul-lidar-node)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

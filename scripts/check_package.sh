@@ -46,6 +46,10 @@ rm -f "$package_dir"/*.deb
   fail "cpack: $(cat "$work/cpack.log")"
 # In the order in which they are installed.
 names=(libkerul-lidar-client1 kerul-lidar-node python3-kerul-lidar)
+# Left out, and said so, where the build has no Cyclone DDS.
+has_dds="$(find "$package_dir" -name 'kerul-lidar-dds_*.deb')"
+[ -z "$has_dds" ] || names+=(kerul-lidar-dds)
+[ -n "$has_dds" ] || echo "kerul-lidar-dds was not built: cyclonedds-dev is missing"
 packages=()
 for name in "${names[@]}"; do packages+=("$(ls "$package_dir/${name}"_*.deb)"); done
 [ "$(find "$package_dir" -maxdepth 1 -name '*.deb' | wc -l)" -eq ${#names[@]} ] || fail "other packages"
@@ -128,6 +132,9 @@ for program in lidar_node lidar_node_rear sensor_simulator lidar_view frame_expo
   inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
   grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
 done
+if [ -n "$has_dds" ]; then
+  inside lidar_dds --help | grep -q '^Usage: lidar_dds' || fail "lidar_dds --help"
+fi
 inside sensor_simulator --frames 1 --capture /tmp/one.pcap --calibration /tmp/calib >/dev/null ||
   fail "sensor_simulator"
 # 24 bytes, then 6912 packets with their headers.
