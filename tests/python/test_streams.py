@@ -1,6 +1,7 @@
 """What happens to a stream: gaps, a wrapped ring, a restarted node, other ways in, the end."""
 
 import subprocess
+from pathlib import Path
 
 import numpy as np
 import pytest
@@ -127,8 +128,12 @@ def test_a_capture_that_is_closed_midway_ends_its_program(street):
     view = next(played).range_m
     program = played._program
     before = view.copy()
+    rings = f"lidar_replay_{program.pid}_*"
+    assert len(list(Path("/dev/shm").glob(rings))) == 1
     played.close()
-    assert program.poll() is not None
+    # By itself, as nobody reads any more, and not by a signal.
+    assert program.poll() == 1
+    assert list(Path("/dev/shm").glob(rings)) == []
     assert np.array_equal(view, before)
 
 

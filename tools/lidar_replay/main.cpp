@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -17,9 +18,23 @@ namespace {
 
 using namespace kerul::lidar;
 
-// False when nobody reads any more. A pipe that is full holds the node up: nothing is lost.
+std::atomic<bool> stop{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "used by a signal handler");
+
+void Stop(int /*signal*/) { stop = true; }
+
+// The ring in shared memory goes with an orderly end only. Without SA_RESTART, so that a write to a
+// full pipe ends too.
+void EndOrderlyAt(int signal_number) {
+  struct sigaction action {};
+  action.sa_handler = Stop;
+  sigaction(signal_number, &action, nullptr);
+}
+
+// False when nobody reads any more, or at a signal. A pipe that is full holds the node up: nothing
+// is lost.
 bool WriteAll(const std::uint8_t* bytes, std::size_t size) {
-  while (size > 0) {
+  while (size > 0 && !stop) {
     const ssize_t written = write(STDOUT_FILENO, bytes, size);
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) {
@@ -29,7 +44,7 @@ bool WriteAll(const std::uint8_t* bytes, std::size_t size) {
     bytes += written;
     size -= static_cast<std::size_t>(written);
   }
-  return true;
+  return !stop;
 }
 
 }  // namespace
@@ -53,6 +68,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::signal(SIGPIPE, SIG_IGN);
+  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) EndOrderlyAt(signal_number);
   // Standard output belongs to the packets.
   std::cout.rdbuf(verbose ? std::cerr.rdbuf() : nullptr);
   try {

@@ -20,6 +20,7 @@ from ._library import BusyError, ClosedError, CountsRecord, FrameRecord, OpenErr
 
 # The interpreter looks for Ctrl-C and for a closed stream this often while it waits.
 _SLICE_MS = 100
+_PROGRAM_END_SECONDS = 5.0
 
 
 class FrameTimeout(_library.KerulLidarError, TimeoutError):
@@ -331,11 +332,14 @@ class Capture(Pipe):
 
 
 def _end_program(program: "subprocess.Popen[bytes]", messages: IO[bytes]) -> None:
-    if program.poll() is None:
-        program.kill()
-        program.wait()
+    # It ends by itself when nobody reads, and takes its shared memory along.
     if program.stdout is not None:
         program.stdout.close()
+    try:
+        program.wait(timeout=_PROGRAM_END_SECONDS)
+    except subprocess.TimeoutExpired:
+        program.kill()
+        program.wait()
     messages.close()
 
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -150,10 +151,25 @@ TEST_F(ReplayTest, TheProgramWritesPacketsAndNothingElse) {
   EXPECT_EQ(good.WaitForExit(), 0) << good.Err();
   EXPECT_EQ(good.Out().size(), 3456U * 249U);
   EXPECT_EQ(good.Err(), "");
+  EXPECT_FALSE(fs::exists("/dev/shm/lidar_replay_" + std::to_string(good.pid()) + "_0"));
   ChildProcess bad({program, Capture(), "--cali_path", "/nowhere"}, directory_.path());
   EXPECT_EQ(bad.WaitForExit(), 1);
   EXPECT_EQ(bad.Out(), "");
   EXPECT_EQ(bad.Err(), "lidar_replay: cali_path is not a valid directory: /nowhere\n");
+}
+
+// The pipe holds some 260 packets of 3456, so the program waits for its reader.
+TEST_F(ReplayTest, AProgramThatIsTerminatedTakesItsRingAlong) {
+  ChildProcess program(
+      {KERUL_BINARY_DIR "/tools/lidar_replay", Capture(), "--cali_path", Calibration()},
+      directory_.path());
+  const std::string ring = "/dev/shm/lidar_replay_" + std::to_string(program.pid()) + "_0";
+  // EE FF and the version begin the first packet.
+  ASSERT_TRUE(program.WaitFor(Stream::kOut, "\xEE\xFF\x07\x0A"));
+  EXPECT_TRUE(fs::exists(ring));
+  program.Signal(SIGTERM);
+  EXPECT_EQ(program.WaitForExit(), 1);
+  EXPECT_FALSE(fs::exists(ring));
 }
 
 }  // namespace
