@@ -8,7 +8,7 @@ build_packages=(g++ cmake ninja-build libpng-dev libcli11-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy
   libclang-rt-14-dev tshark tcpreplay iproute2 spin python3 debootstrap lintian mandoc pkg-config
   systemd nftables python3-pytest python3-numpy python3-matplotlib mypy cyclonedds-dev
-  libfastrtps-dev)
+  libfastrtps-dev libzstd-dev liblz4-dev)
 
 case "${1:-}" in
   build) packages=("${build_packages[@]}") ;;
