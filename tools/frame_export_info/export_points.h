@@ -2,27 +2,19 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "calibration/angle_calib.h"
 #include "frame_export_info/export_file_reader.h"
+#include "support/cloud_point.h"
 
 namespace kerul::lidar {
 
-// One line of a point file. The sensor's own axes, metres: x along the optical axis.
-struct ExportPoint {
-  float x = 0.0F;
-  float y = 0.0F;
-  float z = 0.0F;
-  float intensity = 0.0F;  // the record's reflectivity
-  std::uint16_t row = 0;
-  std::uint16_t col = 0;
-};
-
+// The sensor's own axes, metres: x along the optical axis. Intensity is the record's reflectivity;
+// a file tells neither echo nor ground.
 struct ExportPoints {
-  std::vector<ExportPoint> points;
+  std::vector<CloudPoint> points;
   std::size_t left_out = 0;  // records without a finite range above 0 or without a direction
 };
 

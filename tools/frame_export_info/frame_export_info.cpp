@@ -4,16 +4,20 @@
 #include <cerrno>
 #include <cstring>
 #include <ostream>
+#include <span>
 #include <vector>
 
 #include "calibration/angle_calib.h"
 #include "files/regular_file.h"
+#include "frame_export_info/csv_file.h"
 #include "frame_export_info/export_file_reader.h"
 #include "frame_export_info/export_picture.h"
 #include "frame_export_info/export_points.h"
 #include "frame_export_info/export_summary.h"
-#include "frame_export_info/point_files.h"
+#include "support/las_file.h"
+#include "support/output_file.h"
 #include "support/png_file.h"
+#include "support/point_files.h"
 
 namespace kerul::lidar {
 namespace {
@@ -40,19 +44,30 @@ bool LoadDirections(const std::string& path, AngleCalibGrid& grid, std::string& 
                                          grid, &error);
 }
 
+bool Write(const std::string& path, std::span<const char> bytes, Failure& failure) {
+  if (WriteOutputFile(path, bytes, failure.reason)) return true;
+  failure = {.path = path, .reason = "cannot write: " + failure.reason};
+  return false;
+}
+
 bool WritePointFiles(const FrameExportInfoOptions& options, const ExportFile& file,
                      std::ostream& out, Failure& failure) {
-  if (options.pcd.empty() && options.ply.empty()) return true;
+  if (!options.WantsPoints()) return true;
   failure.path = options.calib;
   AngleCalibGrid grid;
-  ExportPoints points;
+  ExportPoints made;
   if (!LoadDirections(options.calib, grid, failure.reason)) return false;
-  if (!MakePoints(file, grid, points, failure.reason)) return false;
-  out << "points:            " << points.points.size() << ", left out " << points.left_out << '\n';
-  failure.path = options.pcd;
-  if (!options.pcd.empty() && !WritePcd(options.pcd, points.points, failure.reason)) return false;
-  failure.path = options.ply;
-  return options.ply.empty() || WritePly(options.ply, points.points, failure.reason);
+  if (!MakePoints(file, grid, made, failure.reason)) return false;
+  out << "points:            " << made.points.size() << ", left out " << made.left_out << '\n';
+  constexpr PointFields kFields = PointFields::kPixel;
+  if (!options.pcd.empty() &&
+      !Write(options.pcd, EncodePcd(made.points, kFields, options.pcd_numbers), failure)) {
+    return false;
+  }
+  if (!options.ply.empty() && !Write(options.ply, EncodePly(made.points, kFields), failure)) {
+    return false;
+  }
+  return options.las.empty() || Write(options.las, EncodeLas(made.points, LasOptions{}), failure);
 }
 
 bool WritePicture(const std::string& path, const ExportFile& file, const ExportSummary& summary,
@@ -72,8 +87,7 @@ bool Run(const FrameExportInfoOptions& options, std::ostream& out, Failure& fail
   if (!ReadExportFile(options.file, file, failure.reason)) return false;
   const ExportSummary summary = Summarize(file);
   PrintSummary(options.file, file, summary, out);
-  failure.path = options.csv;
-  if (!options.csv.empty() && !WriteCsv(options.csv, file.records, failure.reason)) return false;
+  if (!options.csv.empty() && !Write(options.csv, FormatCsv(file.records), failure)) return false;
   if (!options.png.empty() && !WritePicture(options.png, file, summary, failure)) return false;
   return WritePointFiles(options, file, out, failure);
 }
@@ -82,8 +96,9 @@ bool Run(const FrameExportInfoOptions& options, std::ostream& out, Failure& fail
 
 int RunFrameExportInfo(const FrameExportInfoOptions& options, std::ostream& out,
                        std::ostream& err) {
-  if (options.calib.empty() && !(options.pcd.empty() && options.ply.empty())) {
-    err << "frame_export_info: PCD and PLY need the sensor's directions: give its 78-byte angle "
+  if (options.calib.empty() && options.WantsPoints()) {
+    err << "frame_export_info: PCD, PLY and LAS need the sensor's directions: give its 78-byte "
+           "angle "
            "record with --calib (an export file holds ranges by pixel; --csv works without)\n";
     return 1;
   }

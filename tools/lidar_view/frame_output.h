@@ -7,6 +7,7 @@
 #include "kerul_lidar/frame_collector.h"
 #include "lidar_view/directions.h"
 #include "lidar_view/picture.h"
+#include "support/point_files.h"
 
 namespace kerul::lidar::view {
 
@@ -15,6 +16,8 @@ struct FrameFiles {
   std::string png;
   std::string pcd;
   std::string ply;
+  std::string las;
+  PcdNumbers pcd_numbers = PcdNumbers::kPacked;
 };
 
 // Writes all files that it can. False with the failures in `error`, one a line.

@@ -15,10 +15,12 @@ void AddRunOptions(CLI::App& app, ViewerOptions& options) {
       ->check(WholeNumberOf(options.limits.complete_frames, 1));
 }
 
-void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color) {
+void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color, bool& pcd_floats) {
   app.add_option("--png", options.files.png, "Write the latest complete frame as a picture");
   app.add_option("--pcd", options.files.pcd, "Write its points as binary PCD");
+  app.add_flag("--pcd-floats", pcd_floats, "All fields of the PCD as floats");
   app.add_option("--ply", options.files.ply, "Write its points as binary PLY");
+  app.add_option("--las", options.files.las, "Write its points as LAS 1.2");
   app.add_option("--summary", options.summary, "Write what was counted as key=value lines");
   app.add_option(
       "--calib", options.calib_dir,
@@ -39,14 +41,16 @@ void AddOutputOptions(CLI::App& app, ViewerOptions& options, std::string& color)
 bool ParseOptions(int argc, const char* const* argv, ViewerOptions& options, int& exit_status) {
   CLI::App app("Shows the point stream of the LiDAR node: frames, packets, loss, latency.");
   std::string color;
+  bool pcd_floats = false;
   AddRunOptions(app, options);
-  AddOutputOptions(app, options, color);
+  AddOutputOptions(app, options, color, pcd_floats);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     exit_status = app.exit(error) == 0 ? 0 : 1;
     return false;
   }
+  if (pcd_floats) options.files.pcd_numbers = PcdNumbers::kFloats;
   if (color == "flags") options.picture.colouring = Colouring::kFlags;
   return true;
 }

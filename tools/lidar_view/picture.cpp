@@ -151,7 +151,7 @@ void DrawRings(Canvas& canvas, const TopView& view, float max_range_m) {
   }
 }
 
-void DrawTopView(Canvas& canvas, const CollectedFrame& frame, std::span<const ViewPoint> points,
+void DrawTopView(Canvas& canvas, const CollectedFrame& frame, std::span<const CloudPoint> points,
                  const PictureOptions& options) {
   const bool by_flags = options.colouring == Colouring::kFlags;
   TopView view{};
@@ -160,7 +160,7 @@ void DrawTopView(Canvas& canvas, const CollectedFrame& frame, std::span<const Vi
               by_flags ? "From above, by flags" : "From above, by height", kText);
   canvas.FillRect(view.left, view.top, kTopViewWidth, kTopViewHeight, kNoReturn);
   DrawRings(canvas, view, options.max_range_m);
-  for (const ViewPoint& point : points) {
+  for (const CloudPoint& point : points) {
     if (!(std::fabs(point.x) <= options.max_range_m && std::fabs(point.y) <= options.max_range_m)) {
       continue;
     }
@@ -191,7 +191,7 @@ Rgb FlagColour(const PointPayload& payload) noexcept {
   return kPlain.colour;
 }
 
-Canvas DrawPicture(const CollectedFrame& frame, std::span<const ViewPoint> points,
+Canvas DrawPicture(const CollectedFrame& frame, std::span<const CloudPoint> points,
                    const PictureOptions& options) {
   Canvas canvas(kWidth, kHeight, kBackground);
   DrawRangeImage(canvas, frame, options);

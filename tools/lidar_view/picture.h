@@ -44,7 +44,7 @@ inline constexpr int kHeight = kTopViewTop + kTopViewHeight + kScaleHeight + kMa
 Rgb FlagColour(const PointPayload& payload) noexcept;
 
 // `points` are those of `frame`, mounted or not. The images show the first echo.
-Canvas DrawPicture(const CollectedFrame& frame, std::span<const ViewPoint> points,
+Canvas DrawPicture(const CollectedFrame& frame, std::span<const CloudPoint> points,
                    const PictureOptions& options);
 
 }  // namespace kerul::lidar::view

@@ -6,9 +6,9 @@
 #include "kerul_lidar/point_payload.h"
 
 namespace kerul::lidar::view {
-std::vector<ViewPoint> MakeViewPoints(const CollectedFrame& frame, const Directions& directions,
-                                      const TransformParam* mount) {
-  std::vector<ViewPoint> points;
+std::vector<CloudPoint> MakeViewPoints(const CollectedFrame& frame, const Directions& directions,
+                                       const TransformParam* mount) {
+  std::vector<CloudPoint> points;
   for (int echo = 0; echo < frame.key.echoes; ++echo) {
     for (int row = 0; row < kFrameRows; ++row) {
       for (int col = 0; col < kFrameCols; ++col) {
@@ -20,10 +20,10 @@ std::vector<ViewPoint> MakeViewPoints(const CollectedFrame& frame, const Directi
         if (mount != nullptr) at = Mounted(*mount, at);
         const int mode = frame.key.output_mode;
         const PointPayload payload = DecodePointPayload(mode, pixel.payload.data());
-        points.push_back({at[0], at[1], at[2], PointIntensity(mode, pixel.payload.data()),
-                          static_cast<std::uint16_t>(row), static_cast<std::uint16_t>(col),
-                          static_cast<std::uint8_t>(echo),
-                          static_cast<std::uint8_t>(payload.ground ? 1 : 0)});
+        points.push_back(
+            {at[0], at[1], at[2], static_cast<float>(PointIntensity(mode, pixel.payload.data())),
+             static_cast<std::uint16_t>(row), static_cast<std::uint16_t>(col),
+             static_cast<std::uint8_t>(echo), static_cast<std::uint8_t>(payload.ground ? 1 : 0)});
       }
     }
   }

@@ -26,7 +26,7 @@ ExportFile FileOf(std::uint16_t height, std::uint16_t width, std::vector<ExportR
   return file;
 }
 
-void ExpectAt(const ExportPoint& point, float x, float y, float z) {
+void ExpectAt(const CloudPoint& point, float x, float y, float z) {
   // Half positions go through a root: the last bits are not of interest.
   EXPECT_NEAR(point.x, x, 1e-5F);
   EXPECT_NEAR(point.y, y, 1e-5F);

@@ -67,14 +67,15 @@ TEST_F(FrameExportInfo, CsvAndPictureNeedNoCalibration) {
 
 TEST_F(FrameExportInfo, PointFilesWithoutACalibrationAreRefused) {
   for (std::string FrameExportInfoOptions::*path :
-       {&FrameExportInfoOptions::pcd, &FrameExportInfoOptions::ply}) {
+       {&FrameExportInfoOptions::pcd, &FrameExportInfoOptions::ply, &FrameExportInfoOptions::las}) {
     FrameExportInfoOptions options = options_;
     options.*path = dir_.File("a.points");
     std::ostringstream err;
     EXPECT_EQ(RunFrameExportInfo(options, out_, err), 1);
-    EXPECT_EQ(err.str(),
-              "frame_export_info: PCD and PLY need the sensor's directions: give its 78-byte angle "
-              "record with --calib (an export file holds ranges by pixel; --csv works without)\n");
+    EXPECT_EQ(
+        err.str(),
+        "frame_export_info: PCD, PLY and LAS need the sensor's directions: give its 78-byte angle "
+        "record with --calib (an export file holds ranges by pixel; --csv works without)\n");
     EXPECT_FALSE(std::filesystem::exists(dir_.File("a.points")));
   }
 }
@@ -83,16 +84,29 @@ TEST_F(FrameExportInfo, PointFilesAreWrittenWithACalibration) {
   options_.calib = AngleRecord();
   options_.pcd = dir_.File("a.pcd");
   options_.ply = dir_.File("a.ply");
+  options_.las = dir_.File("a.las");
   EXPECT_EQ(Run(), 0) << err_.str();
   EXPECT_THAT(out_.str(), HasSubstr("points:            2, left out 0\n"));
   EXPECT_THAT(dir_.Read("a.pcd"), HasSubstr("\nPOINTS 2\n"));
   EXPECT_THAT(dir_.Read("a.ply"), HasSubstr("\nelement vertex 2\n"));
+  const std::string las = dir_.Read("a.las");
+  EXPECT_EQ(las.size(), 227U + 2 * 28);
+  EXPECT_EQ(las.substr(0, 4), "LASF");
+  EXPECT_EQ(las[227 + 15], 0) << "an export file does not tell the ground";
   // The last point lies 7 m away, wherever that is.
   const std::string ply = dir_.Read("a.ply");
   float xyz[3];
   std::memcpy(xyz, ply.data() + ply.size() - 20, sizeof xyz);
   EXPECT_NEAR(xyz[0] * xyz[0] + xyz[1] * xyz[1] + xyz[2] * xyz[2], 49.0F, 1e-3F);
   EXPECT_GT(xyz[0], 3.0F) << "in front of the sensor";
+}
+
+TEST_F(FrameExportInfo, PcdFieldsAreFloatsOnRequest) {
+  options_.calib = AngleRecord();
+  options_.pcd = dir_.File("a.pcd");
+  options_.pcd_numbers = PcdNumbers::kFloats;
+  EXPECT_EQ(Run(), 0) << err_.str();
+  EXPECT_THAT(dir_.Read("a.pcd"), HasSubstr("\nTYPE F F F F F F\n"));
 }
 
 TEST_F(FrameExportInfo, AFileThatCannotBeReadIsNamed) {
@@ -132,7 +146,7 @@ TEST_F(FrameExportInfo, EachFileThatCannotBeWrittenIsNamed) {
   const std::string nowhere = dir_.File("none/a");
   for (std::string FrameExportInfoOptions::*path :
        {&FrameExportInfoOptions::csv, &FrameExportInfoOptions::png, &FrameExportInfoOptions::pcd,
-        &FrameExportInfoOptions::ply}) {
+        &FrameExportInfoOptions::ply, &FrameExportInfoOptions::las}) {
     FrameExportInfoOptions options = options_;
     options.*path = nowhere;
     std::ostringstream err;

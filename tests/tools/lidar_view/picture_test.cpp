@@ -89,10 +89,10 @@ TEST(Picture, EveryFlagHasItsColour) {
 TEST(Picture, PointsStandInTheViewFromAbove) {
   CollectedFrame frame = UniformFrame(0, 0, {});
   // 20 m ahead and 10 m to the left, at the top of the height scale.
-  const ViewPoint point{20.0F, 10.0F, 5.0F, 0, 0, 0, 0, 0};
-  const ViewPoint beyond{41.0F, 0.0F, 0.0F, 0, 0, 0, 0, 0};
-  const ViewPoint behind{-5.0F, 0.0F, 5.0F, 0, 0, 0, 0, 0};
-  const ViewPoint points[] = {point, beyond, behind};
+  const CloudPoint point{20.0F, 10.0F, 5.0F, 0, 0, 0, 0, 0};
+  const CloudPoint beyond{41.0F, 0.0F, 0.0F, 0, 0, 0, 0, 0};
+  const CloudPoint behind{-5.0F, 0.0F, 5.0F, 0, 0, 0, 0, 0};
+  const CloudPoint points[] = {point, beyond, behind};
   const Canvas with = DrawPicture(frame, points, {});
   const Canvas without = DrawPicture(frame, {}, {});
   const double pixels_per_m = kTopViewWidth / 80.0;
@@ -109,9 +109,9 @@ TEST(Picture, PointsStandInTheViewFromAbove) {
 
 TEST(Picture, PointsOfBrokenPlacesAreLeftOut) {
   const CollectedFrame frame = UniformFrame(0, 0, {});
-  const ViewPoint nan{std::numeric_limits<float>::quiet_NaN(), 0.0F, 0.0F, 0, 0, 0, 0, 0};
-  const ViewPoint far{0.0F, std::numeric_limits<float>::infinity(), 0.0F, 0, 0, 0, 0, 0};
-  const ViewPoint points[] = {nan, far};
+  const CloudPoint nan{std::numeric_limits<float>::quiet_NaN(), 0.0F, 0.0F, 0, 0, 0, 0, 0};
+  const CloudPoint far{0.0F, std::numeric_limits<float>::infinity(), 0.0F, 0, 0, 0, 0, 0};
+  const CloudPoint points[] = {nan, far};
   EXPECT_EQ(DrawPicture(frame, points, {}).rgb, DrawPicture(frame, {}, {}).rgb);
 }
 

@@ -12,7 +12,7 @@ TEST(ViewPoints, APointIsItsRangeAlongItsDirection) {
   SetPoint(frame, 0, 7, 9, 2500, {77, 0, 0x80});
   Directions directions = StraightAhead();
   directions.unit[7 * 288 + 9] = {0.6F, 0.0F, -0.8F};
-  const std::vector<ViewPoint> points = MakeViewPoints(frame, directions, nullptr);
+  const std::vector<CloudPoint> points = MakeViewPoints(frame, directions, nullptr);
   ASSERT_EQ(points.size(), 1U);
   EXPECT_FLOAT_EQ(points[0].x, 6.0F);
   EXPECT_FLOAT_EQ(points[0].y, 0.0F);
@@ -38,7 +38,7 @@ TEST(ViewPoints, TheSecondEchoComesAfterTheFirstAndOnlyIfPublished) {
   SetPoint(frame, 0, 5, 5, 250, {});
   EXPECT_EQ(MakeViewPoints(frame, StraightAhead(), nullptr).size(), 1U);
   frame.key.echoes = 2;
-  const std::vector<ViewPoint> points = MakeViewPoints(frame, StraightAhead(), nullptr);
+  const std::vector<CloudPoint> points = MakeViewPoints(frame, StraightAhead(), nullptr);
   ASSERT_EQ(points.size(), 2U);
   EXPECT_EQ(points[0].echo, 0);
   EXPECT_FLOAT_EQ(points[0].x, 1.0F);
@@ -56,7 +56,7 @@ TEST(ViewPoints, TheMountingRotatesThenMoves) {
   // Row by row: x' = -y, y' = x, z' = z, so that the axis ahead becomes y.
   const double quarter_turn[9] = {0, -1, 0, 1, 0, 0, 0, 0, 1};
   for (int i = 0; i < 9; ++i) mount.rotation[i] = quarter_turn[i];
-  const std::vector<ViewPoint> points = MakeViewPoints(frame, StraightAhead(), &mount);
+  const std::vector<CloudPoint> points = MakeViewPoints(frame, StraightAhead(), &mount);
   ASSERT_EQ(points.size(), 1U);
   EXPECT_FLOAT_EQ(points[0].x, 10.0F);
   EXPECT_FLOAT_EQ(points[0].y, 21.0F);

@@ -99,7 +99,8 @@ TEST(Viewer, FramesOfTheRingAreShownAndWritten) {
   options.shm_name = stream.Name();
   options.limits.complete_frames = 3;
   options.limits.seconds = 20.0;
-  options.files = {folder.File("f.png"), folder.File("f.pcd"), folder.File("f.ply")};
+  options.files = {folder.File("f.png"), folder.File("f.pcd"), folder.File("f.ply"),
+                   folder.File("f.las"), PcdNumbers::kFloats};
   options.summary = folder.File("s.txt");
   options.mount = true;
   const Outcome outcome = RunWith(options);
@@ -107,7 +108,9 @@ TEST(Viewer, FramesOfTheRingAreShownAndWritten) {
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(testing::ReadFile(options.files.png).substr(1, 3), "PNG");
   EXPECT_THAT(testing::ReadFile(options.files.pcd), HasSubstr("POINTS 62208\n"));
+  EXPECT_THAT(testing::ReadFile(options.files.pcd), HasSubstr("TYPE F F F F F F F F\n"));
   EXPECT_THAT(testing::ReadFile(options.files.ply), HasSubstr("element vertex 62208\n"));
+  EXPECT_EQ(testing::ReadFile(options.files.las).size(), 227U + 62208 * 28);
   const std::string summary = testing::ReadFile(options.summary);
   EXPECT_EQ(ValueOf(summary, "complete"), 3);
   EXPECT_EQ(ValueOf(summary, "incomplete"), 0);
@@ -238,7 +241,8 @@ TEST(Viewer, FilesThatCannotBeWrittenAreNamedEach) {
   options.shm_name = stream.Name();
   options.limits.complete_frames = 1;
   options.limits.seconds = 20.0;
-  options.files = {folder.File("no/f.png"), folder.File("no/f.pcd"), folder.File("no/f.ply")};
+  options.files = {folder.File("no/f.png"), folder.File("no/f.pcd"), folder.File("no/f.ply"),
+                   folder.File("no/f.las"), PcdNumbers::kPacked};
   options.summary = folder.File("no/s.txt");
   const Outcome outcome = RunWith(options);
   EXPECT_EQ(outcome.exit_status, 1);
@@ -247,6 +251,8 @@ TEST(Viewer, FilesThatCannotBeWrittenAreNamedEach) {
   EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.pcd +
                                      ": No such file or directory\n"));
   EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.ply +
+                                     ": No such file or directory\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.las +
                                      ": No such file or directory\n"));
   EXPECT_THAT(outcome.err, HasSubstr("lidar_view: cannot write " + options.files.png + ": "));
 }
@@ -277,15 +283,19 @@ TEST(ViewerOptions, DefaultsAreTheRingWithoutLimits) {
   EXPECT_EQ(parsed.options.limits.seconds, 0.0);
   EXPECT_EQ(parsed.options.limits.complete_frames, 0U);
   EXPECT_FALSE(parsed.options.mount);
+  EXPECT_EQ(parsed.options.files.pcd_numbers, PcdNumbers::kPacked);
   EXPECT_EQ(parsed.options.picture.colouring, Colouring::kReflectivity);
 }
 
 TEST(ViewerOptions, EachOneIsTaken) {
   const Parsed parsed =
-      Parse({"--udp",   "7000", "--group", "239.1.1.1",   "--seconds", "1.5",     "--frames",  "9",
-             "--png",   "a",    "--pcd",   "b",           "--ply",     "c",       "--summary", "d",
-             "--calib", "e",    "--mount", "--max-range", "25",        "--color", "flags"});
+      Parse({"--udp",     "7000",  "--group", "239.1.1.1", "--seconds",   "1.5",         "--frames",
+             "9",         "--png", "a",       "--pcd",     "b",           "--ply",       "c",
+             "--summary", "d",     "--calib", "e",         "--mount",     "--max-range", "25",
+             "--color",   "flags", "--las",   "f",         "--pcd-floats"});
   ASSERT_TRUE(parsed.go_on);
+  EXPECT_EQ(parsed.options.files.las, "f");
+  EXPECT_EQ(parsed.options.files.pcd_numbers, PcdNumbers::kFloats);
   EXPECT_EQ(parsed.options.udp_port, 7000);
   EXPECT_EQ(parsed.options.multicast_group, "239.1.1.1");
   EXPECT_EQ(parsed.options.limits.seconds, 1.5);
