@@ -16,6 +16,11 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0666;  // less the umask
 
+// What a summary grows by with the first chunk, beside the chunk's index: the place of the indexes;
+// and with the first message of a channel: its number and count.
+constexpr std::size_t kRoomOfFirstChunk = kRecordHeaderBytes + 17;
+constexpr std::size_t kRoomOfCount = 10;
+
 // 0 or the error's number. An interrupted or short write goes on.
 int WriteAll(int fd, std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
@@ -40,12 +45,6 @@ void FileWriter::Close() {
 
 bool FileWriter::Create(const std::string& path, const FileDescription& description) {
   Close();
-  fd_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
-  if (fd_ < 0) {
-    error_ = std::strerror(errno);
-    return false;
-  }
-  flock(fd_, LOCK_EX | LOCK_NB);  // only tells others that the file is being written
   size_ = 0;
   crc_ = 0;
   description_ = description;
@@ -53,10 +52,18 @@ bool FileWriter::Create(const std::string& path, const FileDescription& descript
   statistics_.schema_count = static_cast<std::uint16_t>(description.schemas.size());
   statistics_.channel_count = static_cast<std::uint32_t>(description.channels.size());
   chunk_indexes_.clear();
+  fd_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
+  if (fd_ < 0) {
+    error_ = std::strerror(errno);
+    return false;
+  }
+  flock(fd_, LOCK_EX | LOCK_NB);  // only tells others that the file is being written
   Bytes begin(kMagic.begin(), kMagic.end());
   Append(description.header, begin);
   for (const Schema& schema : description.schemas) Append(schema, begin);
   for (const Channel& channel : description.channels) Append(channel, begin);
+  summary_room_bytes_ =
+      Summary().size() + kRoomOfFirstChunk + kRoomOfCount * description.channels.size();
   if (Put(begin)) return true;
   unlink(path.c_str());
   Close();
@@ -82,12 +89,19 @@ bool FileWriter::Put(std::span<const std::uint8_t> bytes) {
 bool FileWriter::Write(const Chunk& chunk) {
   const std::uint64_t at = size_;
   if (!Put(chunk.bytes)) return false;
-  chunk_indexes_.push_back(chunk.index);
-  ChunkIndex& index = chunk_indexes_.back();
+  ChunkIndex index = chunk.index;
   index.chunk_start += at;
   for (auto& [channel, offset] : index.message_index_offsets) offset += at;
+  Append(index, chunk_indexes_);
   Count(chunk);
   return true;
+}
+
+std::uint64_t FileWriter::FinishedSize(const Chunk& next) const noexcept {
+  constexpr std::size_t kIndexBytes = kRecordHeaderBytes + 68;  // without its map and name
+  const std::size_t map_bytes = kRoomOfCount * next.index.message_index_offsets.size();
+  return size_ + next.bytes.size() + chunk_indexes_.size() + kIndexBytes + map_bytes +
+         next.index.compression.size() + summary_room_bytes_;
 }
 
 void FileWriter::Count(const Chunk& chunk) {
@@ -121,9 +135,8 @@ Bytes FileWriter::Summary() const {
     for (const Channel& channel : description_.channels) Append(channel, out);
   });
   group(Opcode::kStatistics, [&] { Append(statistics_, out); });
-  group(Opcode::kChunkIndex, [&] {
-    for (const ChunkIndex& index : chunk_indexes_) Append(index, out);
-  });
+  group(Opcode::kChunkIndex,
+        [&] { out.insert(out.end(), chunk_indexes_.begin(), chunk_indexes_.end()); });
   Footer footer{size_ + begin, size_ + out.size(), 0};
   for (const SummaryOffset& offset : groups) Append(offset, out);
   // The sum covers the footer too, up to the sum itself.

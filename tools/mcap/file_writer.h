@@ -40,7 +40,9 @@ class FileWriter {
 
   bool IsOpen() const noexcept { return fd_ >= 0; }
   std::uint64_t Size() const noexcept { return size_; }  // bytes that stand in the file
-  std::uint64_t Chunks() const noexcept { return chunk_indexes_.size(); }
+  // At most so many once `next` is written, too, and the file is finished.
+  std::uint64_t FinishedSize(const Chunk& next) const noexcept;
+  std::uint64_t Chunks() const noexcept { return statistics_.chunk_count; }
   std::uint64_t Messages() const noexcept { return statistics_.message_count; }
   std::uint64_t StartTimeNs() const noexcept { return statistics_.start_time_ns; }
   std::uint64_t EndTimeNs() const noexcept { return statistics_.end_time_ns; }
@@ -57,7 +59,8 @@ class FileWriter {
   std::uint32_t crc_ = 0;  // of the bytes that stand in the file
   FileDescription description_;
   Statistics statistics_;
-  std::vector<ChunkIndex> chunk_indexes_;
+  Bytes chunk_indexes_;                   // the records
+  std::uint64_t summary_room_bytes_ = 0;  // what a summary needs beside them
   std::string error_;
 };
 

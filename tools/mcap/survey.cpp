@@ -180,6 +180,14 @@ bool MakeSurvey(ByteSource& source, const ReadLimits& limits, Survey& survey, st
   return Surveyor(source, limits, survey).Run(error);
 }
 
+bool IsFinished(ByteSource& source) {
+  std::array<std::uint8_t, kRecordHeaderBytes + kFooterBytes + kMagic.size()> end{};
+  if (source.Size() < end.size() || !source.Read(source.Size() - end.size(), end)) return false;
+  const auto head = ParseHead(end);
+  return head && head->opcode == Opcode::kFooter && head->content_bytes == kFooterBytes &&
+         std::equal(kMagic.begin(), kMagic.end(), end.end() - kMagic.size());
+}
+
 bool FindFileEnd(ByteSource& source, FileEnd& end, std::string& error) {
   FileWalk walk(source);
   end = FileEnd();

@@ -44,6 +44,9 @@ struct Survey {
 // and checks every CRC. Needs memory for what `limits` names.
 bool MakeSurvey(ByteSource& source, const ReadLimits& limits, Survey& survey, std::string& error);
 
+// Whether the file ends with a footer and the magic, as a whole one does.
+bool IsFinished(ByteSource& source);
+
 // Of a file that may not be finished: whether it is, and how many chunks stand in it whole. Reads
 // only what the records begin with.
 struct FileEnd {
