@@ -114,6 +114,11 @@ int PcapSource::SetSocketBufferSize(std::uint32_t size) {
   return 0;
 }
 
+std::int64_t PcapSource::CaptureTimeUs() const noexcept {
+  constexpr std::int64_t kMicroseconds = 1'000'000;  // in a second
+  return record_header_.seconds * kMicroseconds + record_header_.microseconds;
+}
+
 void PcapSource::Rewind() {
   reader_->position = kGlobalHeaderBytes;
   eof_ = false;

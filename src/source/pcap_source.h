@@ -36,6 +36,9 @@ class PcapSource : public Source {
   int Receive(UdpPacket& packet, std::uint16_t length, int flags, int timeout_us) override;
   int SetSocketBufferSize(std::uint32_t size) override;  // not used, says so; 0
 
+  // When the frame taken last was captured, microseconds since the epoch; 0 before the first.
+  std::int64_t CaptureTimeUs() const noexcept;
+
   // Starts again with the first record.
   void Rewind();
 
