@@ -98,7 +98,7 @@ bool FileWriter::Write(const Chunk& chunk) {
 }
 
 std::uint64_t FileWriter::FinishedSize(const Chunk& next) const noexcept {
-  constexpr std::size_t kIndexBytes = kRecordHeaderBytes + 68;  // without its map and name
+  constexpr std::size_t kIndexBytes = kRecordHeaderBytes + 64;  // without its map and name
   const std::size_t map_bytes = kRoomOfCount * next.index.message_index_offsets.size();
   return size_ + next.bytes.size() + chunk_indexes_.size() + kIndexBytes + map_bytes +
          next.index.compression.size() + summary_room_bytes_;
