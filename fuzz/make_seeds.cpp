@@ -217,6 +217,9 @@ void WriteAll(const SeedDirectory& seeds) {
   WriteExports(seeds);
   WriteCalibration(seeds);
   WriteRings(seeds);
+#ifdef KERUL_WITH_MCAP
+  WriteMcapFiles(seeds);
+#endif
   const simulator::CalibrationBlobs blobs = simulator::MakeBlobs(simulator::SimulatorOptions());
   WriteOddInputs(seeds, Bytes(blobs.head.begin() + 20, blobs.head.begin() + 98),
                  ReadFile(seeds.Root() / "export_file_fuzz" / "seed_raw_f003_n000001.bin"));

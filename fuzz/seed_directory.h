@@ -32,3 +32,6 @@ class SeedDirectory {
 // return.
 void WriteOddInputs(const SeedDirectory& seeds, const Bytes& camera_record,
                     const Bytes& export_file);
+
+// Recordings, for a build that has their libraries.
+void WriteMcapFiles(const SeedDirectory& seeds);
