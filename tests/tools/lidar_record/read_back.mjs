@@ -1,6 +1,6 @@
 // Has lidar_record record known frames and reads its files back with readers that are not ours.
-//   node mcap_read_back.mjs LIDAR_RECORD SENSOR_SIMULATOR
-// in a folder where the packages of package.json are installed.
+//   node read_back.mjs LIDAR_RECORD SENSOR_SIMULATOR
+// in a folder where the packages of tests/dds/decoder are installed.
 import { strict as assert } from 'node:assert';
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
