@@ -127,8 +127,8 @@ listing >"$work/before"
 step "Install and run"
 cp "${packages[@]}" "$root/tmp/"
 inside dpkg -i "${packages[@]/#*\///tmp/}" >"$work/dpkg.log" 2>&1 || fail "install: $(cat "$work/dpkg.log")"
-for program in lidar_node lidar_node_rear sensor_simulator lidar_view frame_export_info truth_report soak_watch \
-  lidar_replay; do
+for program in "$work"/files/usr/bin/*; do
+  program="$(basename "$program")"
   inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
   grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
 done
