@@ -146,7 +146,6 @@ class Surveyor {
       Note(place.at, "the CRC of the data section does not match");
     }
     sum_ = 0;
-    summary_start_ = place.End();
   }
 
   void TakeFooter(const RecordPlace& place) {
@@ -156,11 +155,8 @@ class Surveyor {
       return Note(place.at, "the footer cannot be read");
     }
     AddToSum(place.at, place.ContentAt() + kFooterBytes - sizeof footer.summary_crc);
-    if (footer.summary_crc == 0) return;  // without a summary, or without a sum
-    if (footer.summary_start != summary_start_) {
-      Note(place.at, "the summary does not begin where the footer says");
-    } else if (footer.summary_crc != sum_) {
-      Note(footer.summary_start, "the CRC of the summary does not match");
+    if (footer.summary_crc != 0 && footer.summary_crc != sum_) {
+      Note(place.at, "the CRC of the summary does not match");
     }
   }
 
@@ -169,7 +165,6 @@ class Surveyor {
   Survey& survey_;
   Bytes content_;
   std::uint32_t sum_ = 0;
-  std::uint64_t summary_start_ = 0;
   std::uint64_t description_room_;
 };
 

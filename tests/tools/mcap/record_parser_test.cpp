@@ -49,6 +49,27 @@ TEST(McapRecordParser, AMapWhoseLengthEndsInsideAnEntryIsRefused) {
   EXPECT_FALSE(Parse(std::span(bytes).subspan(kRecordHeaderBytes), parsed));
 }
 
+// The map's length, 16 bytes, follows two ids, the topic and the encoding.
+TEST(McapRecordParser, AChannelWhoseMapEndsInsideAStringIsRefused) {
+  Bytes bytes;
+  Append(Channel{1, 2, "/t", "cdr", {{"key", "value"}}}, bytes);
+  constexpr std::size_t kMapLengthAt = kRecordHeaderBytes + 4 + 6 + 7;
+  ASSERT_EQ(bytes[kMapLengthAt], 16);
+  bytes[kMapLengthAt] = 15;
+  Channel parsed;
+  EXPECT_FALSE(Parse(std::span(bytes).subspan(kRecordHeaderBytes), parsed));
+}
+
+TEST(McapRecordParser, AMessageIndexWhoseArrayEndsInsideAnEntryIsRefused) {
+  Bytes bytes;
+  Append(MessageIndex{1, {{2, 3}}}, bytes);
+  constexpr std::size_t kArrayLengthAt = kRecordHeaderBytes + 2;
+  ASSERT_EQ(bytes[kArrayLengthAt], 16);
+  bytes[kArrayLengthAt] = 15;
+  MessageIndex parsed;
+  EXPECT_FALSE(Parse(std::span(bytes).subspan(kRecordHeaderBytes), parsed));
+}
+
 TEST(McapRecordParser, AMessagesDataAreTheRestOfIt) {
   Bytes bytes;
   Append(MessageHeader{1, 2, 3, 4}, BytesOf("data"), bytes);

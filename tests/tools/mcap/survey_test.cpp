@@ -168,8 +168,9 @@ TEST(McapSurvey, SchemasBeyondTheLimitAreNotKept) {
   EXPECT_FALSE(survey.damages.empty());
 }
 
-// As other programs write it: channel and message inside the chunk, no message index after it.
-TEST(McapMessageSearch, ChannelsAndMessagesInsideAChunkWithoutIndexAreFound) {
+// As other programs write it: channels inside the chunk with the messages, with or without an
+// index.
+std::string ForeignFile(bool with_index) {
   Bytes records;
   Append(Schema{1, "a/msg/Text", "ros2msg", ""}, records);
   Append(Channel{4, 1, "/text", "cdr", {}}, records);
@@ -181,10 +182,20 @@ TEST(McapMessageSearch, ChannelsAndMessagesInsideAChunkWithoutIndexAreFound) {
   Append(Header{}, file);
   Append(ChunkHeader{0, 0, records.size(), 0, "", records.size()}, file);
   file.insert(file.end(), records.begin(), records.end());
-  const std::string text = TextOf(file);
-  EXPECT_EQ(MessageOf(text, 0), "first");
-  EXPECT_EQ(MessageOf(text, 1), "second");
-  EXPECT_EQ(MessageOf(text, 2), "there are only 2");
+  if (with_index) {
+    Append(MessageIndex{4, {{0, 0}, {0, 0}}}, file);
+    Append(MessageIndex{5, {{0, 0}}}, file);
+  }
+  return TextOf(file);
+}
+
+TEST(McapMessageSearch, ChannelsAndMessagesInsideAChunkAreFound) {
+  for (const bool with_index : {false, true}) {
+    const std::string file = ForeignFile(with_index);
+    EXPECT_EQ(MessageOf(file, 0), "first");
+    EXPECT_EQ(MessageOf(file, 1), "second");
+    EXPECT_EQ(MessageOf(file, 2), "there are only 2");
+  }
 }
 
 TEST(McapMessageSearch, EveryMessageOfASampleIsFoundByItsNumber) {
