@@ -210,6 +210,14 @@ TEST_F(PcapSourceTest, AFileOfNothingButItsHeaderEndsAtOnce) {
   EXPECT_EQ(packet_.length, 4321);
 }
 
+// Each record of these files is of second 12, microsecond 34.
+TEST_F(PcapSourceTest, TellsWhenTheFrameTakenLastWasCaptured) {
+  PcapSource& source = Opened(CaptureOf({Ipv4(17, Counting(20))}));
+  EXPECT_EQ(source.CaptureTimeUs(), 0);
+  source.Receive(packet_, 0, 0, 0);
+  EXPECT_EQ(source.CaptureTimeUs(), 12'000'034);
+}
+
 TEST_F(PcapSourceTest, GivesThePayloadOfIpv4) {
   Opened(CaptureOf({Ipv4(17, {0xEE, 0xFF, 3, 4, 5})}));
   EXPECT_EQ(Receive(), 5);
