@@ -85,7 +85,12 @@ TEST(CloudPoints, NumbersThatAFrameCannotHoldDoNoHarm) {
     std::vector<CloudPoint> points;
     EXPECT_TRUE(MakeFrame(cloud, frame, error));
     EXPECT_TRUE(MakePoints(cloud, points, error));
-    EXPECT_EQ(points.size(), std::isfinite(static_cast<float>(value)) ? 1U : 0U) << value;
+    ASSERT_EQ(points.size(), std::isfinite(static_cast<float>(value)) ? 1U : 0U) << value;
+    if (!points.empty()) {
+      EXPECT_EQ(points[0].row, value < 0.0 ? 0 : 65535) << value;
+      EXPECT_EQ(points[0].echo, value < 0.0 ? 0 : 255) << value;
+    }
+    EXPECT_EQ(frame.At(0, 0, 0).distance, 0) << value;
     ++tried;
   }
   EXPECT_EQ(tried, 8U);

@@ -80,6 +80,8 @@ TEST(MessageQueue, AWaitForRoomEndsWithRoomOrWithTheTaker) {
     QueuedMessage message = Message(2, 10);
     put = queue.Put(message);
   });
+  // So that it waits by now, most likely; otherwise less is tested.
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
   EXPECT_EQ(TakenSequence(queue), 1U);
   giver.join();
   EXPECT_TRUE(put);
@@ -88,6 +90,7 @@ TEST(MessageQueue, AWaitForRoomEndsWithRoomOrWithTheTaker) {
     QueuedMessage message = Message(3, 10);
     put = queue.Put(message);
   });
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
   queue.CloseOutput();
   refused.join();
   EXPECT_FALSE(put);

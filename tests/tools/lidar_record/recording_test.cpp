@@ -9,6 +9,7 @@
 #include "support/temp_dir.h"
 #include "tools/lidar_record/survey_of_file.h"
 #include "tools/mcap/sample_file.h"
+#include "tools/mcap/size_limit.h"
 
 namespace kerul::lidar::record {
 namespace {
@@ -69,6 +70,11 @@ TEST(Recording, AFileHasTheLargestSizeAtMostWithItsIndex) {
   EXPECT_THAT(MessagesByFile(folder), ElementsAre(2, 2, 1));
   EXPECT_EQ(recording.Messages(), 5U);
   EXPECT_EQ(recording.Path(), folder.File("a_0002.mcap"));
+  std::uint64_t bytes = 0;
+  for (const char* name : {"a.mcap", "a_0001.mcap", "a_0002.mcap"}) {
+    bytes += std::filesystem::file_size(folder.File(name));
+  }
+  EXPECT_EQ(recording.Bytes(), bytes);
 
   const testing::TempDir exact_folder;
   Recording exact(FileNames(exact_folder.File("a.mcap")), mcap::SampleDescription(),
@@ -105,6 +111,21 @@ TEST(Recording, AFolderThatIsNotThereIsToldWithTheFile) {
   EXPECT_EQ(recording.Error(),
             "cannot write " + folder.File("no/a.mcap") + ": No such file or directory");
   EXPECT_EQ(recording.Bytes(), 0U);
+}
+
+// Two chunks fit, then 300 bytes, too few for an index.
+TEST(Recording, AFullDiskIsToldWithWhatTheFileKeeps) {
+  const testing::TempDir folder;
+  Recording recording(FileNames(folder.File("a.mcap")), mcap::SampleDescription(), {});
+  ASSERT_TRUE(recording.Write(ChunkAt(0)));
+  ASSERT_TRUE(recording.Write(ChunkAt(1)));
+  const std::uint64_t whole = recording.Bytes();
+  const mcap::SizeLimit limit(whole + 300);
+  EXPECT_FALSE(recording.Write(ChunkAt(2)));
+  EXPECT_EQ(recording.Error(),
+            "cannot write " + folder.File("a.mcap") +
+                ": File too large; it keeps 2 whole chunks, without their index");
+  EXPECT_EQ(std::filesystem::file_size(folder.File("a.mcap")), whole);
 }
 
 TEST(Recording, AfterFinishTheNextFileBegins) {

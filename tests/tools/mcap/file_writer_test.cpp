@@ -2,17 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <filesystem>
 
 #include "mcap/record_bytes.h"
 #include "mcap/record_parser.h"
 #include "mcap/survey.h"
-#include "sample_file.h"
+#include "tools/mcap/sample_file.h"
+#include "tools/mcap/size_limit.h"
 
 namespace kerul::lidar::mcap {
 namespace {
@@ -172,25 +168,6 @@ TEST(McapFileWriter, AFileIsLockedWhileItIsWritten) {
   ASSERT_TRUE(writer.Finish());
   EXPECT_FALSE(source.IsLocked());
 }
-
-// Files of this process end at a size, as on a full disk.
-class SizeLimit {
- public:
-  explicit SizeLimit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    handler_ = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{bytes, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~SizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  rlimit before_{};
-  void (*handler_)(int);
-};
 
 struct FullDisk {
   std::string path;
