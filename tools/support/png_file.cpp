@@ -9,8 +9,8 @@
 
 namespace kerul::lidar {
 
-bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
-              std::string& error) {
+bool EncodePng(int width, int height, const std::vector<std::uint8_t>& rgb,
+               std::vector<char>& encoded, std::string& error) {
   const auto fail = [&](const std::string& reason) {
     error = reason;
     return false;
@@ -27,12 +27,18 @@ bool WritePng(const std::string& path, int width, int height, const std::vector<
   image.format = PNG_FORMAT_RGB;
   // Not with the library's own file writer: when that fails, it removes whatever has the name.
   png_alloc_size_t bytes = PNG_IMAGE_PNG_SIZE_MAX(image);
-  std::vector<char> encoded(bytes);
+  encoded.resize(bytes);
   if (png_image_write_to_memory(&image, encoded.data(), &bytes, 0, rgb.data(), 0, nullptr) == 0) {
     return fail(image.message);
   }
   encoded.resize(bytes);
-  return WriteOutputFile(path, encoded, error);
+  return true;
+}
+
+bool WritePng(const std::string& path, int width, int height, const std::vector<std::uint8_t>& rgb,
+              std::string& error) {
+  std::vector<char> encoded;
+  return EncodePng(width, height, rgb, encoded, error) && WriteOutputFile(path, encoded, error);
 }
 
 bool ReadPng(const std::string& path, int& width, int& height, std::vector<std::uint8_t>& rgb,

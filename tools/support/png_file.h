@@ -1,4 +1,5 @@
 // Reads and writes pictures.
+// Pictures as PNG.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +7,10 @@
 #include <vector>
 
 namespace kerul::lidar {
+
+// The file's bytes; otherwise as WritePng.
+bool EncodePng(int width, int height, const std::vector<std::uint8_t>& rgb,
+               std::vector<char>& encoded, std::string& error);
 
 // Eight bits a channel, 3 * width * height bytes, rows from the top. False, with the reason in
 // `error`, when the file cannot be written or the sizes do not fit.
