@@ -234,6 +234,9 @@ int main(int argc, char** argv) {
   }
   try {
     WriteAll(SeedDirectory(argv[1]));
+#ifdef KERUL_WITH_WEB
+    WriteWebInputs(SeedDirectory(argv[1]));
+#endif
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s\n", error.what());
     return 1;

@@ -35,3 +35,5 @@ void WriteOddInputs(const SeedDirectory& seeds, const Bytes& camera_record,
 
 // Recordings, for a build that has their libraries.
 void WriteMcapFiles(const SeedDirectory& seeds);
+// What lidar_web takes from outside.
+void WriteWebInputs(const SeedDirectory& seeds);

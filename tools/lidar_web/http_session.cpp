@@ -67,7 +67,7 @@ std::string Query(lws* wsi) {
     const int length = lws_hdr_copy_fragment(wsi, part.data(), static_cast<int>(part.size()),
                                              WSI_TOKEN_HTTP_URI_ARGS, i);
     if (length < 0) return query;
-    query += (i == 0 ? "" : "&") + std::string(part.data(), static_cast<std::size_t>(length));
+    query.append(i == 0 ? "" : "&").append(part.data(), static_cast<std::size_t>(length));
   }
 }
 

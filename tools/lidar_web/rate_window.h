@@ -16,7 +16,6 @@ class RateWindow {
   // Per second, over the last two seconds: from one addition to another, so that few large steps
   // give an even figure; falls when the next step is late, 0 after two seconds without one.
   double PerSecond(TimePoint now) const;
-  void Clear() { samples_.clear(); }
 
  private:
   struct Sample {
