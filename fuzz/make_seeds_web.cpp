@@ -9,9 +9,7 @@ using namespace kerul::lidar;
 namespace {
 
 Bytes Chosen(std::uint8_t choice, const std::string& text) {
-  Bytes bytes{choice};
-  bytes.insert(bytes.end(), text.begin(), text.end());
-  return bytes;
+  return Joined({Bytes(1, choice), Bytes(text.begin(), text.end())});
 }
 
 // A header and the first points of a message of two echoes with flags.

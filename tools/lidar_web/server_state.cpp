@@ -18,6 +18,10 @@ void ServerState::LookAround() {
   figures_of_host.kernel_drops = host->KernelDrops();
   figures_of_host.node = host->Node();
   figures_of_host.clock_us = SystemClockUs();
+}
+
+void ServerState::MakeFigures() {
+  LookAround();
   const std::string text =
       FormatFigures(reader->Figures(), figures_of_host, std::chrono::steady_clock::now());
   figures.assign(LWS_PRE, '\0');

@@ -47,8 +47,11 @@ struct ServerState {
   bool closing = false;
 
   // Looks at machine and stream, and makes the next figures message.
-  void LookAround();
+  void MakeFigures();
   std::string Metrics();
+
+ private:
+  void LookAround();
 };
 
 // Microseconds of the system clock since the epoch.

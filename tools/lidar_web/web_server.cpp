@@ -50,7 +50,7 @@ void WakeLiveClients(lws_context* context) {
 
 void Tick(lws_sorted_usec_list_t* timer) {
   auto* ticker = reinterpret_cast<Ticker*>(timer);
-  ticker->state->LookAround();
+  ticker->state->MakeFigures();
   WakeLiveClients(ticker->context);
   lws_sul_schedule(ticker->context, 0, timer, Tick, kFiguresPeriodUs);
 }
