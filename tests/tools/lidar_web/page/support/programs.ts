@@ -3,14 +3,14 @@
 import { execFileSync, spawn, type ChildProcess } from "node:child_process";
 import { closeSync, mkdtempSync, openSync, readdirSync, readFileSync, rmSync } from "node:fs";
 import { tmpdir } from "node:os";
-import { join } from "node:path";
+import { join, resolve } from "node:path";
 import { kWaitMs } from "./browser.js";
 
 const kPort = 8710;
 export const kAddress = `http://127.0.0.1:${String(kPort)}/`;
 
 function built(name: string): string {
-  return join(process.env.KERUL_BUILD ?? "..", name);
+  return resolve(process.env.KERUL_BUILD ?? "..", name);
 }
 
 /** The folder that holds what these programs write, and what is to be killed at the end. */
