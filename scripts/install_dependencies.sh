@@ -9,6 +9,7 @@ test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format cla
   libclang-rt-14-dev tshark tcpreplay iproute2 spin python3 debootstrap lintian mandoc pkg-config
   systemd nftables python3-pytest python3-numpy python3-matplotlib mypy cyclonedds-dev
   libfastrtps-dev libzstd-dev liblz4-dev)
+  systemd nftables libwebsockets-dev)
 
 case "${1:-}" in
   build) packages=("${build_packages[@]}") ;;
@@ -27,11 +28,25 @@ for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' ||
     missing+=("$package")
 done
-[ "${#missing[@]}" -eq 0 ] && exit 0
+if [ "${#missing[@]}" -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  as_root=()
+  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi
 
-echo "Installing: ${missing[*]}"
-as_root=()
-[ "$(id -u)" -eq 0 ] || as_root=(sudo)
-"${as_root[@]}" apt-get update -qq
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# The checker of metrics comes with a server that would be started: its package is only unpacked.
+promtool="$(dirname "$0")/../build/promtool"
+if [ "$1" = test ] && [ ! -x "$promtool/usr/bin/promtool" ]; then
+  echo "Unpacking: promtool, from the package prometheus"
+  download="$(mktemp -d)"
+  trap 'rm -rf "$download"' EXIT
+  (cd "$download" && apt-get download -qq prometheus >/dev/null 2>&1) || {
+    echo "The package prometheus cannot be downloaded" >&2
+    exit 1
+  }
+  mkdir -p "$promtool"
+  dpkg-deb --fsys-tarfile "$download"/prometheus_*.deb | tar -x -C "$promtool" ./usr/bin/promtool
+fi

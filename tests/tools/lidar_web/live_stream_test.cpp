@@ -29,17 +29,18 @@ class LiveStream : public ::testing::Test {
  protected:
   LiveStream() {
     while (Get(served_.Port(), "/healthz").status != 200) served_.PublishFrame();
+    PublishAndWait(260);  // so that none of those before is still on its way
   }
-  // Publishes until the server has taken one more complete frame.
+  // Publishes a frame of another distance than the one before and waits until the server has it.
   void PublishAndWait(int distance) {
-    const std::string before = Complete();
     served_.PublishFrame(distance);
-    while (Complete() == before) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  std::string Complete() {
-    const std::string text = Get(served_.Port(), "/metrics").body;
-    const std::size_t at = text.find("state=\"complete\"}");
-    return text.substr(at, text.find('\n', at) - at);
+    const std::string millimetres = std::to_string(1000 + distance * 4 % 1000).substr(1);
+    const std::string first_point =
+        "[[0,0,0," + std::to_string(distance * 4 / 1000) + "." + millimetres + ",";
+    const auto has_come = [&] {
+      return Get(served_.Port(), "/frame.json").body.find(first_point) != std::string::npos;
+    };
+    while (!has_come()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 
   ServedRing served_;
@@ -78,7 +79,7 @@ TEST_F(LiveStream, NothingIsSentUnasked) {
   LiveClient client(served_.Port());
   client.Pull();
   ASSERT_TRUE(client.NextFrame().IsFrame());
-  for (int i = 0; i < 3; ++i) PublishAndWait(250);
+  for (int i = 0; i < 3; ++i) PublishAndWait(300 + i);
   for (int texts = 0; texts < 3;) {
     const Message message = client.Next();
     EXPECT_FALSE(message.IsFrame());
@@ -105,7 +106,7 @@ TEST_F(LiveStream, APullWaitsForAFrameThatTheClientHasNotHad) {
   const std::uint32_t first = client.NextFrame().Serial();
   client.Pull();
   EXPECT_EQ(client.NextText("figures").opcode, 1);  // no frame in the meantime
-  PublishAndWait(250);
+  PublishAndWait(300);
   EXPECT_EQ(client.NextFrame().Serial(), first + 1);
 }
 
@@ -122,7 +123,7 @@ TEST_F(LiveStream, EachClientGetsThePlanesThatItAskedFor) {
     EXPECT_EQ(many.payload.size(), 96U + 5 * 62208);
     EXPECT_EQ(many.payload[1], 1);
     EXPECT_EQ(few.payload.substr(96), many.payload.substr(96, 3 * 62208));
-    PublishAndWait(250 + i);
+    PublishAndWait(300 + i);
   }
 }
 
@@ -184,7 +185,7 @@ TEST_F(LiveStream, AClientThatDoesNotReadHoldsNobodyUp) {
     const std::uint32_t serial = client.NextFrame().Serial();
     EXPECT_GT(serial, last);
     last = serial;
-    PublishAndWait(250);
+    PublishAndWait(300 + i);
   }
 }
 
