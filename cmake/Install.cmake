@@ -3,6 +3,7 @@ include(GNUInstallDirs)
 
 foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch
                 lidar_replay lidar_record)
+                lidar_web)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
     list(APPEND kerul_programs ${program})
@@ -64,6 +65,15 @@ if(KERUL_BUILD_TOOLS)
   install(DIRECTORY "${CMAKE_SOURCE_DIR}/tools/wireshark/kerul_lidar"
           DESTINATION "lib/${CMAKE_LIBRARY_ARCHITECTURE}/wireshark/plugins")
   list(APPEND kerul_programs kerul_lidar_dissector)  # for its page only
+endif()
+
+# The server's page and its unit. Whoever installs the package needs nothing that built the page.
+if(TARGET lidar_web)
+  install(FILES "${CMAKE_SOURCE_DIR}/packaging/kerul-lidar-web.service"
+          DESTINATION lib/systemd/system)
+endif()
+if(TARGET lidar_web_page)
+  install(DIRECTORY "${CMAKE_BINARY_DIR}/tools/lidar_web_page/" DESTINATION share/kerul_lidar/page)
 endif()
 
 # Man pages, packed as the distribution wants them. A program's page comes with the program.
@@ -144,6 +154,9 @@ set(CPACK_COMPONENT_DDS_DESCRIPTION
     "frames of a solid-state flash LiDAR as ROS 2 topics
 Publishes the frames of the LiDAR node as point clouds and images that every
 ROS 2 subscriber of the network finds. Needs no ROS 2.")
+simulated sensor, viewers for terminal and browser, a reader for frame
+export files, reports that hold the output against the simulated sensor's
+truth, and a client library.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
