@@ -20,7 +20,7 @@ constexpr Rgb kGrid{60, 64, 72};
 // The span of heights that the view from above tells apart, metres over the sensor.
 constexpr float kLowest = -3.0F;
 constexpr float kHighest = 5.0F;
-constexpr float kRingStepM = 10.0F;
+constexpr float kLeastTopViewM = 1.0F;  // a single point fills nothing
 
 struct FlagColourName {
   Rgb colour;
@@ -118,58 +118,98 @@ void DrawFlagImage(Canvas& canvas, const CollectedFrame& frame) {
   DrawFlagLegend(canvas, kRightImage, kImageTop + kImageHeight + 6);
 }
 
-// Places of the view from above: the sensor below in the middle, x upward, y to the left.
+// Places of the view from above: x to the right, y upward, as large as its points allow.
 struct TopView {
-  int left = kMargin;
-  int top = kTopViewTop;
-  float pixels_per_m;
+  float x_left_m = 0.0F;  // at the left edge
+  float y_top_m = 0.0F;   // at the upper edge
+  float pixels_per_m = 1.0F;
 
-  int X(float y_m) const noexcept {
-    return left + static_cast<int>(std::floor(kTopViewWidth / 2.0F - y_m * pixels_per_m));
+  int X(float x_m) const noexcept {
+    return kMargin + static_cast<int>(std::floor((x_m - x_left_m) * pixels_per_m));
   }
-  int Y(float x_m) const noexcept {
-    return top + kTopViewHeight - 1 - static_cast<int>(std::floor(x_m * pixels_per_m));
+  int Y(float y_m) const noexcept {
+    return kTopViewTop + static_cast<int>(std::floor((y_top_m - y_m) * pixels_per_m));
   }
-  bool Holds(int x, int y) const noexcept {
-    return x >= left && x < left + kTopViewWidth && y >= top && y < top + kTopViewHeight;
-  }
+  float LengthM() const noexcept { return kTopViewWidth / pixels_per_m; }
 };
 
-void DrawRings(Canvas& canvas, const TopView& view, float max_range_m) {
-  constexpr int kSteps = 2000;
-  constexpr float kPi = 3.14159265F;
-  // Ten rings at most, whatever the range.
-  const float step = std::max(kRingStepM, max_range_m / 10.0F);
-  for (float radius = step; radius <= max_range_m; radius += step) {
-    for (int i = 0; i <= kSteps; ++i) {
-      const float angle = kPi * static_cast<float>(i) / kSteps - kPi / 2.0F;
-      const int x = view.X(radius * std::sin(angle));
-      const int y = view.Y(radius * std::cos(angle));
-      if (view.Holds(x, y)) canvas.Set(x, y, kGrid);
+bool InTopView(int x, int y) noexcept {
+  return x >= kMargin && x < kMargin + kTopViewWidth && y >= kTopViewTop &&
+         y < kTopViewTop + kTopViewHeight;
+}
+
+bool IsWithin(const CloudPoint& point, float max_range_m) noexcept {
+  return std::fabs(point.x) <= max_range_m && std::fabs(point.y) <= max_range_m;
+}
+
+// Holds the sensor and all points within the range, in the middle; without points the range ahead.
+TopView FitTopView(std::span<const CloudPoint> points, float max_range_m) {
+  float x_low = 0.0F;
+  float x_high = 0.0F;
+  float y_low = 0.0F;
+  float y_high = 0.0F;
+  for (const CloudPoint& point : points) {
+    if (!IsWithin(point, max_range_m)) continue;
+    x_low = std::min(x_low, point.x);
+    x_high = std::max(x_high, point.x);
+    y_low = std::min(y_low, point.y);
+    y_high = std::max(y_high, point.y);
+  }
+  if (x_high - x_low <= 0.0F && y_high - y_low <= 0.0F) x_high = max_range_m;
+  constexpr float kUsedWidth = kTopViewWidth - 2 * kTopViewEdge;
+  constexpr float kUsedHeight = kTopViewHeight - 2 * kTopViewEdge;
+  TopView view;
+  const float width_m = std::max(x_high - x_low, kLeastTopViewM);
+  const float height_m = std::max(y_high - y_low, kLeastTopViewM);
+  view.pixels_per_m = std::min(kUsedWidth / width_m, kUsedHeight / height_m);
+  view.x_left_m = (x_low + x_high - kTopViewWidth / view.pixels_per_m) / 2.0F;
+  view.y_top_m = (y_low + y_high + kTopViewHeight / view.pixels_per_m) / 2.0F;
+  return view;
+}
+
+// Metres from ring to ring: 1, 2 or 5 times a power of ten, six rings at most along the view.
+float RingStep(float length_m) noexcept {
+  for (float step = 0.1F;; step *= 10.0F) {
+    for (const float factor : {1.0F, 2.0F, 5.0F}) {
+      if (length_m <= 6.0F * factor * step) return factor * step;
     }
-    canvas.Text(view.X(0.0F) + 4, view.Y(radius) + 3, Metres(radius), kText);
+  }
+}
+
+void DrawRings(Canvas& canvas, const TopView& view) {
+  constexpr int kSteps = 8000;
+  constexpr float kTurn = 6.2831853F;
+  const float step = RingStep(view.LengthM());
+  for (int ring = 1; ring <= 7; ++ring) {
+    const float radius = step * static_cast<float>(ring);
+    for (int i = 0; i < kSteps; ++i) {
+      const float angle = kTurn * static_cast<float>(i) / kSteps;
+      const int x = view.X(radius * std::cos(angle));
+      const int y = view.Y(radius * std::sin(angle));
+      if (InTopView(x, y)) canvas.Set(x, y, kGrid);
+    }
+    const int x = view.X(radius) + 4;
+    if (!InTopView(x + 6 * kGlyphAdvance, view.Y(0.0F))) continue;
+    canvas.Text(x, view.Y(0.0F) - kGlyphHeight - 2, step < 1.0F ? "" : Metres(radius), kText);
   }
 }
 
 void DrawTopView(Canvas& canvas, const CollectedFrame& frame, std::span<const CloudPoint> points,
                  const PictureOptions& options) {
   const bool by_flags = options.colouring == Colouring::kFlags;
-  TopView view{};
-  view.pixels_per_m = kTopViewWidth / (2.0F * options.max_range_m);
   canvas.Text(kMargin, kTopViewTop - kTitleHeight,
-              by_flags ? "From above, by flags" : "From above, by height", kText);
-  canvas.FillRect(view.left, view.top, kTopViewWidth, kTopViewHeight, kNoReturn);
-  DrawRings(canvas, view, options.max_range_m);
+              by_flags ? "From above, ahead to the right, by flags"
+                       : "From above, ahead to the right, by height",
+              kText);
+  canvas.FillRect(kMargin, kTopViewTop, kTopViewWidth, kTopViewHeight, kNoReturn);
+  const TopView view = FitTopView(points, options.max_range_m);
+  DrawRings(canvas, view);
   for (const CloudPoint& point : points) {
-    if (!(std::fabs(point.x) <= options.max_range_m && std::fabs(point.y) <= options.max_range_m)) {
-      continue;
-    }
-    const int x = view.X(point.y);
-    const int y = view.Y(point.x);
-    if (!view.Holds(x, y)) continue;
-    canvas.Set(x, y,
-               by_flags ? FlagColour(PayloadOf(frame, frame.At(point.echo, point.row, point.col)))
-                        : RampColour((point.z - kLowest) / (kHighest - kLowest)));
+    if (!IsWithin(point, options.max_range_m)) continue;
+    const Rgb colour =
+        by_flags ? FlagColour(PayloadOf(frame, frame.At(point.echo, point.row, point.col)))
+                 : RampColour((point.z - kLowest) / (kHighest - kLowest));
+    canvas.FillRect(view.X(point.x), view.Y(point.y), kZoom, kZoom, colour);
   }
   const int scale_top = kTopViewTop + kTopViewHeight + 4;
   if (by_flags) {

@@ -1,5 +1,5 @@
 // One frame as a picture: range image and reflectivity image side by side, under them the points
-// seen from above, each with its scale.
+// seen from above, as large as they fit, each with its scale.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ enum class Colouring : std::uint8_t {
 };
 
 struct PictureOptions {
-  float max_range_m = 40.0F;  // end of the range scale and of the view from above; above 0
+  float max_range_m = 40.0F;  // end of the range scale; the view from above shows no more; above 0
   Colouring colouring = Colouring::kReflectivity;
 };
 
@@ -36,7 +36,8 @@ inline constexpr int kLeftImage = kMargin;
 inline constexpr int kRightImage = 2 * kMargin + kImageWidth;
 inline constexpr int kTopViewTop = kImageTop + kImageHeight + kScaleHeight + kMargin + kTitleHeight;
 inline constexpr int kTopViewWidth = kWidth - 2 * kMargin;
-inline constexpr int kTopViewHeight = kTopViewWidth / 2;  // as far ahead as to each side
+inline constexpr int kTopViewHeight = kTopViewWidth / 2;
+inline constexpr int kTopViewEdge = 8;  // that no point reaches
 inline constexpr int kHeight = kTopViewTop + kTopViewHeight + kScaleHeight + kMargin;
 }  // namespace picture_layout
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <limits>
 #include <vector>
 
@@ -86,25 +87,55 @@ TEST(Picture, EveryFlagHasItsColour) {
   EXPECT_EQ(changes, 5);
 }
 
-TEST(Picture, PointsStandInTheViewFromAbove) {
-  CollectedFrame frame = UniformFrame(0, 0, {});
-  // 20 m ahead and 10 m to the left, at the top of the height scale.
-  const CloudPoint point{20.0F, 10.0F, 5.0F, 0, 0, 0, 0, 0};
-  const CloudPoint beyond{41.0F, 0.0F, 0.0F, 0, 0, 0, 0, 0};
-  const CloudPoint behind{-5.0F, 0.0F, 5.0F, 0, 0, 0, 0, 0};
-  const CloudPoint points[] = {point, beyond, behind};
-  const Canvas with = DrawPicture(frame, points, {});
-  const Canvas without = DrawPicture(frame, {}, {});
-  const double pixels_per_m = kTopViewWidth / 80.0;
-  const int x = kMargin + static_cast<int>(kTopViewWidth / 2.0 - 10 * pixels_per_m);
-  const int y = kTopViewTop + kTopViewHeight - 1 - static_cast<int>(20 * pixels_per_m);
-  EXPECT_EQ(with.Get(x, y), (Rgb{255, 0, 0}));
-  int different = 0;
-  for (std::size_t i = 0; i < with.rgb.size(); i += 3) {
-    different += with.rgb[i] != without.rgb[i] || with.rgb[i + 1] != without.rgb[i + 1] ||
-                 with.rgb[i + 2] != without.rgb[i + 2];
+// Places of this colour in the view from above.
+std::vector<std::array<int, 2>> Dots(const Canvas& canvas, Rgb colour) {
+  std::vector<std::array<int, 2>> places;
+  for (int y = 0; y < kTopViewHeight; ++y) {
+    for (int x = 0; x < kTopViewWidth; ++x) {
+      if (canvas.Get(kMargin + x, kTopViewTop + y) == colour) places.push_back({x, y});
+    }
   }
-  EXPECT_EQ(different, 1) << "points outside the view are not drawn";
+  return places;
+}
+
+TEST(Picture, PointsStandInTheViewFromAbove) {
+  const CollectedFrame frame = UniformFrame(0, 0, {});
+  // At the top of the height scale, 20 m ahead, 10 m to the left and to the right: 20 m in both
+  // directions, so that the height of the view, 582 pixels less 8 at either edge, gives the scale.
+  const CloudPoint left{20.0F, 10.0F, 5.0F, 0, 0, 0, 0, 0};
+  const CloudPoint right{20.0F, -10.0F, 5.0F, 0, 0, 0, 0, 0};
+  const CloudPoint beyond{41.0F, 0.0F, 5.0F, 0, 0, 0, 0, 0};
+  const CloudPoint points[] = {left, right, beyond};
+  const Canvas canvas = DrawPicture(frame, points, {});
+  const double pixels_per_m = 566 / 20.0;
+  const double edge = (kTopViewWidth - 566) / 2.0;
+  const auto dots = Dots(canvas, Rgb{255, 0, 0});
+  ASSERT_EQ(dots.size(), 8U) << "two squares of two pixels; what lies beyond the range is left out";
+  EXPECT_NEAR(dots.front()[0], edge + 20 * pixels_per_m, 1.0);
+  EXPECT_NEAR(dots.front()[1], 8, 1.0);
+  EXPECT_NEAR(dots.back()[0], edge + 20 * pixels_per_m, 2.0);
+  EXPECT_NEAR(dots.back()[1], 8 + 566, 2.0);
+}
+
+TEST(Picture, TheViewFromAboveIsAsLargeAsItsPointsAllow) {
+  const CollectedFrame frame = UniformFrame(0, 0, {});
+  for (const float scale : {0.5F, 1.0F, 4.0F}) {
+    // Twice as long as wide, as the view is, beginning at the sensor.
+    const std::vector<CloudPoint> points{{2 * scale, scale, 5.0F, 0, 0, 0, 0, 0},
+                                         {8 * scale, -3 * scale, 5.0F, 0, 0, 0, 0, 0}};
+    const auto dots = Dots(DrawPicture(frame, points, {}), Rgb{255, 0, 0});
+    ASSERT_EQ(dots.size(), 8U);
+    EXPECT_NEAR(dots.front()[1], 8, 2) << scale;
+    EXPECT_NEAR(dots.back()[1], kTopViewHeight - 8, 2) << scale;
+    EXPECT_GT(dots.back()[0], kTopViewWidth - 30) << scale;
+  }
+}
+
+TEST(Picture, PointsBesideAndBehindTheSensorAreInTheViewToo) {
+  const CollectedFrame frame = UniformFrame(0, 0, {});
+  const std::vector<CloudPoint> points{{-5.0F, 1.0F, 5.0F, 0, 0, 0, 0, 0},
+                                       {0.0F, -30.0F, 5.0F, 0, 0, 0, 0, 0}};
+  EXPECT_EQ(Dots(DrawPicture(frame, points, {}), Rgb{255, 0, 0}).size(), 8U);
 }
 
 TEST(Picture, PointsOfBrokenPlacesAreLeftOut) {
