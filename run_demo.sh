@@ -6,11 +6,15 @@
 #   ./run_demo.sh --seconds N streams so long, for programs beside it; the sensor's calibration is
 #                             then in demo_out/calibration
 # Exit status 0 only when complete frames came through and none was incomplete or lost.
+#   ./run_demo.sh --browser   shows it live in a browser instead, until Ctrl-C
+# Exit status 0 only when complete frames came through and none was incomplete or lost; with
+# --browser after Ctrl-C.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 scene=street
 seconds=10
+browser=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --scene)
@@ -21,6 +25,9 @@ while [ $# -gt 0 ]; do
       seconds="${2:?--seconds needs a number}"
       [[ "$seconds" =~ ^[1-9][0-9]{0,5}$ ]] || { echo "--seconds needs a whole number" >&2; exit 2; }
       shift 2
+    --browser)
+      browser=yes
+      shift
       ;;
     -h | --help)
       sed -n '2,8s/^# \{0,1\}//p' "$0"
@@ -40,12 +47,30 @@ if grep -qi ':0940 ' /proc/net/udp; then
   exit 1
 fi
 
-scripts/install_dependencies.sh build
+targets=(lidar_node sensor_simulator)
+if [ -n "$browser" ]; then
+  scripts/install_dependencies.sh browser
+  targets+=(lidar_web lidar_web_page)
+else
+  scripts/install_dependencies.sh build
+  targets+=(lidar_view)
+fi
 echo "Building (the first time takes a minute)..."
 cmake --preset release -DKERUL_BUILD_TESTS=OFF -DKERUL_BUILD_BENCH=OFF -B build/demo >/dev/null
 cmake --build build/demo -j "$(nproc)" --target lidar_node sensor_simulator lidar_view kerul_lidar_c |
   sed -un 's/^\(\[[0-9]*\/[0-9]*\]\).*/\1/p' | while read -r line; do printf '\r%s' "$line"; done
 echo
+# Steps are counted in one line on a terminal; elsewhere only what goes wrong is printed.
+build_log="$PWD/build/demo/demo_build.log"
+if ! cmake --build build/demo -j "$(nproc)" --target "${targets[@]}" | tee "$build_log" |
+  sed -un 's/^\(\[[0-9]*\/[0-9]*\]\).*/\1/p' | while read -r line; do
+    [ ! -t 1 ] || printf '\r%s' "$line"
+  done
+then
+  cat "$build_log" >&2
+  exit 1
+fi
+[ ! -t 1 ] || echo
 
 rmem_max=$(cat /proc/sys/net/core/rmem_max 2>/dev/null || echo 0)
 if [ "$rmem_max" -gt 0 ] && [ "$rmem_max" -lt 16777216 ]; then
@@ -60,10 +85,11 @@ rm -f "$out"/frame.png "$out"/frame.ply "$out"/summary.txt
 work=$(mktemp -d)
 node_pid=""
 simulator_pid=""
+web_pid=""
 clean_up() {
   trap - EXIT INT TERM
-  for pid in $simulator_pid $node_pid; do kill -INT "$pid" 2>/dev/null || true; done
-  for pid in $simulator_pid $node_pid; do wait "$pid" 2>/dev/null || true; done
+  for pid in $web_pid $simulator_pid $node_pid; do kill -INT "$pid" 2>/dev/null || true; done
+  for pid in $web_pid $simulator_pid $node_pid; do wait "$pid" 2>/dev/null || true; done
   rm -f "$ring"
   rm -rf "$work"
 }
@@ -91,7 +117,9 @@ if ! grep -q 'detect threshold load succssed' "$out/node.log"; then
 fi
 
 # The frames are computed ahead, so that the stream leaves the machine to the node.
-"$bin/tools/sensor_simulator" --scene "$scene" --loop 20 --seconds $((seconds + 5)) --quiet \
+duration=(--seconds $((seconds + 5)))
+[ -z "$browser" ] || duration=()
+"$bin/tools/sensor_simulator" --scene "$scene" --loop 20 "${duration[@]}" --quiet \
   >"$work/simulator.log" 2>&1 &
 simulator_pid=$!
 
@@ -100,6 +128,27 @@ for _ in $(seq 300); do
   kill -0 "$simulator_pid" 2>/dev/null || break
   sleep 0.1
 done
+
+if [ -n "$browser" ]; then
+  "$bin/tools/lidar_web" --calib "$calibration" --node-log "$out/node.log" >"$work/web.log" 2>&1 &
+  web_pid=$!
+  for _ in $(seq 100); do
+    ! grep -q 'http://' "$work/web.log" || break
+    kill -0 "$web_pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  if ! grep -q 'http://' "$work/web.log"; then
+    cat "$work/web.log" >&2
+    exit 1
+  fi
+  trap 'clean_up; echo; exit 0' INT TERM
+  echo "Streaming the scene '$scene' until Ctrl-C. Open in a browser on this machine:"
+  sed -n 's/.*\(http:[^ ]*\).*/  \1/p' "$work/web.log"
+  wait "$web_pid" || true
+  echo "lidar_web has ended:" >&2
+  cat "$work/web.log" >&2
+  exit 1
+fi
 
 echo "Streaming the scene '$scene' for $seconds seconds:"
 status=0

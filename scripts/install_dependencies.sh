@@ -1,21 +1,25 @@
 #!/usr/bin/env bash
 # Installs what is missing from Debian's packages; says nothing when all is there.
-#   install_dependencies.sh build   compiler, CMake and the libraries of node and tools
-#   install_dependencies.sh test    the same and what the tests and checks need
+#   install_dependencies.sh build     compiler, CMake and the libraries of node and tools
+#   install_dependencies.sh browser   the same and what the live view in a browser needs
+#   install_dependencies.sh test      all that and what the tests and checks need
 set -euo pipefail
 
 build_packages=(g++ cmake ninja-build libpng-dev libcli11-dev)
+browser_packages=(libwebsockets-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy
   libclang-rt-14-dev tshark tcpreplay iproute2 spin python3 debootstrap lintian mandoc pkg-config
   systemd nftables python3-pytest python3-numpy python3-matplotlib mypy cyclonedds-dev
   libfastrtps-dev libzstd-dev liblz4-dev)
   systemd nftables libwebsockets-dev)
+  systemd nftables)
 
 case "${1:-}" in
   build) packages=("${build_packages[@]}") ;;
-  test) packages=("${build_packages[@]}" "${test_packages[@]}") ;;
+  browser) packages=("${build_packages[@]}" "${browser_packages[@]}") ;;
+  test) packages=("${build_packages[@]}" "${browser_packages[@]}" "${test_packages[@]}") ;;
   *)
-    echo "usage: $0 build|test" >&2
+    echo "usage: $0 build|browser|test" >&2
     exit 2
     ;;
 esac
