@@ -81,7 +81,7 @@ fi
 bin="$PWD/build/demo"
 out="$PWD/demo_out"
 mkdir -p "$out"
-rm -f "$out"/frame.png "$out"/frame.ply "$out"/summary.txt
+[ -n "$browser" ] || rm -f "$out"/frame.png "$out"/frame.ply "$out"/summary.txt
 work=$(mktemp -d)
 node_pid=""
 simulator_pid=""
