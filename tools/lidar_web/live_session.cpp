@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "lidar_web/frame_message.h"
+#include "lidar_web/system_clock.h"
 
 namespace kerul::lidar::web {
 namespace {

@@ -3,12 +3,9 @@
 #include <libwebsockets.h>
 #include <unistd.h>
 
-namespace kerul::lidar::web {
+#include "lidar_web/system_clock.h"
 
-std::int64_t SystemClockUs() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
+namespace kerul::lidar::web {
 
 void ServerState::LookAround() {
   if (node_log) {

@@ -54,7 +54,4 @@ struct ServerState {
   void LookAround();
 };
 
-// Microseconds of the system clock since the epoch.
-std::int64_t SystemClockUs();
-
 }  // namespace kerul::lidar::web

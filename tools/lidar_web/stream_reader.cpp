@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "kerul_lidar/shm_region.h"
+#include "lidar_web/system_clock.h"
 
 namespace kerul::lidar::web {
 namespace {
@@ -13,11 +14,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLongestWait{50};
 constexpr std::chrono::seconds kRecent{1};
-
-double SystemClockUs() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<double>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-}
 
 }  // namespace
 
@@ -64,7 +60,7 @@ void StreamReader::Run() {
 }
 
 void StreamReader::Take(const Frame& frame) {
-  const double taken_us = SystemClockUs();
+  const auto taken_us = static_cast<double>(SystemClockUs());
   auto message = std::make_shared<FrameMessage>();
   EncodeFrame(frame, ++serial_, taken_us, room_before_, *message);
   const auto now = Clock::now();

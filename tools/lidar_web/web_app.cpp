@@ -8,6 +8,7 @@
 #include "config/default_config.h"
 #include "kerul_lidar/shm_region.h"
 #include "lidar_view/directions.h"
+#include "lidar_web/system_clock.h"
 #include "lidar_web/web_server.h"
 
 namespace kerul::lidar::web {
