@@ -317,7 +317,9 @@ export class App {
       isPaused: history.isPaused,
       figures: flow.figures,
       figuresAtMs: flow.figuresAtMs,
+      askedAtMs: flow.askedAtMs,
       arrivalsMs: flow.arrivalsMs,
+      newestTakenMs: flow.newestTakenMs,
       shownTakenMs: history.shown === null ? null : flow.clock.pageMs(history.shown.takenUs),
     });
     this.healthPanel.show(health, this.latencyMs, history.shown, flow.figures);

@@ -22,10 +22,13 @@ export class FrameFlow {
   linkState: LinkState = "connecting";
   figures: Figures | null = null;
   figuresAtMs = 0;
+  /** Since when a frame is asked for; null while none is. */
+  askedAtMs: number | null = null;
   arrivalsMs: number[] = [];
+  /** When the server had the newest frame, by the page's clock. */
+  newestTakenMs: number | null = null;
 
   private readonly link: Link;
-  private isAsked = false;
   private stepIsWaiting = false;
   private isDrawn = true;
 
@@ -77,15 +80,15 @@ export class FrameFlow {
   }
 
   private ask(): void {
-    if (this.isAsked || this.linkState !== "open") return;
-    this.isAsked = true;
+    if (this.askedAtMs !== null || this.linkState !== "open") return;
+    this.askedAtMs = Date.now();
     // Modes without flags need no plane of them.
     this.link.pull(this.history.shown?.knownFlags !== 0);
   }
 
   private takeState(state: LinkState): void {
     this.linkState = state;
-    this.isAsked = false;
+    this.askedAtMs = null;
     if (state === "open") {
       this.clock.forget();
       this.figures = null;
@@ -107,8 +110,9 @@ export class FrameFlow {
 
   private takeFrame(frame: Frame, transfer: Transfer): void {
     const now = Date.now();
-    this.isAsked = false;
+    this.askedAtMs = null;
     this.clock.take(transfer, now);
+    this.newestTakenMs = this.clock.pageMs(frame.takenUs);
     this.arrivalsMs = [...keepRecent(this.arrivalsMs, now), now];
     const show = !this.history.isPaused || this.stepIsWaiting || this.history.shown === null;
     this.stepIsWaiting = false;

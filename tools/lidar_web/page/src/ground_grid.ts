@@ -83,6 +83,7 @@ export class GroundGrid {
   readonly group = new Group();
   private readonly grid = linesOf(gridLines());
   private readonly rings = linesOf(kRingMetres.flatMap(ringLines));
+  private textColour = "";
   private readonly labels = kRingMetres.map((radius) => makeLabel(`${String(radius)} m`));
 
   constructor() {
@@ -98,6 +99,9 @@ export class GroundGrid {
   setColours(colours: GridColours): void {
     this.grid.material.color.set(colours.grid);
     this.rings.material.color.set(colours.ring);
+    // Called with each frame, and painting is slow.
+    if (colours.text === this.textColour) return;
+    this.textColour = colours.text;
     for (const label of this.labels) label.paint(colours.text);
   }
 

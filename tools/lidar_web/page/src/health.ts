@@ -2,8 +2,8 @@
 
 import type { Figures } from "./stream.js";
 
-/** Half a second more than between two frames of a slow stream, and less than a second. */
-export const kStallMs = 900;
+/** With the time between two looks it is less than a second. */
+export const kStallMs = 700;
 const kRateWindowMs = 2000;
 
 export type LinkState = "connecting" | "open" | "closed";
@@ -15,8 +15,12 @@ export interface HealthInput {
   isPaused: boolean;
   figures: Figures | null;
   figuresAtMs: number;
+  /** Since when a frame is asked for; null while none is, as the one before is being drawn. */
+  askedAtMs: number | null;
   /** When frames arrived, oldest first. */
   arrivalsMs: readonly number[];
+  /** When the server had the frame that arrived last; null without one. */
+  newestTakenMs: number | null;
   /** When the server had the shown frame; null without a frame. */
   shownTakenMs: number | null;
 }
@@ -51,6 +55,13 @@ function secondsText(ms: number): string {
   return seconds < 10 ? `${seconds.toFixed(1)} s` : `${String(Math.floor(seconds))} s`;
 }
 
+/** Since the last packet: a frame that came after the figures shows that there were later ones. */
+function silenceOf(input: HealthInput, figures: Figures): number | null {
+  if (figures.silent_s === null) return null;
+  const told = figures.silent_s * 1000 + (input.nowMs - input.figuresAtMs);
+  return input.newestTakenMs === null ? told : Math.min(told, Math.max(0, input.nowMs - input.newestTakenMs));
+}
+
 function stateOf(input: HealthInput): { state: StateName; text: string } {
   const { nowMs, figures } = input;
   if (input.link !== "open") return { state: "no server", text: "server not reached, trying again" };
@@ -58,15 +69,14 @@ function stateOf(input: HealthInput): { state: StateName; text: string } {
   if (figures === null || nowMs - input.figuresAtMs > 2000) {
     return { state: "no server", text: "server does not answer" };
   }
-  const silentMs = figures.silent_s === null ? null : figures.silent_s * 1000 + (nowMs - input.figuresAtMs);
+  const silentMs = silenceOf(input, figures);
   if (silentMs !== null && silentMs > kStallMs) {
     return { state: "silent", text: `node silent since ${clockText(nowMs - silentMs)} (${secondsText(silentMs)})` };
   }
   if (!figures.source_ok) return { state: "no source", text: `no source: ${figures.source}` };
   if (silentMs === null) return { state: "waiting", text: "no packet yet" };
   if (input.isPaused) return { state: "paused", text: "paused" };
-  const last = input.arrivalsMs.at(-1);
-  if (last === undefined || nowMs - last > kStallMs) {
+  if (input.askedAtMs !== null && nowMs - input.askedAtMs > kStallMs) {
     return { state: "stalled", text: "packets come, but no frame" };
   }
   return { state: "live", text: "live" };

@@ -59,8 +59,13 @@ function classElements(categories: readonly Category[], light: boolean): HTMLEle
   return [list];
 }
 
+/** Called with each frame; it builds nothing anew that would be the same. */
 export function showLegend(parent: HTMLElement, settings: Settings, ground: number, knownFlags: number, light: boolean): void {
-  const categories = categoriesOf(settings.colouring, knownFlags);
+  const { colouring, range, reflectivity } = settings;
+  const key = JSON.stringify([colouring, range, reflectivity, ground, knownFlags, light]);
+  if (parent.dataset.key === key) return;
+  parent.dataset.key = key;
+  const categories = categoriesOf(colouring, knownFlags);
   parent.replaceChildren(
     textElement("div", kTitles[settings.colouring]),
     ...(categories === null ? scaleElements(settings, ground, light) : classElements(categories, light)),
