@@ -13,6 +13,7 @@ test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format cla
   libfastrtps-dev libzstd-dev liblz4-dev)
   systemd nftables libwebsockets-dev)
   systemd nftables)
+  systemd nftables chromium fonts-dejavu-core)
 
 case "${1:-}" in
   build) packages=("${build_packages[@]}") ;;
