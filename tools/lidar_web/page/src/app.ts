@@ -332,8 +332,9 @@ export class App {
   }
 
   private showSource(hello: Hello): void {
-    const own = hello.default_directions ? "; not the sensor's own: start lidar_web with --calib" : "";
-    setText(byId("source", HTMLElement), `Shows ${hello.source}. Directions: ${hello.directions}${own}. lidar_web ${hello.version}.`);
+    byId("geometry", HTMLElement).hidden = !hello.default_directions;
+    const { source, directions, version } = hello;
+    setText(byId("source", HTMLElement), `Shows ${source}. Directions: ${directions}. lidar_web ${version}.`);
   }
 
   private async save(kind: string): Promise<void> {

@@ -31,7 +31,7 @@ export function viewPose(name: ViewName, aspect: number, ground: number): Camera
     case "side":
       return { position: [kMiddle, -26 * back, ground + 3], target };
     case "reset":
-      return { position: [-9 * back, -7 * back, ground + 9 * back], target: [kMiddle - 2, 0, ground] };
+      return { position: [-7.5 * back, -6 * back, ground + 8 * back], target: [kMiddle - 3, 0, ground + 0.5] };
   }
 }
 

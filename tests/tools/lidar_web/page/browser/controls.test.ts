@@ -135,6 +135,9 @@ void test("the page comes back when the server does, and keeps its settings", as
     await waitForFrame(page, 1);
     await server.goAway();
     await waitForText(page, "state", /^server not reached, trying again$/);
+    // The next one has no calibration.
+    assert.ok(await page.locator("#geometry").isHidden());
+    server.defaultDirections = true;
     server.comeBack();
     // Another server counts from 1 again.
     server.play(frameMessage(usualFields(1), lattice()));
@@ -142,6 +145,7 @@ void test("the page comes back when the server does, and keeps its settings", as
     await waitForFrame(page, 2);
     await waitForText(page, "state", /^(live|packets come, but no frame)$/);
     assert.equal(await page.inputValue("#colouring"), "height");
+    assert.ok(await page.locator("#geometry").isVisible());
     assert.ok(server.connections >= 2);
   });
 });

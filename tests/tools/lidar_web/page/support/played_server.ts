@@ -32,6 +32,7 @@ export class PlayedServer {
   readonly pulls: Buffer[] = [];
   /** Bodies of POST requests by file kind. */
   readonly posted: { kind: string; body: Buffer }[] = [];
+  defaultDirections = false;
   connections = 0;
   private socket: WebSocketRoute | null = null;
   private waiting: ArrayBuffer[] = [];
@@ -98,7 +99,7 @@ export class PlayedServer {
       this.pullIsOpen = true;
       this.answer();
     });
-    socket.send(helloMessage());
+    socket.send(helloMessage(this.defaultDirections));
     socket.send(Buffer.from(directionsMessage()));
     this.tellFigures();
   }

@@ -107,7 +107,7 @@ export function frameMessage(fields: FrameFields, returns: readonly Return[]): A
   return message;
 }
 
-export function helloMessage(): string {
+export function helloMessage(defaultDirections = false): string {
   return JSON.stringify({
     type: "hello",
     protocol: 1,
@@ -116,7 +116,7 @@ export function helloMessage(): string {
     cols: kCols,
     source: "ring /sample",
     directions: "a pinhole camera",
-    default_directions: false,
+    default_directions: defaultDirections,
     mounted: false,
   });
 }
