@@ -18,6 +18,9 @@ before(async () => {
   browser = await startBrowser();
   programs = new Programs();
   programs.makeCalibration(kScene);
+  await programs.startNode();
+  programs.startServer();
+  await programs.waitForOutput("server", /lidar_web: http/);
 });
 after(async () => {
   await browser.close();
@@ -75,9 +78,6 @@ async function hover(page: Page, point: CloudPoint): Promise<string[]> {
 }
 
 void test("a stopped stream: what the page shows is what lidar_view has read", async () => {
-  await programs.startNode();
-  programs.startServer();
-  await programs.waitForOutput("server", /lidar_web: http/);
   const { page, context, errors } = await openLive("#grid=0&size=3");
   const pcd = await lastFrameOf(page);
   const points = readPcd(pcd);
