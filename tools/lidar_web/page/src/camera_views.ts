@@ -8,6 +8,8 @@ export type ViewName = (typeof kViewNames)[number];
 
 /** Degrees, upright. */
 export const kFieldOfView = 50;
+/** Views of a width below this share of their height stand farther off. */
+const kNarrow = 1.2;
 /** How far ahead of the sensor the middle of the scene is. */
 const kMiddle = 14;
 // Straight down a camera has no upward direction; this share of the height tilts it to x ahead.
@@ -18,7 +20,7 @@ const kTilt = 1e-4;
  * @param ground z of the ground
  */
 export function viewPose(name: ViewName, aspect: number, ground: number): CameraPose {
-  const back = aspect < 1 ? 1 / aspect : 1;
+  const back = Math.max(1, kNarrow / aspect);
   const target: Vec3 = [kMiddle, 0, ground + 1];
   switch (name) {
     case "top": {

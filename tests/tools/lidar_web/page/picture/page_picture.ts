@@ -25,6 +25,7 @@ setPriority(0, 0);
 try {
   programs.makeCalibration(kScene);
   await programs.startNode();
+  programs.prefer("node");
   programs.startServer();
   const { page } = await newPage(browser, kDesktop);
   await programs.waitForOutput("server", /lidar_web: http/);

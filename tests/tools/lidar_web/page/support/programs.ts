@@ -2,7 +2,7 @@
 
 import { execFileSync, spawn, type ChildProcess } from "node:child_process";
 import { closeSync, mkdtempSync, openSync, readdirSync, readFileSync, rmSync } from "node:fs";
-import { tmpdir } from "node:os";
+import { setPriority, tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { kWaitMs } from "./browser.js";
 
@@ -62,6 +62,15 @@ export class Programs {
   async ended(name: string): Promise<void> {
     const program = this.running.get(name);
     if (program !== undefined) await new Promise((resolve) => program.once("exit", resolve));
+  }
+
+  /** Runs before the others, where this user may say so. */
+  prefer(name: string): void {
+    try {
+      setPriority(this.running.get(name)?.pid ?? 0, -10);
+    } catch {
+      // It runs as the others do.
+    }
   }
 
   async kill(name: string): Promise<void> {
