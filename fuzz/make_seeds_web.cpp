@@ -12,7 +12,7 @@ Bytes Chosen(std::uint8_t choice, const std::string& text) {
   return Joined({Bytes(1, choice), Bytes(text.begin(), text.end())});
 }
 
-// A header and the first points of a message of two echoes with flags.
+// The header of a message of two echoes with flags.
 std::string FrameMessageHead() {
   Frame frame;
   frame.echoes = 2;
@@ -20,7 +20,7 @@ std::string FrameMessageHead() {
   frame.range_m[0] = 5.0F;
   web::FrameMessage message;
   web::EncodeFrame(frame, 1, 0.0, 0, message);
-  return {message.bytes.begin(), message.bytes.begin() + 200};
+  return {message.bytes.begin(), message.bytes.begin() + web::kFrameHeaderBytes};
 }
 
 }  // namespace
@@ -33,10 +33,7 @@ void WriteWebInputs(const SeedDirectory& seeds) {
   write("target_climbs", 0, "/../.git/config\n");
   write("headers", 1, "[fe80::1]:8710\nhttp://[fe80::1]:8710");
   write("pull", 2, std::string("\1\1\0\0\0\0\0\0\0\0\0\0\0\0\x29\x40", 16));
-  for (std::uint8_t format = 0; format < 8; ++format) {
-    write(("frame_" + std::to_string(format)).c_str(), static_cast<std::uint8_t>(3 + 6 * format),
-          FrameMessageHead());
-  }
+  write("frame", 3, FrameMessageHead());
   write("log", 4,
         "raw packets lost in 10 frames: 3 of them closed without 12 packets (the last, frame_id 7, "
         "with 6900 of 6912), 1 frame ids never came, 5 datagrams dropped by the kernel\n");

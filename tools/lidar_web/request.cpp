@@ -42,6 +42,8 @@ bool HasParameter(std::string_view query, std::string_view parameter) {
 }
 
 bool IsAddress(std::string_view text) {
+  // The system's reader stops at a zero, and would not see what follows.
+  if (text.find('\0') != std::string_view::npos) return false;
   const std::string name(text);
   std::array<unsigned char, sizeof(in6_addr)> address;
   return inet_pton(AF_INET, name.c_str(), address.data()) == 1 ||

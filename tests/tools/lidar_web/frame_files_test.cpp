@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -111,6 +112,33 @@ TEST(FrameFiles, JsonOfNothingIsJsonToo) {
   const std::string json =
       FileOf(MessageOf(view::UniformFrame(0, 0, {})), Geometry(false), FileFormat::kJson);
   EXPECT_TRUE(json.ends_with("\"points\":[]}\n")) << json;
+}
+
+// What a client posts may hold anything after a sound header.
+TEST(FrameFiles, AnyPlanesAndHeadersBecomeFiles) {
+  std::mt19937 random(1);
+  std::vector<char> message(kLargestFrameBytes);
+  for (const int echoes : {1, 2}) {
+    for (const int planes : {0, 1}) {
+      for (char& byte : message) byte = static_cast<char>(random());
+      message[0] = 2;
+      message[1] = static_cast<char>(planes);
+      message[2] = static_cast<char>(echoes);
+      message[3] = static_cast<char>(255);  // millimetres in a unit
+      const std::size_t point_bytes = planes == 1 ? 5 : 3;
+      const std::span<const char> bytes =
+          std::span(message).first(96 + static_cast<std::size_t>(echoes) * 62208 * point_bytes);
+      const std::optional<FrameHeader> header = ReadFrameHeader(bytes);
+      ASSERT_TRUE(header.has_value());
+      for (const FileFormat format : {FileFormat::kPng, FileFormat::kPcd, FileFormat::kPly,
+                                      FileFormat::kLas, FileFormat::kJson}) {
+        std::vector<char> file;
+        std::string error;
+        EXPECT_TRUE(MakeFrameFile(*header, bytes, Geometry(true), format, true, file, error));
+        EXPECT_GT(file.size(), 10'000U);
+      }
+    }
+  }
 }
 
 TEST(FrameFiles, WithoutTheFlagsPlaneNothingIsSaidOfTheGround) {

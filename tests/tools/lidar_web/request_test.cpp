@@ -63,6 +63,12 @@ TEST(WebRequest, AddressesAndOwnNamesAreOwnHosts) {
   }
 }
 
+TEST(WebRequest, AnAddressIsReadToItsEnd) {
+  const std::string zero(1, '\0');
+  EXPECT_FALSE(IsOwnHost("127.0.0.1" + zero + ".evil.example", {}));
+  EXPECT_FALSE(IsOwnHost("[::1" + zero + "@evil.example]", {}));
+}
+
 TEST(WebRequest, OnlyThePageItselfIsNoForeignOrigin) {
   EXPECT_TRUE(IsOwnOrigin("", "127.0.0.1:8710"));
   EXPECT_TRUE(IsOwnOrigin("http://127.0.0.1:8710", "127.0.0.1:8710"));
