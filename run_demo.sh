@@ -5,7 +5,6 @@
 #   ./run_demo.sh --scene S   another scene: street, retro, noise, crosstalk, targets, empty
 #   ./run_demo.sh --seconds N streams so long, for programs beside it; the sensor's calibration is
 #                             then in demo_out/calibration
-# Exit status 0 only when complete frames came through and none was incomplete or lost.
 #   ./run_demo.sh --browser   shows it live in a browser instead, until Ctrl-C
 # Exit status 0 only when complete frames came through and none was incomplete or lost; with
 # --browser after Ctrl-C.
@@ -25,12 +24,13 @@ while [ $# -gt 0 ]; do
       seconds="${2:?--seconds needs a number}"
       [[ "$seconds" =~ ^[1-9][0-9]{0,5}$ ]] || { echo "--seconds needs a whole number" >&2; exit 2; }
       shift 2
+      ;;
     --browser)
       browser=yes
       shift
       ;;
     -h | --help)
-      sed -n '2,8s/^# \{0,1\}//p' "$0"
+      sed -n '2,10s/^# \{0,1\}//p' "$0"
       exit 0
       ;;
     *)
@@ -53,13 +53,10 @@ if [ -n "$browser" ]; then
   targets+=(lidar_web lidar_web_page)
 else
   scripts/install_dependencies.sh build
-  targets+=(lidar_view)
+  targets+=(lidar_view kerul_lidar_c)
 fi
 echo "Building (the first time takes a minute)..."
 cmake --preset release -DKERUL_BUILD_TESTS=OFF -DKERUL_BUILD_BENCH=OFF -B build/demo >/dev/null
-cmake --build build/demo -j "$(nproc)" --target lidar_node sensor_simulator lidar_view kerul_lidar_c |
-  sed -un 's/^\(\[[0-9]*\/[0-9]*\]\).*/\1/p' | while read -r line; do printf '\r%s' "$line"; done
-echo
 # Steps are counted in one line on a terminal; elsewhere only what goes wrong is printed.
 build_log="$PWD/build/demo/demo_build.log"
 if ! cmake --build build/demo -j "$(nproc)" --target "${targets[@]}" | tee "$build_log" |

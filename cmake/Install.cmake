@@ -2,8 +2,7 @@
 include(GNUInstallDirs)
 
 foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch
-                lidar_replay lidar_record)
-                lidar_web)
+                lidar_replay lidar_record lidar_web)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
     list(APPEND kerul_programs ${program})
@@ -140,8 +139,9 @@ set(CPACK_COMPONENT_NODE_DESCRIPTION
     "processing node for a solid-state flash LiDAR
 Turns the raw histogram windows of the sensor into calibrated, filtered
 points and publishes them through shared memory or UDP. Comes with a
-simulated sensor, a viewer, a reader for frame export files, reports that
-hold the output against the simulated sensor's truth, and a client library.")
+simulated sensor, viewers for terminal and browser, a reader for frame
+export files, reports that hold the output against the simulated sensor's
+truth, and a client library.")
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
     "frames of a solid-state flash LiDAR for programs in C
 The shared library with which programs read whole frames of the LiDAR node,
@@ -154,9 +154,6 @@ set(CPACK_COMPONENT_DDS_DESCRIPTION
     "frames of a solid-state flash LiDAR as ROS 2 topics
 Publishes the frames of the LiDAR node as point clouds and images that every
 ROS 2 subscriber of the network finds. Needs no ROS 2.")
-simulated sensor, viewers for terminal and browser, a reader for frame
-export files, reports that hold the output against the simulated sensor's
-truth, and a client library.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

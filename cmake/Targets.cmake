@@ -33,13 +33,6 @@ function(kerul_add_test_folders)
   list(REMOVE_DUPLICATES folders)
   list(REMOVE_ITEM folders ${arg_WITHOUT})
   foreach(folder IN LISTS folders)
-    # A tool that is left out takes its tests along.
-    if(EXISTS "${CMAKE_SOURCE_DIR}/${folder}/main.cpp")
-      get_filename_component(tool "${folder}" NAME)
-      if(NOT TARGET ${tool})
-        continue()
-      endif()
-    endif()
     string(REPLACE "/" "_" name "tests_${folder}")
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS "${folder}/*.cpp")
     if(folder STREQUAL "reference")  # a library of its own
@@ -64,8 +57,6 @@ function(kerul_add_test_folders)
       foreach(program IN ITEMS lidar_node lidar_node_test_front lidar_node_test_rear sensor_simulator
                                lidar_view frame_export_info truth_report
                                soak_watch lidar_replay lidar_dds lidar_record lidar_web)
-      foreach(program IN ITEMS lidar_node sensor_simulator lidar_view frame_export_info truth_report
-                               soak_watch lidar_web)
         if(TARGET ${program})
           add_dependencies(${name} ${program})
         endif()

@@ -35,5 +35,6 @@ void WriteOddInputs(const SeedDirectory& seeds, const Bytes& camera_record,
 
 // Recordings, for a build that has their libraries.
 void WriteMcapFiles(const SeedDirectory& seeds);
-// What lidar_web takes from outside.
+
+// What lidar_web takes from outside, for a build that has its library.
 void WriteWebInputs(const SeedDirectory& seeds);

@@ -10,10 +10,7 @@ browser_packages=(libwebsockets-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy
   libclang-rt-14-dev tshark tcpreplay iproute2 spin python3 debootstrap lintian mandoc pkg-config
   systemd nftables python3-pytest python3-numpy python3-matplotlib mypy cyclonedds-dev
-  libfastrtps-dev libzstd-dev liblz4-dev)
-  systemd nftables libwebsockets-dev)
-  systemd nftables)
-  systemd nftables chromium fonts-dejavu-core)
+  libfastrtps-dev libzstd-dev liblz4-dev chromium fonts-dejavu-core)
 
 case "${1:-}" in
   build) packages=("${build_packages[@]}") ;;

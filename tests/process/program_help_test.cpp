@@ -22,13 +22,6 @@ std::vector<std::string> Tools() {
 
 class ProgramHelp : public ProcessTest, public ::testing::WithParamInterface<std::string> {
  protected:
-  // The one that is left out where its library is missing.
-  void SetUp() override {
-    const bool may_be_missing = GetParam() == std::string("lidar_web");
-    if (may_be_missing && !fs::exists(KERUL_BINARY_DIR "/tools/lidar_web")) {
-      GTEST_SKIP() << "lidar_web is not built: libwebsockets-dev is missing";
-    }
-  }
   ChildProcess Run(const std::string& argument) const {
     return ChildProcess({KERUL_BINARY_DIR "/tools/" + GetParam(), argument}, Directory());
   }
@@ -57,11 +50,6 @@ TEST_P(ProgramHelp, HasAManualPage) {
 
 INSTANTIATE_TEST_SUITE_P(Tools, ProgramHelp, ::testing::ValuesIn(Tools()),
                          [](const auto& tool) { return tool.param; });
-INSTANTIATE_TEST_SUITE_P(Tools, ProgramHelp,
-                         ::testing::Values("sensor_simulator", "lidar_view", "frame_export_info",
-                                           "truth_report", "soak_watch", "lidar_web"),
-                         [](const auto& tool) { return std::string(tool.param); });
-
 // A ring that does not come to be.
 TEST_F(ProcessTest, SoakWatchCountsNothingWithoutARing) {
   ChildProcess watch({KERUL_BINARY_DIR "/tools/soak_watch", "kerul_no_such_ring"}, Directory());

@@ -43,7 +43,6 @@ bool ParseOptions(int argc, const char* const* argv, ViewerOptions& options, int
   std::string color;
   bool pcd_floats = false;
   AddRunOptions(app, options);
-  AddInputOptions(app, options);
   AddOutputOptions(app, options, color, pcd_floats);
   try {
     app.parse(argc, argv);

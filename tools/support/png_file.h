@@ -1,5 +1,4 @@
 // Reads and writes pictures.
-// Pictures as PNG.
 #pragma once
 
 #include <cstdint>

@@ -2,8 +2,6 @@
 // that are not ours and compares point by point.
 //   node read_back.mjs LIDAR_VIEW    where the packages of package.json are installed
 import { strict as assert } from 'node:assert';
-import { spawn } from 'node:child_process';
-import dgram from 'node:dgram';
 import fs from 'node:fs';
 import { createRequire } from 'node:module';
 import os from 'node:os';
@@ -22,74 +20,6 @@ async function writeFrame(program, folder) {
   const files = { ply: path.join(folder, 'a.ply'), las: path.join(folder, 'a.las') };
   const { status } = await runWithStream(
     program, ['--frames', 1, '--seconds', 60, '--ply', files.ply, '--las', files.las]);
-const ROWS = 36;
-const COLS = 48;
-const GROUND_BIT = 0x80;
-
-const rangeUnits = (row, col, echo) => (echo === 0 ? 500 + row + 2 * col : 250 + row);
-const hasEcho = (row, col, echo) => echo === 0 || (row + col) % 3 === 0;
-const onGround = (row) => row < 60;
-
-// One block of 6 x 6 pixels and one echo, output mode 0.
-function pointPacket(frame, blockRow, blockCol, echo, sequence) {
-  const bytes = Buffer.alloc(249);
-  bytes.set([0xee, 0xff, 7, 10]);
-  bytes.writeUInt16LE(216, 6);
-  bytes.writeUInt16LE(288, 8);
-  bytes.set([ROWS, COLS, echo + 1, 4, 36], 10);
-  for (let i = 0; i < 36; ++i) {
-    const row = 6 * blockRow + (i % 6);
-    const col = 6 * blockCol + Math.floor(i / 6);
-    if (!hasEcho(row, col, echo)) continue;
-    bytes.writeUInt16LE(rangeUnits(row, col, echo), 20 + 5 * i);
-    bytes[22 + 5 * i] = (row + col) % 256;
-    bytes[24 + 5 * i] = onGround(row) ? GROUND_BIT : 0;
-  }
-  bytes.set([0, 0xdd, 0xee, 0xff, blockRow, blockCol, frame, 0, 0x12, 100], 203);
-  bytes.writeUInt32BE(1700000000, 216);
-  bytes.writeUInt32LE(250000, 220);
-  bytes[224] = 0x42;
-  bytes.writeUInt32LE(sequence, 225);
-  return bytes;
-}
-
-// Sends frame after frame until `stopped` says so: the socket's buffer may not hold a whole one.
-async function sendFrames(port, stopped) {
-  const socket = dgram.createSocket('udp4');
-  const send = (bytes) =>
-    new Promise((resolve) => socket.send(bytes, port, '127.0.0.1', () => resolve()));
-  let sequence = 1;
-  for (let frame = 0; !stopped(); frame = (frame + 1) % 256) {
-    for (let block = 0; block < ROWS * COLS && !stopped(); ++block) {
-      for (const echo of [0, 1]) {
-        await send(pointPacket(frame, Math.floor(block / COLS), block % COLS, echo, sequence++));
-      }
-      if (block % 32 === 0) await new Promise((resolve) => setTimeout(resolve, 1));
-    }
-  }
-  socket.close();
-}
-
-function freePort() {
-  return new Promise((resolve) => {
-    const socket = dgram.createSocket('udp4');
-    socket.bind(0, '127.0.0.1', () => {
-      const { port } = socket.address();
-      socket.close(() => resolve(port));
-    });
-  });
-}
-
-async function writeFrame(program, folder) {
-  const files = { ply: path.join(folder, 'a.ply'), las: path.join(folder, 'a.las') };
-  const port = await freePort();
-  const viewer = spawn(
-    program,
-    ['--udp', port, '--frames', 1, '--seconds', 60, '--ply', files.ply, '--las', files.las],
-    { stdio: ['ignore', 'ignore', 'inherit'] });
-  let status = null;
-  viewer.on('exit', (code) => (status = code ?? 128));
-  await sendFrames(port, () => status !== null);
   assert.equal(status, 0, 'lidar_view');
   return files;
 }
@@ -123,7 +53,6 @@ const expected = (point) => ({
 
 function compare(reader, points, read) {
   assert.ok(points.length > BLOCK_ROWS * BLOCK_COLS, 'something is compared');
-  assert.ok(points.length > ROWS * COLS, 'something is compared');
   points.forEach((point, i) => {
     const want = expected(point);
     const got = read(i);
