@@ -169,7 +169,9 @@ def run_tests(program, tests):
         passed = re.search(r"\[  PASSED  \] (\d+) test", run.stdout)
         return True, f"{passed[1] if passed else 0} tests"
     failed = re.search(r"\[  FAILED  \] (\S+?),? ", run.stdout)
-    return False, failed[1] if failed else f"ended with {run.returncode}"
+    if failed or run.returncode == 1:  # a test that captures standard output may swallow its name
+        return False, failed[1] if failed else "a test failed"
+    return False, f"ended with {run.returncode}"
 
 
 def check_unchanged(mutants):
