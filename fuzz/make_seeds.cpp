@@ -9,6 +9,7 @@
 
 #include "MIPI_reader/node/frame_end/frame_export.h"
 #include "MIPI_reader/parser/lidar_parser.h"
+#include "MIPI_reader/parser/point_packet_layout.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "config/default_config.h"
 #include "seed_directory.h"
@@ -26,40 +27,25 @@ using simulator::RawPacket;
 constexpr int kPacketsPerRow = 192;
 constexpr int kPacketsPerSlot = 48;
 
-Bytes Word(std::size_t value) {
-  return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8)};
-}
-
 // --- Streams of datagrams, see datagram_script.h ---
 
-Bytes DatagramStep(const RawPacket& packet) {
-  return Joined({{0}, Word(packet.size()), Bytes(packet.begin(), packet.end())});
-}
+Bytes BytesOf(const RawPacket& packet) { return {packet.begin(), packet.end()}; }
 
-// The packet as the template, for the steps that send it repeatedly.
-Bytes TemplateSteps(const RawPacket& packet) {
-  constexpr std::size_t kPiece = 250;
-  Bytes steps;
-  for (std::size_t at = 0; at < packet.size(); at += kPiece) {
-    const std::size_t count = std::min(kPiece, packet.size() - at);
-    const auto begin = packet.begin() + static_cast<std::ptrdiff_t>(at);
-    const Bytes piece(begin, begin + static_cast<std::ptrdiff_t>(count));
-    steps = Joined({steps, {1}, Word(at), {static_cast<std::uint8_t>(count)}, piece});
-  }
-  return steps;
+// A packet of the frame, moved into a row of the small frame.
+RawPacket MovedToRow(const RawPacket& packet, int m_row) {
+  RawPacket moved = packet;
+  moved[raw_packet::kGroupIdOffset] = static_cast<std::uint8_t>(m_row);
+  moved[raw_packet::kSlotIdOffset] = 0;
+  return moved;
 }
-
-Bytes Fill(std::size_t places) { return Joined({{3}, Word(places)}); }
 
 // Twelve packets from the middle of a row, moved into the rows of the small frame.
 Bytes RowsSeed(const std::vector<RawPacket>& frame, int m_row, Bytes settings) {
   Bytes seed = std::move(settings);
   for (int i = 0; i < 12; ++i) {
     const int first = (m_row + i / 4) * kPacketsPerRow + i % 4;
-    RawPacket packet = frame[static_cast<std::size_t>(first + kPacketsPerSlot * 2)];
-    packet[raw_packet::kGroupIdOffset] = static_cast<std::uint8_t>(i / 4);
-    packet[raw_packet::kSlotIdOffset] = 0;
-    seed = Joined({seed, DatagramStep(packet)});
+    const RawPacket& packet = frame[static_cast<std::size_t>(first + kPacketsPerSlot * 2)];
+    seed = Joined({seed, DatagramStep(BytesOf(MovedToRow(packet, i / 4)))});
   }
   return Joined({seed, {8, 0, 8, 1, 8, 2}});
 }
@@ -71,7 +57,7 @@ void WriteStreams(const SeedDirectory& seeds, const std::string& scene,
     const auto mode = static_cast<std::uint8_t>(m_row % 14);
     seeds.Write("packet_rows_fuzz", name, RowsSeed(frame, m_row, {0, mode, 5}));
     const RawPacket& packet = frame[static_cast<std::size_t>(m_row * kPacketsPerRow + 100)];
-    const Bytes steps = TemplateSteps(packet);
+    const Bytes steps = TemplateSteps(BytesOf(packet));
     seeds.Write(
         "packet_rows_fuzz", name + "_filled",
         Joined({{32, mode, 70}, steps, {2, 0, 0, 0}, Fill(143), {8, 1, 5, 7, 7}, Fill(60)}));
@@ -205,24 +191,44 @@ void WriteRings(const SeedDirectory& seeds) {
   seeds.Write("ring_fuzz", "slot", {0xE0, 0x1D, 20, 0, 1, 0, 0, 0, 0xE2, 0xE3, 6, 0xDD, 5});
 }
 
+// Taken from what has been written before.
+SoundInputs CollectSoundInputs(const SeedDirectory& seeds, const std::vector<RawPacket>& packets) {
+  constexpr int kMiddleRow = 12;
+  constexpr std::ptrdiff_t kPartBytes = 2048;
+  const simulator::CalibrationBlobs blobs = simulator::MakeBlobs(simulator::SimulatorOptions());
+  const RawPacket& packet = packets[kMiddleRow * kPacketsPerRow + kPacketsPerSlot * 2];
+  const Bytes point_packets = ReadFile(seeds.Root() / "point_packet_fuzz" / "mode0");
+  const auto first = point_packets.begin() + 1;
+  return {
+      .camera_record = Bytes(blobs.head.begin() + 20, blobs.head.begin() + 98),
+      .export_file = ReadFile(seeds.Root() / "export_file_fuzz" / "seed_raw_f003_n000001.bin"),
+      .head = Bytes(blobs.head.begin(), blobs.head.end()),
+      .main_part = Bytes(blobs.main.begin(), blobs.main.begin() + kPartBytes),
+      .capture = ReadFile(seeds.Root() / "capture_fuzz" / "street"),
+      .raw_packet = BytesOf(MovedToRow(packet, 0)),
+      .point_packet = Bytes(first, first + point_packet::kBytes),
+  };
+}
+
 void WriteAll(const SeedDirectory& seeds) {
+  SoundInputs sound;
+  WriteExports(seeds);
   for (const std::string scene : {"street", "retro"}) {
     const std::vector<RawPacket> packets = simulator::SimulateFrame(scene, 1);
     WriteStreams(seeds, scene, packets);
     if (scene != "street") continue;
     WritePointPackets(seeds, packets);
     WriteCaptures(seeds, packets);
+    sound = CollectSoundInputs(seeds, packets);
   }
   WritePulseStreams(seeds);
-  WriteExports(seeds);
   WriteCalibration(seeds);
   WriteRings(seeds);
 #ifdef KERUL_WITH_MCAP
   WriteMcapFiles(seeds);
 #endif
-  const simulator::CalibrationBlobs blobs = simulator::MakeBlobs(simulator::SimulatorOptions());
-  WriteOddInputs(seeds, Bytes(blobs.head.begin() + 20, blobs.head.begin() + 98),
-                 ReadFile(seeds.Root() / "export_file_fuzz" / "seed_raw_f003_n000001.bin"));
+  WriteOddFiles(seeds, sound);
+  WriteOddPackets(seeds, sound);
 }
 
 }  // namespace

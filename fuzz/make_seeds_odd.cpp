@@ -1,4 +1,4 @@
-// The inputs made by hand; see WriteOddInputs.
+// The odd inputs made by hand of files, answers and rings; see WriteOddFiles.
 #include <bit>
 #include <limits>
 
@@ -13,12 +13,6 @@ Bytes Float(float value) {
   const auto bits = std::bit_cast<std::uint32_t>(value);
   return {static_cast<std::uint8_t>(bits), static_cast<std::uint8_t>(bits >> 8),
           static_cast<std::uint8_t>(bits >> 16), static_cast<std::uint8_t>(bits >> 24)};
-}
-
-// `bytes` with `field` written over those from `offset` on.
-Bytes With(Bytes bytes, std::size_t offset, const Bytes& field) {
-  for (std::size_t i = 0; i < field.size(); ++i) bytes.at(offset + i) = field[i];
-  return bytes;
 }
 
 // --- Camera records: binning at 5, rows 6, columns 8, then floats ---
@@ -136,12 +130,47 @@ void WriteRingSchedules(const SeedDirectory& seeds) {
   write("stride_overlaps", {0xE0, 0x64, 0x10, 4, 0, 0xDC, 5, 0xE0, 0xE2, 0xE3, 0xE0, 0xE2, 0xE3});
 }
 
+// --- Calibration blobs: options, tile sizes if the options say so, head, main; see para2_fuzz ---
+
+Bytes BlobsWithId(const SoundInputs& sound, const Bytes& id) {
+  const Bytes head = With(With(sound.head, 0, Bytes(20, 0xFF)), 0, id);
+  return Joined({{0x4C}, head, sound.main_part});
+}
+
+void WriteCalibrationBlobs(const SeedDirectory& seeds, const SoundInputs& sound) {
+  const auto write = [&](const char* name, const Bytes& bytes) {
+    seeds.Write("para2_fuzz", name, bytes);
+  };
+  const auto write_tiles = [&](const char* name, std::uint8_t pixels, int columns) {
+    write(name, Joined({{0x4D, pixels},
+                        Word(static_cast<std::size_t>(columns)),
+                        sound.head,
+                        sound.main_part}));
+  };
+  const std::string climbing = "../../../tmp/x";
+  Bytes high_bytes;
+  for (int byte = 0xEC; byte < 0xFF; ++byte) high_bytes.push_back(static_cast<std::uint8_t>(byte));
+  write("id_empty", BlobsWithId(sound, {}));
+  write("id_two_dots", BlobsWithId(sound, {'.', '.'}));
+  write("id_climbs", BlobsWithId(sound, Bytes(climbing.begin(), climbing.end())));
+  write("id_high_bytes", BlobsWithId(sound, high_bytes));
+  write("no_head", {2, 0});
+  write("head_of_an_id", Joined({{2, 20}, Bytes(sound.head.begin(), sound.head.begin() + 20)}));
+  write("head_one_byte_short_of_an_id",
+        Joined({{2, 19}, Bytes(sound.head.begin(), sound.head.begin() + 19)}));
+  write("main_one_byte_short", Joined({{0x0C}, sound.head, sound.main_part}));
+  write_tiles("tiles_of_nothing", 0, 0);
+  write_tiles("tiles_of_no_columns", 36, 0);
+  write_tiles("tiles_of_negative_width", 36, -48);
+  write_tiles("tiles_of_smallest_numbers", 0x80, -0x8000);
+}
+
 }  // namespace
 
-void WriteOddInputs(const SeedDirectory& seeds, const Bytes& camera_record,
-                    const Bytes& export_file) {
-  WriteCameraRecords(seeds, camera_record);
-  WriteExportFiles(seeds, export_file);
+void WriteOddFiles(const SeedDirectory& seeds, const SoundInputs& sound) {
+  WriteCameraRecords(seeds, sound.camera_record);
+  WriteExportFiles(seeds, sound.export_file);
+  WriteCalibrationBlobs(seeds, sound);
   WriteCommandServices(seeds);
   WriteRingSchedules(seeds);
 }

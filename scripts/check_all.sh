@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The checks beside the release tests: formatting, static analysis, clang, the ring's model, a long
-# stream, sanitizers, fuzzing, a short soak, the package. Needs the release build.
+# The checks beside the release tests: formatting, static analysis, the ring's model, changes that
+# the tests must notice, clang, a long stream, sanitizers, fuzzing, a short soak, the package. Needs
+# the release build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/steps.sh
@@ -18,6 +19,9 @@ cmake --build --preset release -j "$jobs" --target kerul_road kerul_bench
 
 step "Ring protocol as a model"
 scripts/check_ring_model.sh
+
+step "A rotating part of the changes the tests must notice"
+scripts/check_mutants.sh --today 10
 
 step "clang build, warnings as errors, and the tests that hold every bit"
 cmake -S . -B build/clang -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Release \

@@ -132,9 +132,6 @@ for program in "$work"/files/usr/bin/*; do
   inside "$program" --help >"$work/help" 2>&1 || fail "$program --help: $(cat "$work/help")"
   grep -q "^Usage: $program" "$work/help" || fail "$program --help: $(cat "$work/help")"
 done
-if [ -n "$has_dds" ]; then
-  inside lidar_dds --help | grep -q '^Usage: lidar_dds' || fail "lidar_dds --help"
-fi
 inside sensor_simulator --frames 1 --capture /tmp/one.pcap --calibration /tmp/calib >/dev/null ||
   fail "sensor_simulator"
 # 24 bytes, then 6912 packets with their headers.

@@ -404,8 +404,8 @@ TEST(AngleNormalisation, BrokenAndEmptyDirectionsAreKeptApart) {
   grid.rows = 2;
   grid.cols = 3;
   grid.valid = true;
-  const Triple raw[6] = {{3.0F, 0.0F, 4.0F}, {0.0F, 0.0F, 0.0F},  {kNan, 0.0F, 0.0F},
-                         {0.0F, kInf, 0.0F}, {0.0F, 0.0F, 1e-9F}, {0.0F, -2e-8F, 0.0F}};
+  const Triple raw[6] = {{3.0F, 0.0F, 4.0F}, {0.0F, 0.0F, 0.0F},     {kNan, 0.0F, 0.0F},
+                         {0.0F, kInf, 0.0F}, {0.0F, 0.98e-8F, 0.0F}, {0.0F, -1.02e-8F, 0.0F}};
   grid.xyz.resize(18);
   for (std::size_t i = 0; i < 6; ++i) {
     for (std::size_t plane = 0; plane < 3; ++plane) grid.xyz[plane * 6 + i] = raw[i][plane];

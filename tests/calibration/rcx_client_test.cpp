@@ -311,6 +311,12 @@ TEST_F(RcxClientAgainstService, AnErrorCodeIsReportedBehindTheBodySoThatTheStrea
   EXPECT_EQ(client.ReadIicRegMulti(0x40, kHead, 256), CountedPage());
 }
 
+TEST_F(RcxClientAgainstService, TheSmallestReturnCodeAboveZeroIsAnErrorToo) {
+  ServiceFaults faults;
+  faults.return_code = 1;
+  EXPECT_EQ(HeadError(faults), "RCX return error code=0x01");
+}
+
 TEST_F(RcxClientAgainstService, AnotherCommandByteIsAccepted) {
   ServiceFaults faults;
   faults.command = 0x00;

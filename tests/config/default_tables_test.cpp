@@ -199,6 +199,15 @@ TEST(DefaultTables, DetectThresholdRisesThroughItsKnownLevels) {
   ExpectSteps(Tables().detect_threshold, 0, 512, std::less_equal<>());
 }
 
+// The first two stretches rise by 5 over 8 entries, so the curve is a line there.
+TEST(DefaultTables, DetectThresholdIsRoundedBetweenItsKnownLevels) {
+  const std::vector<std::uint16_t>& levels = Tables().detect_threshold;
+  EXPECT_EQ(levels.at(1), 7);  // 6.625
+  EXPECT_EQ(levels.at(2), 7);  // 7.25
+  EXPECT_EQ(levels.at(3), 8);  // 7.875
+  EXPECT_EQ(levels.at(4), 9);  // 8.5
+}
+
 TEST(DefaultTables, CoghEfficiantHoldsItsKnownRows) {
   const std::vector<std::pair<std::size_t, std::vector<float>>> rows{
       {0, {7.141F, 7.425F, 7.251F, 6.703F, 6.786F, 7.285F}},

@@ -31,6 +31,13 @@ TEST(FillCurve, BendsAsWorkedOutByHand) {
   EXPECT_THAT(FillCurve(points, 5), ElementsAre(0.0F, 0.625F, 2.0F, 4.375F, 8.0F));
 }
 
+TEST(FillCurve, TheShorterStretchCountsMoreAtAnInnerPoint) {
+  // Lengths 2 and 4 with slopes 1 and 4: weights 2 + 8 and 4 + 4, so 18 / (10 / 1 + 8 / 4) = 1.5.
+  // The parabola gives 0 at the start. Half way: 1 + 2 * (0 - 1.5) / 8.
+  const std::array<CurvePoint, 3> points{{{0, 0.0F}, {2, 2.0F}, {6, 18.0F}}};
+  EXPECT_EQ(FillCurve(points, 7)[1], 0.625F);
+}
+
 TEST(FillCurve, IsFlatAtAPeakAndNeverExceedsIt) {
   // Slopes at the points: 0 at the peak; at both ends 2 by the parabola, below the limit of 3.
   const std::array<CurvePoint, 3> points{{{0, 0.0F}, {4, 4.0F}, {8, 0.0F}}};

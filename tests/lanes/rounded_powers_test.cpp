@@ -28,6 +28,24 @@ TEST(RoundedPowers, AreTheDoubleResultsRounded) {
   EXPECT_EQ(LogOfTwo(3.0F), 1.58496250F);
 }
 
+// Results almost halfway between two floats, worked out to sixty places. The library's functions
+// for single precision give the other float.
+TEST(RoundedPowers, FallOnTheRightSideOfAHalf) {
+  EXPECT_EQ(PowerOfTwo(0.00102903508F), 1.00071347F);  // 1.0007135272...
+  EXPECT_EQ(PowerOfTwo(0.00104226824F), 1.00072265F);  // 1.0007227063...
+  EXPECT_EQ(LogOfTwo(2.00068355F), 1.00049305F);       // 1.0004929900...
+  EXPECT_EQ(LogOfTwo(2.00378346F), 1.00272667F);       // 1.0027266144...
+}
+
+// The same where the polynomials alone come out on the other side: the library has to be asked.
+TEST(RoundedPowersLanes, FallOnTheRightSideOfAHalf) {
+  const auto power = [](float x) { return RoundedPowers<4>::Power(V::Splat(x), V::SplatInt(-1)); };
+  EXPECT_EQ(power(0.00290624332F)[0], 1.00201654F);  // 1.00201648473740...
+  EXPECT_EQ(power(0.00322974194F)[3], 1.00224125F);  // 1.00224119424820...
+  const V::Float log = RoundedPowers<4>::Log(V::Splat(2.5074904F), V::SplatInt(-1));
+  EXPECT_EQ(log[1], 1.32624412F);  // 1.32624417543195...
+}
+
 TEST(RoundedPowersLanes, GiveTheLibrarysFloatsForOddArguments) {
   constexpr float kInf = std::numeric_limits<float>::infinity();
   constexpr float kOdd[] = {0.0F,        -0.0F,      1.0F,

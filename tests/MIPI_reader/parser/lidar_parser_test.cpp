@@ -157,6 +157,36 @@ TEST_P(PacketDecoding, GivesNinePointsWithTheirPlacesAndWords) {
   EXPECT_EQ(points[8].pixel_word11, 3.0F);
 }
 
+TEST_P(PacketDecoding, EachOfTheNinePixelsComesFromItsOwnBlock) {
+  UdpPacket packet = RawPacket();
+  for (int i = 0; i < 9; ++i) {
+    RawPixel pixel;
+    pixel.SetPixelId(i);
+    pixel.SetNoise(100 + i);
+    pixel.samples[7] = static_cast<std::uint16_t>(200 + i);
+    pixel.samples[8] = static_cast<std::uint16_t>(300 + i);
+    pixel.SetPulse(0, 400 + i, 1000 + 10 * i, 0);
+    pixel.SetPulse(1, 500 + i, 2000 + 10 * i, 0);
+    SetBlock(packet, i, pixel.samples);
+  }
+  for (std::uint16_t i = 0; i < 200; ++i) parser.detect_threshold_bins.push_back(i);
+  parser.shot_times = {0.0F};  // no shots: no baseline, threshold 0
+  parser.keep_bins = true;
+  Parse(packet);
+  for (int i = 0; i < 9; ++i) {
+    const LidarPoint& point = points.at(static_cast<std::size_t>(i));
+    const auto n = static_cast<float>(i);
+    EXPECT_EQ(point.pixel_word22, 200.0F + n);
+    EXPECT_EQ(point.pixel_word11, 300.0F + n);
+    EXPECT_EQ(point.echoes[0].noise, 100.0F + n);
+    EXPECT_EQ(point.echoes[1].noise, 100.0F + n);
+    EXPECT_EQ(point.echoes[0].peak_addr, 400 + i);
+    EXPECT_EQ(point.echoes[1].peak_addr, 500 + i);
+    EXPECT_EQ(point.echoes[0].bins[8], 1000 + 10 * i);
+    EXPECT_EQ(point.echoes[1].bins[8], 2000 + 10 * i);
+  }
+}
+
 TEST_P(PacketDecoding, LongerAndOlderVectorsAreCutAndReset) {
   points.resize(12);
   points[4].echoes[0].dist_raw = 3.0F;
@@ -327,6 +357,12 @@ TEST_F(LidarParserTest, TheFirstSequenceNumberThatIsNotZeroIsTheBase) {
   SetSequence(packet, 6);
   Parse(packet);
   EXPECT_EQ(parser.udp_seq_base, 0xFFFFFFF0U);
+}
+
+TEST_F(LidarParserTest, WithoutPacketDebugATakenPacketPrintsNothing) {
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(Parse(RawPacket()), 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
 TEST_F(LidarParserTest, ThePacketLineHasAllItsItems) {

@@ -94,6 +94,19 @@ TEST_P(DefaultMode, SpreadsHeightGroundAndShots) {
   EXPECT_EQ(Encode().payload, (Bytes{0, 25, 122}));
 }
 
+TEST_P(DefaultMode, ANegativeHeightIsDividedTowardZero) {
+  const auto height = [&](float value) {
+    point.echoes[0].cogh = value;
+    const Bytes payload = Encode().payload;
+    return std::pair<int, int>{payload[1], payload[2]};
+  };
+  using Pair = std::pair<int, int>;
+  point.shot_ratio = 0.0F;
+  EXPECT_EQ(height(-5.5F), (Pair{255, 255}));  // -5: remainder -1, quotient -1
+  EXPECT_EQ(height(-3.0F), (Pair{253, 0}));
+  EXPECT_EQ(height(-8.0F), (Pair{0, 254}));
+}
+
 TEST_P(DefaultMode, ReadsTheGivenEcho) {
   point.echoes[0].refl_proc = 1.0F;
   point.echoes[1].refl_proc = 2.0F;

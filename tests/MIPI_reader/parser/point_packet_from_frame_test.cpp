@@ -239,6 +239,14 @@ TEST_P(EchoMetricsTest, NothingElseIsPrinted) {
   EXPECT_EQ(Printed(49, 0), "");     // the other echo
   EXPECT_EQ(Printed(48, 1), "");     // another block
   EXPECT_EQ(Printed(49, 1, 3), "");  // another mode
+  // Just beyond the block, whose pixels are rows and columns 6 to 11.
+  for (const auto& [row, col] : {std::pair{5, 8}, {12, 8}, {7, 5}, {7, 12}}) {
+    parser.debug_row = row;
+    parser.debug_col = col;
+    EXPECT_EQ(Printed(49, 1), "") << row << ' ' << col;
+  }
+  parser.debug_row = 7;
+  parser.debug_col = 8;
   parser.echo_metrics_debug = false;
   EXPECT_EQ(Printed(49, 1), "");
   parser.echo_metrics_debug = true;

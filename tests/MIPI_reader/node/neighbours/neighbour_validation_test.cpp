@@ -96,6 +96,25 @@ TEST_P(NeighbourValidation, FiveNeighboursOnAnEdgeAreEnoughDownToPointEight) {
   }
 }
 
+// Each pixel needs three: the one to the right, one below, and the one to the left. So what becomes
+// of the first decides for all, over as many columns as the row has.
+TEST_P(NeighbourValidation, ADecisionIsHandedOnFromPixelToPixelAlongTheRow) {
+  constexpr std::size_t kColumns = 130;
+  for (const bool first_is_kept : {true, false}) {
+    FrameRows rows = MakeRows(3, kColumns);
+    for (std::size_t col = 0; col < kColumns; ++col) {
+      SetEcho(rows[1][col].echoes[0], 10.0F, 10.0F, 1.0F);
+      if (col % 3 == 0) SetEcho(rows[2][col].echoes[0], 10.0F, 10.0F, 1.0F);
+    }
+    if (first_is_kept) SetEcho(rows[0][0].echoes[0], 10.0F, 10.0F, 1.0F);
+    ValidateNeighbours(rows, 1, 1);
+    for (std::size_t col = 0; col + 1 < kColumns; ++col) {
+      EXPECT_EQ(IsErased(rows[1][col].echoes[0]), !first_is_kept) << col;
+    }
+    EXPECT_TRUE(IsErased(rows[1][kColumns - 1].echoes[0]));  // nothing to the right
+  }
+}
+
 TEST_P(NeighbourValidation, ErasedEchoNoLongerSupportsTheNextPixel) {
   FrameRows rows = MakeRows(2, 3);
   FillSlot0(rows, 10.0F, 10.0F, 1.0F);     // just too weak to fill holes

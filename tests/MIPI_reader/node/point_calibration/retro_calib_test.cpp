@@ -187,6 +187,11 @@ TEST_P(RetroCalibTest, ABrightTargetGetsTopReflectivityAndPowerByRange) {
   EXPECT_EQ(Echo().refl_raw, 255.0F);
   EXPECT_EQ(Echo().power, 1310720.0F);  // 20 / 16 * 2^20
   EXPECT_EQ(Echo().dist_raw, 4.0F);
+  // 20 / 9 is rounded to 2.22222233, which is 2330169 / 2^20; divided by 3 twice it ends just
+  // below.
+  Echo().dist_raw = 3.0F;
+  Calibrate();
+  EXPECT_EQ(Echo().power, 2330169.0F);
 }
 
 TEST_P(RetroCalibTest, ABrightTargetWithoutARangeGetsInfinitePower) {

@@ -37,6 +37,17 @@ TEST_F(StalePixelsTest, OnlyPixelsThatNobodyCopiedAreReset) {
   }
 }
 
+TEST_F(StalePixelsTest, RowsAskedForBeyondTheFrameAreItsFirstAndLast) {
+  stale_.MarkAllStale();
+  for (std::vector<LidarPoint>& row : frame_.points) {
+    for (LidarPoint& point : row) point.echoes[1].dist_raw = 7.0F;
+  }
+  stale_.ResetRows(frame_, -6, 12);
+  for (const std::vector<LidarPoint>& row : frame_.points) {
+    for (const LidarPoint& point : row) EXPECT_EQ(point.echoes[1].dist_raw, 0.0F);
+  }
+}
+
 TEST_F(StalePixelsTest, AnyRowCanBeBrightBeforeTheFirstFrame) {
   EXPECT_EQ(stale_.PossiblyBrightRows(0), kAllRows);
   // Copies alone do not tell what the frame held before.
