@@ -72,8 +72,8 @@ void UseFile(std::span<const std::uint8_t> bytes) {
 std::vector<std::uint8_t> FileAround(std::span<const std::uint8_t> records) {
   mcap::Bytes file(mcap::kMagic.begin(), mcap::kMagic.end());
   mcap::Append(mcap::Header{"ros2", ""}, file);
-  mcap::Append(mcap::ChunkHeader{0, 0, records.size(), mcap::Crc32(0, records), "", records.size()},
-               file);
+  mcap::AppendHead(
+      mcap::ChunkHeader{0, 0, records.size(), mcap::Crc32(0, records), "", records.size()}, file);
   file.insert(file.end(), records.begin(), records.end());
   return file;
 }

@@ -40,7 +40,7 @@ Chunk ChunkBuilder::Finish() {
   chunk.index.plain_size = plain_.size();
   const ChunkHeader header{start_time_ns_,          end_time_ns_, plain_.size(), Crc32(0, plain_),
                            chunk.index.compression, stored.size()};
-  Append(header, chunk.bytes);
+  AppendHead(header, chunk.bytes);
   chunk.bytes.insert(chunk.bytes.end(), stored.begin(), stored.end());
   chunk.index.chunk_length = chunk.bytes.size();
   AppendIndexes(indexes_, chunk);

@@ -120,7 +120,7 @@ void FileWriter::Count(const Chunk& chunk) {
 // From the end of the data section to the end of the file.
 Bytes FileWriter::Summary() const {
   Bytes out;
-  AppendDataEnd(crc_, out);
+  Append(DataEnd{crc_}, out);
   const std::size_t begin = out.size();
   std::vector<SummaryOffset> groups;
   const auto group = [&](Opcode opcode, const std::function<void()>& append) {

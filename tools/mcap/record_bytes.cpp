@@ -2,190 +2,104 @@
 
 #include <zlib.h>
 
-#include <cstring>
-#include <string_view>
+#include <type_traits>
+
+#include "mcap/record_fields.h"
 
 namespace kerul::lidar::mcap {
 namespace {
 
-// Appends integers and strings; the length of what is open is filled in when it is closed.
+// Appends what it visits.
 class Appender {
  public:
   explicit Appender(Bytes& out) : out_(out) {}
 
+  template <class Field>
+  void operator()(const Field& field) {
+    if constexpr (std::is_enum_v<Field>) {
+      PutInteger(static_cast<std::underlying_type_t<Field>>(field));
+    } else if constexpr (std::is_integral_v<Field>) {
+      PutInteger(field);
+    } else {
+      PutBlock(field);
+    }
+  }
+
+  // Opcode and a length that Close fills in; gives the place for it.
+  std::size_t Open(Opcode opcode) {
+    (*this)(opcode);
+    PutInteger(std::uint64_t{0});
+    return out_.size();
+  }
+  void Close(std::size_t opened, std::uint64_t still_to_come = 0) {
+    SetLength<std::uint64_t>(opened, still_to_come);
+  }
+
+ private:
   template <class Integer>
-  void Put(Integer value) {
+  void PutInteger(Integer value) {
     for (std::size_t i = 0; i < sizeof value; ++i) {
       out_.push_back(static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> (8 * i)));
     }
   }
-  void Put(std::string_view text) {
-    Put(static_cast<std::uint32_t>(text.size()));
-    out_.insert(out_.end(), text.begin(), text.end());
+  // A string, or the pairs of an array or map, after the length of all of it.
+  template <class Block>
+  void PutBlock(const Block& block) {
+    PutInteger(std::uint32_t{0});
+    const std::size_t opened = out_.size();
+    for (const auto& entry : block) PutEntry(entry);
+    SetLength<std::uint32_t>(opened, 0);
   }
-  void Put(std::span<const std::uint8_t> bytes) {
-    out_.insert(out_.end(), bytes.begin(), bytes.end());
+  void PutEntry(char character) { out_.push_back(static_cast<std::uint8_t>(character)); }
+  template <class First, class Second>
+  void PutEntry(const std::pair<First, Second>& entry) {
+    (*this)(entry.first);
+    (*this)(entry.second);
   }
-  // `Length` is the type of the length; gives the place for Close.
   template <class Length>
-  std::size_t Open() {
-    Put(Length{0});
-    return out_.size();
-  }
-  template <class Length>
-  void Close(std::size_t opened, std::uint64_t still_to_come = 0) {
-    const auto length = static_cast<Length>(out_.size() - opened + still_to_come);
-    for (std::size_t i = 0; i < sizeof length; ++i) {
-      out_[opened - sizeof length + i] =
-          static_cast<std::uint8_t>(static_cast<std::uint64_t>(length) >> (8 * i));
+  void SetLength(std::size_t opened, std::uint64_t still_to_come) {
+    const std::uint64_t length = out_.size() - opened + still_to_come;
+    for (std::size_t i = 0; i < sizeof(Length); ++i) {
+      out_[opened - sizeof(Length) + i] = static_cast<std::uint8_t>(length >> (8 * i));
     }
-  }
-  std::size_t OpenRecord(Opcode opcode) {
-    Put(static_cast<std::uint8_t>(opcode));
-    return Open<std::uint64_t>();
-  }
-  void CloseRecord(std::size_t opened, std::uint64_t still_to_come = 0) {
-    Close<std::uint64_t>(opened, still_to_come);
-  }
-  template <class Key, class Value>
-  void Put(const std::map<Key, Value>& map) {
-    const std::size_t opened = Open<std::uint32_t>();
-    for (const auto& [key, value] : map) {
-      Put(key);
-      Put(value);
-    }
-    Close<std::uint32_t>(opened);
   }
 
- private:
   Bytes& out_;
 };
 
 }  // namespace
 
-void Append(const Header& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kHeader);
-  to.Put(std::string_view(record.profile));
-  to.Put(std::string_view(record.library));
-  to.CloseRecord(opened);
+template <class Record>
+void Append(const Record& record, Bytes& out) {
+  Appender appender(out);
+  const std::size_t opened = appender.Open(Record::kOpcode);
+  VisitFields(record, appender);
+  appender.Close(opened);
 }
 
-void Append(const Footer& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kFooter);
-  to.Put(record.summary_start);
-  to.Put(record.summary_offset_start);
-  to.Put(record.summary_crc);
-  to.CloseRecord(opened);
-}
-
-void Append(const Schema& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kSchema);
-  to.Put(record.id);
-  to.Put(std::string_view(record.name));
-  to.Put(std::string_view(record.encoding));
-  to.Put(std::string_view(record.data));
-  to.CloseRecord(opened);
-}
-
-void Append(const Channel& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kChannel);
-  to.Put(record.id);
-  to.Put(record.schema_id);
-  to.Put(std::string_view(record.topic));
-  to.Put(std::string_view(record.message_encoding));
-  const std::size_t map = to.Open<std::uint32_t>();
-  for (const auto& [key, value] : record.metadata) {
-    to.Put(std::string_view(key));
-    to.Put(std::string_view(value));
-  }
-  to.Close<std::uint32_t>(map);
-  to.CloseRecord(opened);
-}
+template void Append(const Header&, Bytes&);
+template void Append(const Footer&, Bytes&);
+template void Append(const Schema&, Bytes&);
+template void Append(const Channel&, Bytes&);
+template void Append(const MessageIndex&, Bytes&);
+template void Append(const ChunkIndex&, Bytes&);
+template void Append(const Statistics&, Bytes&);
+template void Append(const SummaryOffset&, Bytes&);
+template void Append(const DataEnd&, Bytes&);
 
 void Append(const MessageHeader& record, std::span<const std::uint8_t> data, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kMessage);
-  to.Put(record.channel_id);
-  to.Put(record.sequence);
-  to.Put(record.log_time_ns);
-  to.Put(record.publish_time_ns);
-  to.Put(data);
-  to.CloseRecord(opened);
+  Appender appender(out);
+  const std::size_t opened = appender.Open(MessageHeader::kOpcode);
+  VisitFields(record, appender);
+  out.insert(out.end(), data.begin(), data.end());
+  appender.Close(opened);
 }
 
-void Append(const ChunkHeader& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kChunk);
-  to.Put(record.start_time_ns);
-  to.Put(record.end_time_ns);
-  to.Put(record.plain_size);
-  to.Put(record.plain_crc);
-  to.Put(std::string_view(record.compression));
-  to.Put(record.stored_size);
-  to.CloseRecord(opened, record.stored_size);
-}
-
-void Append(const MessageIndex& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kMessageIndex);
-  to.Put(record.channel_id);
-  const std::size_t array = to.Open<std::uint32_t>();
-  for (const MessageIndexEntry& entry : record.entries) {
-    to.Put(entry.log_time_ns);
-    to.Put(entry.offset);
-  }
-  to.Close<std::uint32_t>(array);
-  to.CloseRecord(opened);
-}
-
-void Append(const ChunkIndex& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kChunkIndex);
-  to.Put(record.start_time_ns);
-  to.Put(record.end_time_ns);
-  to.Put(record.chunk_start);
-  to.Put(record.chunk_length);
-  to.Put(record.message_index_offsets);
-  to.Put(record.message_index_length);
-  to.Put(std::string_view(record.compression));
-  to.Put(record.stored_size);
-  to.Put(record.plain_size);
-  to.CloseRecord(opened);
-}
-
-void Append(const Statistics& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kStatistics);
-  to.Put(record.message_count);
-  to.Put(record.schema_count);
-  to.Put(record.channel_count);
-  to.Put(record.attachment_count);
-  to.Put(record.metadata_count);
-  to.Put(record.chunk_count);
-  to.Put(record.start_time_ns);
-  to.Put(record.end_time_ns);
-  to.Put(record.channel_message_counts);
-  to.CloseRecord(opened);
-}
-
-void Append(const SummaryOffset& record, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kSummaryOffset);
-  to.Put(static_cast<std::uint8_t>(record.opcode));
-  to.Put(record.start);
-  to.Put(record.length);
-  to.CloseRecord(opened);
-}
-
-void AppendDataEnd(std::uint32_t data_crc, Bytes& out) {
-  Appender to(out);
-  const std::size_t opened = to.OpenRecord(Opcode::kDataEnd);
-  to.Put(data_crc);
-  to.CloseRecord(opened);
+void AppendHead(const ChunkHeader& record, Bytes& out) {
+  Appender appender(out);
+  const std::size_t opened = appender.Open(ChunkHeader::kOpcode);
+  VisitFields(record, appender);
+  appender.Close(opened, record.stored_size);
 }
 
 std::uint32_t Crc32(std::uint32_t crc, std::span<const std::uint8_t> bytes) noexcept {

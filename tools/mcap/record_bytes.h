@@ -8,20 +8,13 @@
 
 namespace kerul::lidar::mcap {
 
-// Each appends the whole record, opcode and length included. A string, array or map must be shorter
-// than 4 GiB.
-void Append(const Header& record, Bytes& out);
-void Append(const Footer& record, Bytes& out);
-void Append(const Schema& record, Bytes& out);
-void Append(const Channel& record, Bytes& out);
+// Appends the whole record, opcode and length included; for all but messages and chunks. A string,
+// array or map must be shorter than 4 GiB.
+template <class Record>
+void Append(const Record& record, Bytes& out);
 void Append(const MessageHeader& record, std::span<const std::uint8_t> data, Bytes& out);
 // The record's head alone, with the length of the whole: `stored_size` bytes must follow.
-void Append(const ChunkHeader& record, Bytes& out);
-void Append(const MessageIndex& record, Bytes& out);
-void Append(const ChunkIndex& record, Bytes& out);
-void Append(const Statistics& record, Bytes& out);
-void Append(const SummaryOffset& record, Bytes& out);
-void AppendDataEnd(std::uint32_t data_crc, Bytes& out);
+void AppendHead(const ChunkHeader& record, Bytes& out);
 
 // The CRC-32 of Ethernet and zlib, going on from `crc`; 0 begins.
 std::uint32_t Crc32(std::uint32_t crc, std::span<const std::uint8_t> bytes) noexcept;

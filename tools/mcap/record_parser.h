@@ -9,17 +9,10 @@
 
 namespace kerul::lidar::mcap {
 
-// `content`: what follows the record's opcode and length. Each gives false when it is shorter than
-// its own lengths say. Bytes after the last field are left alone: later versions may add some.
-bool Parse(std::span<const std::uint8_t> content, Header& record);
-bool Parse(std::span<const std::uint8_t> content, Footer& record);
-bool Parse(std::span<const std::uint8_t> content, Schema& record);
-bool Parse(std::span<const std::uint8_t> content, Channel& record);
-bool Parse(std::span<const std::uint8_t> content, MessageIndex& record);
-bool Parse(std::span<const std::uint8_t> content, ChunkIndex& record);
-bool Parse(std::span<const std::uint8_t> content, Statistics& record);
-bool Parse(std::span<const std::uint8_t> content, SummaryOffset& record);
-bool ParseDataEnd(std::span<const std::uint8_t> content, std::uint32_t& data_crc);
+// `content`: what follows the record's opcode and length. False when it is shorter than its own
+// lengths say. Bytes after the last field are left alone: later versions may add some.
+template <class Record>
+bool Parse(std::span<const std::uint8_t> content, Record& record);
 // The rest of the content is the message's data or the chunk's stored records, a view of `content`.
 bool Parse(std::span<const std::uint8_t> content, MessageHeader& record,
            std::span<const std::uint8_t>& data);

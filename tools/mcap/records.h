@@ -36,11 +36,13 @@ enum class Opcode : std::uint8_t {
 };
 
 struct Header {
+  static constexpr Opcode kOpcode = Opcode::kHeader;
   std::string profile;  // "ros2"
   std::string library;  // what wrote the file
 };
 
 struct Footer {
+  static constexpr Opcode kOpcode = Opcode::kFooter;
   std::uint64_t summary_start = 0;  // 0: there is no summary
   std::uint64_t summary_offset_start = 0;
   std::uint32_t summary_crc = 0;  // from the summary's start up to this field; 0 is not known
@@ -48,6 +50,7 @@ struct Footer {
 inline constexpr std::size_t kFooterBytes = 20;
 
 struct Schema {
+  static constexpr Opcode kOpcode = Opcode::kSchema;
   std::uint16_t id = 0;  // not 0
   std::string name;
   std::string encoding;
@@ -55,6 +58,7 @@ struct Schema {
 };
 
 struct Channel {
+  static constexpr Opcode kOpcode = Opcode::kChannel;
   std::uint16_t id = 0;
   std::uint16_t schema_id = 0;  // 0: without a schema
   std::string topic;
@@ -65,6 +69,7 @@ struct Channel {
 // What a message begins with; the rest of the record is its data. Times are nanoseconds since the
 // epoch.
 struct MessageHeader {
+  static constexpr Opcode kOpcode = Opcode::kMessage;
   std::uint16_t channel_id = 0;
   std::uint32_t sequence = 0;
   std::uint64_t log_time_ns = 0;
@@ -74,6 +79,7 @@ inline constexpr std::size_t kMessageHeaderBytes = 22;
 
 // What a chunk begins with; the rest is `stored_size` bytes of records, compressed or not.
 struct ChunkHeader {
+  static constexpr Opcode kOpcode = Opcode::kChunk;
   std::uint64_t start_time_ns = 0;  // earliest and latest log time of its messages
   std::uint64_t end_time_ns = 0;
   std::uint64_t plain_size = 0;
@@ -82,17 +88,15 @@ struct ChunkHeader {
   std::uint64_t stored_size = 0;
 };
 
-struct MessageIndexEntry {
-  std::uint64_t log_time_ns = 0;
-  std::uint64_t offset = 0;  // of the message's record in the chunk's plain bytes
-};
-
 struct MessageIndex {
+  static constexpr Opcode kOpcode = Opcode::kMessageIndex;
   std::uint16_t channel_id = 0;
-  std::vector<MessageIndexEntry> entries;
+  // Log time, and place of the message's record in the chunk's plain bytes.
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> entries;
 };
 
 struct ChunkIndex {
+  static constexpr Opcode kOpcode = Opcode::kChunkIndex;
   std::uint64_t start_time_ns = 0;
   std::uint64_t end_time_ns = 0;
   std::uint64_t chunk_start = 0;   // of the chunk's record, from the start of the file
@@ -105,6 +109,7 @@ struct ChunkIndex {
 };
 
 struct Statistics {
+  static constexpr Opcode kOpcode = Opcode::kStatistics;
   std::uint64_t message_count = 0;
   std::uint16_t schema_count = 0;
   std::uint32_t channel_count = 0;
@@ -116,8 +121,14 @@ struct Statistics {
   std::map<std::uint16_t, std::uint64_t> channel_message_counts;
 };
 
+struct DataEnd {
+  static constexpr Opcode kOpcode = Opcode::kDataEnd;
+  std::uint32_t data_crc = 0;  // of all before this record; 0 is not known
+};
+
 // Where the summary's records of one kind stand.
 struct SummaryOffset {
+  static constexpr Opcode kOpcode = Opcode::kSummaryOffset;
   Opcode opcode = Opcode::kSchema;
   std::uint64_t start = 0;
   std::uint64_t length = 0;

@@ -139,10 +139,10 @@ class Surveyor {
 
   void TakeDataEnd(const RecordPlace& place) {
     std::string error;
-    std::uint32_t crc = 0;
-    if (!walk_.Read(place, content_, error) || !ParseDataEnd(content_, crc)) {
+    DataEnd end;
+    if (!walk_.Read(place, content_, error) || !Parse(content_, end)) {
       Note(place.at, "the end of the data cannot be read");
-    } else if (crc != 0 && crc != sum_) {
+    } else if (end.data_crc != 0 && end.data_crc != sum_) {
       Note(place.at, "the CRC of the data section does not match");
     }
     sum_ = 0;

@@ -109,9 +109,9 @@ TEST(McapFileWriter, TheFooterLeadsToTheSummaryAndItsOffsets) {
 TEST(McapFileWriter, BothSumsAreThoseOfTheBytesBeforeThem) {
   const std::string file = SampleFile(Compression::kZstd);
   const std::vector<Record> records = RecordsOf(file);
-  std::uint32_t data_crc = 0;
-  ASSERT_TRUE(ParseDataEnd(ContentOf(file, records[9]), data_crc));
-  EXPECT_EQ(data_crc, Crc32(0, BytesOf(file).first(records[9].at)));
+  DataEnd end;
+  ASSERT_TRUE(Parse(ContentOf(file, records[9]), end));
+  EXPECT_EQ(end.data_crc, Crc32(0, BytesOf(file).first(records[9].at)));
   Footer footer;
   ASSERT_TRUE(Parse(ContentOf(file, records.back()), footer));
   const std::uint64_t begin = records[10].at;
@@ -140,11 +140,11 @@ TEST(McapFileWriter, AChunkKeepsTheTimesAndPlacesOfItsMessages) {
   ASSERT_TRUE(cursor.Next(opcode, content) && Parse(content, second));
   EXPECT_EQ(first.channel_id, 1);
   ASSERT_EQ(first.entries.size(), 1U);
-  EXPECT_EQ(first.entries[0].offset, 33U);
+  EXPECT_EQ(first.entries[0].second, 33U);
   EXPECT_EQ(second.channel_id, 2);
   ASSERT_EQ(second.entries.size(), 2U);
-  EXPECT_EQ(second.entries[1].log_time_ns, 40U);
-  EXPECT_EQ(second.entries[1].offset, 33U + 32U);
+  EXPECT_EQ(second.entries[1].first, 40U);
+  EXPECT_EQ(second.entries[1].second, 33U + 32U);
 }
 
 TEST(McapFileWriter, AFileThatIsThereIsNotTouched) {

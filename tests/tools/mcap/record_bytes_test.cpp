@@ -71,11 +71,12 @@ TEST(McapRecordBytes, AMessagesDataFollowItsHeadWithoutALength) {
 
 // 40 bytes of numbers, 8 of the name, and the 16 that are to follow.
 TEST(McapRecordBytes, AChunksLengthCountsTheBytesThatFollowItsHead) {
-  EXPECT_THAT(BytesOfRecord(ChunkHeader{1, 2, 3, 4, "zstd", 16}),
-              ElementsAreArray(FromHex("06 3C 00 00 00 00 00 00 00"
-                                       "01 00 00 00 00 00 00 00  02 00 00 00 00 00 00 00"
-                                       "03 00 00 00 00 00 00 00  04 00 00 00"
-                                       "04 00 00 00 7A 73 74 64  10 00 00 00 00 00 00 00")));
+  Bytes out;
+  AppendHead(ChunkHeader{1, 2, 3, 4, "zstd", 16}, out);
+  EXPECT_THAT(out, ElementsAreArray(FromHex("06 3C 00 00 00 00 00 00 00"
+                                            "01 00 00 00 00 00 00 00  02 00 00 00 00 00 00 00"
+                                            "03 00 00 00 00 00 00 00  04 00 00 00"
+                                            "04 00 00 00 7A 73 74 64  10 00 00 00 00 00 00 00")));
 }
 
 TEST(McapRecordBytes, AMessageIndexIsTimesAndOffsets) {
@@ -113,9 +114,8 @@ TEST(McapRecordBytes, ASummaryOffsetNamesTheKindOfItsRecords) {
 }
 
 TEST(McapRecordBytes, TheEndOfTheDataIsASum) {
-  Bytes out;
-  AppendDataEnd(0x01020304, out);
-  EXPECT_THAT(out, ElementsAreArray(FromHex("0F 04 00 00 00 00 00 00 00  04 03 02 01")));
+  EXPECT_THAT(BytesOfRecord(DataEnd{0x01020304}),
+              ElementsAreArray(FromHex("0F 04 00 00 00 00 00 00 00  04 03 02 01")));
 }
 
 // The check value of this CRC in every list of them.

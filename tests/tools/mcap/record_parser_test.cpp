@@ -37,6 +37,7 @@ TEST(McapRecordParser, RecordsComeBackAsTheyWereAndNoneFromFewerBytes) {
   ExpectWholeOnly(ChunkIndex{1, 2, 3, 4, {{5, 6}, {7, 8}}, 9, "zstd", 10, 11});
   ExpectWholeOnly(Statistics{1, 2, 3, 4, 5, 6, 7, 8, {{9, 10}, {11, 12}}});
   ExpectWholeOnly(SummaryOffset{Opcode::kChannel, 1, 2});
+  ExpectWholeOnly(DataEnd{1});
 }
 
 TEST(McapRecordParser, AMapWhoseLengthEndsInsideAnEntryIsRefused) {
@@ -87,7 +88,7 @@ TEST(McapRecordParser, AMessagesDataAreTheRestOfIt) {
 
 TEST(McapRecordParser, AChunkHoldsAsManyStoredBytesAsItSays) {
   Bytes bytes;
-  Append(ChunkHeader{1, 2, 3, 4, "lz4", 5}, bytes);
+  AppendHead(ChunkHeader{1, 2, 3, 4, "lz4", 5}, bytes);
   for (const std::uint8_t byte : BytesOf("12345")) bytes.push_back(byte);
   const std::span<const std::uint8_t> content = std::span(bytes).subspan(kRecordHeaderBytes);
   ChunkHeader header;
@@ -102,7 +103,7 @@ TEST(McapRecordParser, AChunkHoldsAsManyStoredBytesAsItSays) {
 TEST(McapRecordParser, ACursorStopsBeforeARecordThatReachesBeyondTheEnd) {
   Bytes bytes;
   Append(Header{"a", "b"}, bytes);
-  AppendDataEnd(7, bytes);
+  Append(DataEnd{7}, bytes);
   Opcode opcode{};
   std::span<const std::uint8_t> content;
   RecordCursor whole(bytes);

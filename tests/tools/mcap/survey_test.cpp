@@ -180,7 +180,7 @@ std::string ForeignFile(bool with_index) {
   Append(MessageHeader{4, 1, 0, 0}, BytesOf("second"), records);
   Bytes file(kMagic.begin(), kMagic.end());
   Append(Header{}, file);
-  Append(ChunkHeader{0, 0, records.size(), 0, "", records.size()}, file);
+  AppendHead(ChunkHeader{0, 0, records.size(), 0, "", records.size()}, file);
   file.insert(file.end(), records.begin(), records.end());
   if (with_index) {
     Append(MessageIndex{4, {{0, 0}, {0, 0}}}, file);
