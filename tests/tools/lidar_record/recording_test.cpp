@@ -97,7 +97,7 @@ TEST(Recording, AFileSpansLessThanTheLongestTime) {
   Recording recording(FileNames(folder.File("a.mcap")), mcap::SampleDescription(),
                       {.seconds = 3.0});
   // The clock is set back at the end, which is no reason for a new file.
-  for (const std::uint64_t second : {10, 11, 12, 13, 15, 16, 2}) {
+  for (const std::uint64_t second : {10U, 11U, 12U, 13U, 15U, 16U, 2U}) {
     ASSERT_TRUE(recording.Write(ChunkAt(second)));
   }
   ASSERT_TRUE(recording.Finish());

@@ -26,7 +26,7 @@ TEST(McapCompression, BytesComeBackFromEachCompression) {
   int compared = 0;
   for (const Compression compression : kAll) {
     Compressor compressor(compression, 1);
-    for (const std::size_t count : {0, 1, 1000, 9'000'000}) {
+    for (const std::size_t count : {0U, 1U, 1000U, 9'000'000U}) {
       const Bytes plain = SomeBytes(count);
       Bytes stored{1, 2, 3};  // stay where they are
       compressor.Append(plain, stored);
@@ -57,7 +57,7 @@ TEST(McapCompression, OneByteMoreOrLessThanTheChunkTellsIsRefused) {
     const Bytes plain = SomeBytes(5000);
     Bytes stored;
     Compressor(compression, 1).Append(plain, stored);
-    for (const std::size_t told : {4999, 5001}) {
+    for (const std::size_t told : {4999U, 5001U}) {
       Bytes back;
       std::string error;
       EXPECT_FALSE(Decompress(CompressionName(compression), stored, told, back, error));
