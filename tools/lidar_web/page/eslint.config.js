@@ -9,7 +9,12 @@ export default tseslint.config(
   {
     files: ["**/*.ts"],
     extends: [tseslint.configs.strictTypeChecked, tseslint.configs.stylisticTypeChecked],
-    languageOptions: { parserOptions: { project: "./tsconfig.json", tsconfigRootDir: dirname(fileURLToPath(import.meta.url)) } },
+    languageOptions: {
+      parserOptions: {
+        project: "./tsconfig.json",
+        tsconfigRootDir: dirname(fileURLToPath(import.meta.url)),
+      },
+    },
     rules: {
       eqeqeq: "error",
       "max-lines": ["error", 500],

@@ -1,14 +1,24 @@
 // The page: what the user does goes to settings, pins and frames; what they are goes to the views.
 
+import { Address } from "./address.js";
 import { viewPose, turnedPose, type ViewName } from "./camera_views.js";
 import { all, byId, setText } from "./dom.js";
-import { hasFlag, kCarriesReflectivity, kFlagBit, pointAt, type Directions, type Frame, type Vec3 } from "./frame.js";
+import {
+  hasFlag,
+  kCarriesReflectivity,
+  kFlagBit,
+  pointAt,
+  type Directions,
+  type Frame,
+  type Vec3,
+} from "./frame.js";
 import { FrameFlow } from "./frame_flow.js";
 import { healthOf } from "./health.js";
 import { HealthPanel } from "./health_panel.js";
 import { fillKeyList, type Action, listenToKeys } from "./keyboard.js";
 import { showLegend } from "./legend.js";
 import { pickPoint, project } from "./picking.js";
+import { Notice } from "./notice.js";
 import { PixelPanel, type Marked } from "./pixel_panel.js";
 import { pinsAfterClick, type Pins } from "./pins.js";
 import { infoOf, type PixelInfo } from "./pixel_info.js";
@@ -17,7 +27,6 @@ import { imageEcho, RangeImages } from "./range_images.js";
 import { fileName, kFileKinds, offerFile, pointFile, type FileKind } from "./saving.js";
 import { PointScene } from "./scene.js";
 import {
-  hashFromSettings,
   kColourings,
   kEchoChoices,
   kPointSizes,
@@ -30,8 +39,6 @@ import type { Hello } from "./stream.js";
 import { isLight, nextTheme, onSystemTheme, styleColour } from "./theme.js";
 
 const kHealthEveryMs = 200;
-const kNoticeMs = 6000;
-const kAddressAfterMs = 300;
 /** The grid follows the ground only over larger steps, metres: it must not tremble. */
 const kGroundStep = 0.3;
 const kGroundEveryFrames = 10;
@@ -45,8 +52,6 @@ export class App {
   private hovered: number | null = null;
   private pins: Pins = [];
   private latencyMs: number | null = null;
-  private addressTimer: number | undefined;
-  private noticeTimer: number | undefined;
 
   private readonly canvas = byId("points", HTMLCanvasElement);
   private readonly scene = new PointScene(this.canvas);
@@ -56,16 +61,21 @@ export class App {
   );
   private readonly pixelPanel = new PixelPanel();
   private readonly healthPanel = new HealthPanel();
-  private readonly settingsPanel = new SettingsPanel((changed) => { this.change(changed); });
+  private readonly settingsPanel = new SettingsPanel((changed) => {
+    this.change(changed);
+  });
   private readonly help = byId("help", HTMLDialogElement);
-  private readonly notice = byId("notice", HTMLElement);
+  private readonly notice = new Notice();
+  private readonly address = new Address(() => this.settings);
   private readonly flow: FrameFlow;
 
   constructor() {
-    this.scene.onDrawn = () => { this.afterDraw(); };
+    this.scene.onDrawn = () => {
+      this.afterDraw();
+    };
     this.scene.onMoved = () => {
       this.settings.camera = this.scene.pose();
-      this.keepAddress();
+      this.address.writeSoon();
     };
     this.listen();
     this.showSettings();
@@ -73,18 +83,29 @@ export class App {
     else this.showView("reset");
     const scheme = location.protocol === "https:" ? "wss" : "ws";
     this.flow = new FrameFlow(`${scheme}://${location.host}/stream`, {
-      onHello: (hello) => { this.showSource(hello); },
-      onDirections: (directions) => { this.takeDirections(directions); },
-      onShown: (frame) => { this.showFrame(frame); },
-      onChange: () => { this.showHealth(); },
+      onHello: (hello) => {
+        this.showSource(hello);
+      },
+      onDirections: (directions) => {
+        this.takeDirections(directions);
+      },
+      onShown: (frame) => {
+        this.showFrame(frame);
+      },
+      onChange: () => {
+        this.showHealth();
+      },
     });
-    window.setInterval(() => { this.showHealth(); }, kHealthEveryMs);
+    window.setInterval(() => {
+      this.showHealth();
+    }, kHealthEveryMs);
   }
 
   /** Where a place is shown, pixels of the page; null where it has no point in view. */
   placeOnPage(place: number): { x: number; y: number } | null {
     const frame = this.flow.history.shown;
-    const point = frame === null || this.directions === null ? null : pointAt(frame, this.directions, place);
+    const point =
+      frame === null || this.directions === null ? null : pointAt(frame, this.directions, place);
     const at = point === null ? null : project(this.scene.matrix(), this.scene.size(), point);
     const { left, top } = this.canvas.getBoundingClientRect();
     return at === null ? null : { x: left + at.x, y: top + at.y };
@@ -120,14 +141,23 @@ export class App {
       },
     };
     listenToPoints(this.canvas, (x, y, reach) => this.pick(x, y, reach), events);
-    const echo = () => this.flow.history.shown === null ? 0 : imageEcho(this.settings, this.flow.history.shown);
+    const echo = () =>
+      this.flow.history.shown === null ? 0 : imageEcho(this.settings, this.flow.history.shown);
     listenToImage(byId("range-image", HTMLCanvasElement), echo, events);
     listenToImage(byId("reflectivity-image", HTMLCanvasElement), echo, events);
-    listenToKeys((action) => { this.act(action); });
-    onSystemTheme(() => { this.showSettings(); });
-    window.addEventListener("hashchange", () => { this.takeAddress(); });
+    listenToKeys((action) => {
+      this.act(action);
+    });
+    onSystemTheme(() => {
+      this.showSettings();
+    });
+    window.addEventListener("hashchange", () => {
+      this.takeAddress();
+    });
     const click = (id: string, action: Action) => {
-      byId(id, HTMLButtonElement).addEventListener("click", () => { this.act(action); });
+      byId(id, HTMLButtonElement).addEventListener("click", () => {
+        this.act(action);
+      });
     };
     click("pause", { do: "pause" });
     click("step-back", { do: "step", by: -1 });
@@ -136,12 +166,18 @@ export class App {
     click("copy-link", { do: "link" });
     click("theme", { do: "theme" });
     click("help-open", { do: "help" });
-    byId("help-close", HTMLButtonElement).addEventListener("click", () => { this.help.close(); });
+    byId("help-close", HTMLButtonElement).addEventListener("click", () => {
+      this.help.close();
+    });
     for (const button of all("[data-view]", HTMLButtonElement)) {
-      button.addEventListener("click", () => { this.showView(button.dataset.view as ViewName); });
+      button.addEventListener("click", () => {
+        this.showView(button.dataset.view as ViewName);
+      });
     }
     for (const button of all("[data-save]", HTMLButtonElement)) {
-      button.addEventListener("click", () => { void this.save(button.dataset.save ?? ""); });
+      button.addEventListener("click", () => {
+        void this.save(button.dataset.save ?? "");
+      });
     }
     fillKeyList(byId("keys", HTMLElement));
   }
@@ -198,7 +234,7 @@ export class App {
   private change(changed: Partial<Settings>): void {
     this.settings = { ...this.settings, ...changed };
     this.showSettings();
-    this.keepAddress();
+    this.address.writeSoon();
   }
 
   private showSettings(): void {
@@ -237,9 +273,8 @@ export class App {
     this.scene.setPose(viewPose(name, this.scene.aspect(), this.ground));
     // The first view is the page's own: it fits each window and needs no place in the address.
     if (name === "reset") {
-      window.clearTimeout(this.addressTimer);
       this.settings.camera = null;
-      this.writeAddress();
+      this.address.write();
     }
   }
 
@@ -259,7 +294,10 @@ export class App {
     this.settingsPanel.allow(hasFlag(frame.carries, kCarriesReflectivity), hasGround, hasFlags);
     this.showColours();
     this.images.draw(frame, this.settings);
-    setText(byId("image-echo", HTMLElement), frame.echoes > 1 ? `of echo ${String(imageEcho(this.settings, frame))}` : "");
+    setText(
+      byId("image-echo", HTMLElement),
+      frame.echoes > 1 ? `of echo ${String(imageEcho(this.settings, frame))}` : "",
+    );
     this.showPixels();
   }
 
@@ -269,7 +307,8 @@ export class App {
     if (this.groundIsKnown && this.framesUntilGround > 0) return;
     this.framesUntilGround = kGroundEveryFrames;
     const height = groundHeight(frame, this.directions);
-    if (height === null || (this.groundIsKnown && Math.abs(height - this.ground) < kGroundStep)) return;
+    if (height === null || (this.groundIsKnown && Math.abs(height - this.ground) < kGroundStep))
+      return;
     const isFirst = !this.groundIsKnown;
     this.ground = height;
     this.groundIsKnown = true;
@@ -281,7 +320,13 @@ export class App {
     if (frame !== null && !this.flow.history.isPaused) {
       this.latencyMs = Date.now() - this.flow.clock.pageMs(frame.lastUs);
     }
-    this.pixelPanel.showSceneMarks(frame, this.directions, this.marked, this.scene.matrix(), this.scene.size());
+    this.pixelPanel.showSceneMarks(
+      frame,
+      this.directions,
+      this.marked,
+      this.scene.matrix(),
+      this.scene.size(),
+    );
     (this.flow as FrameFlow | undefined)?.drawn();
   }
 
@@ -289,10 +334,21 @@ export class App {
     const frame = this.shownFrame();
     this.pixelPanel.showValues(frame, this.directions, this.marked);
     this.pixelPanel.showImageMarks(this.marked);
-    this.pixelPanel.showSceneMarks(frame, this.directions, this.marked, this.scene.matrix(), this.scene.size());
+    this.pixelPanel.showSceneMarks(
+      frame,
+      this.directions,
+      this.marked,
+      this.scene.matrix(),
+      this.scene.size(),
+    );
     if (frame !== null) this.pixelPanel.showPlot(this.flow.history, this.pins);
-    const ends = frame === null || this.directions === null ? [] : this.pins.map((pin) => this.pointOf(frame, pin));
-    this.scene.setRuler(ends.length === 2 && ends[0] !== null && ends[1] !== null ? [ends[0], ends[1]] : null);
+    const ends =
+      frame === null || this.directions === null
+        ? []
+        : this.pins.map((pin) => this.pointOf(frame, pin));
+    this.scene.setRuler(
+      ends.length === 2 && ends[0] !== null && ends[1] !== null ? [ends[0], ends[1]] : null,
+    );
   }
 
   private pointOf(frame: Frame, place: number): Vec3 | null {
@@ -303,7 +359,13 @@ export class App {
     const frame = this.shownFrame();
     if (frame === null || this.directions === null) return null;
     const { settings, directions } = this;
-    const input = { frame, directions, settings, matrix: this.scene.matrix(), size: this.scene.size() };
+    const input = {
+      frame,
+      directions,
+      settings,
+      matrix: this.scene.matrix(),
+      size: this.scene.size(),
+    };
     return pickPoint(input, x, y, reach);
   }
 
@@ -327,59 +389,47 @@ export class App {
     pause.setAttribute("aria-pressed", String(history.isPaused));
     setText(pause, history.isPaused ? "Go on" : "Pause");
     const back = history.newer > 0 ? `, ${String(history.newer)} back` : "";
-    const name = history.shown === null ? "no frame" : `frame ${String(history.shown.serial)}, id ${String(history.shown.id)}${back}`;
+    const name =
+      history.shown === null
+        ? "no frame"
+        : `frame ${String(history.shown.serial)}, id ${String(history.shown.id)}${back}`;
     setText(byId("frame-name", HTMLOutputElement), name);
   }
 
   private showSource(hello: Hello): void {
     byId("geometry", HTMLElement).hidden = !hello.default_directions;
     const { source, directions, version } = hello;
-    setText(byId("source", HTMLElement), `Shows ${source}. Directions: ${directions}. lidar_web ${version}.`);
+    setText(
+      byId("source", HTMLElement),
+      `Shows ${source}. Directions: ${directions}. lidar_web ${version}.`,
+    );
   }
 
   private async save(kind: string): Promise<void> {
     const frame = this.shownFrame();
     try {
       if (frame === null) throw new Error("no frame yet");
-      const blob = kFileKinds.includes(kind as FileKind) ? await pointFile(frame, kind as FileKind) : await this.scene.picture();
+      const blob = kFileKinds.includes(kind as FileKind)
+        ? await pointFile(frame, kind as FileKind)
+        : await this.scene.picture();
       if (blob === null) throw new Error("the browser made no picture");
       offerFile(blob, fileName(frame, kind));
     } catch (error) {
-      this.tell(`Not saved: ${error instanceof Error ? error.message : String(error)}`);
+      this.notice.tell(`Not saved: ${error instanceof Error ? error.message : String(error)}`);
     }
   }
 
   private async copyLink(): Promise<void> {
     // Also of the first view, which is another one in a window of another shape.
     this.settings.camera = this.scene.pose();
-    this.writeAddress();
+    this.address.write();
     try {
       await navigator.clipboard.writeText(location.href);
-      this.tell("The link is copied.");
+      this.notice.tell("The link is copied.");
     } catch {
       // Browsers give the clipboard only to pages of this machine or by https.
-      this.tell("Copy the link from the address line.");
+      this.notice.tell("Copy the link from the address line.");
     }
-  }
-
-  private tell(text: string): void {
-    this.notice.textContent = text;
-    this.notice.hidden = false;
-    window.clearTimeout(this.noticeTimer);
-    this.noticeTimer = window.setTimeout(() => { this.notice.hidden = true; }, kNoticeMs);
-  }
-
-  /** The camera moves often; the address follows when it stands. */
-  private keepAddress(): void {
-    window.clearTimeout(this.addressTimer);
-    this.addressTimer = window.setTimeout(() => {
-      this.writeAddress();
-    }, kAddressAfterMs);
-  }
-
-  private writeAddress(): void {
-    const hash = hashFromSettings(this.settings);
-    history.replaceState(null, "", hash === "" ? location.pathname : `#${hash}`);
   }
 
   private takeAddress(): void {

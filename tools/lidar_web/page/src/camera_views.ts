@@ -25,7 +25,10 @@ export function viewPose(name: ViewName, aspect: number, ground: number): Camera
   switch (name) {
     case "top": {
       const height = 38 * back;
-      return { position: [kMiddle - height * kTilt, 0, ground + height], target: [kMiddle, 0, ground] };
+      return {
+        position: [kMiddle - height * kTilt, 0, ground + height],
+        target: [kMiddle, 0, ground],
+      };
     }
     case "front":
       // From the sensor's place on: what the sensor sees.
@@ -33,7 +36,10 @@ export function viewPose(name: ViewName, aspect: number, ground: number): Camera
     case "side":
       return { position: [kMiddle, -26 * back, ground + 3], target };
     case "reset":
-      return { position: [-7.5 * back, -6 * back, ground + 8 * back], target: [kMiddle - 3, 0, ground + 0.5] };
+      return {
+        position: [-7.5 * back, -6 * back, ground + 8 * back],
+        target: [kMiddle - 3, 0, ground + 0.5],
+      };
   }
 }
 
@@ -43,7 +49,10 @@ export function turnedPose(pose: CameraPose, around: number, up: number, zoom: n
   const distance = Math.hypot(dx, dy, dz) * zoom;
   const azimuth = Math.atan2(dy, dx) + around;
   const steepest = Math.PI / 2 - kTilt;
-  const elevation = Math.min(Math.max(Math.atan2(dz, Math.hypot(dx, dy)) + up, -steepest), steepest);
+  const elevation = Math.min(
+    Math.max(Math.atan2(dz, Math.hypot(dx, dy)) + up, -steepest),
+    steepest,
+  );
   const flat = distance * Math.cos(elevation);
   return {
     position: [

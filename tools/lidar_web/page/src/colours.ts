@@ -35,7 +35,8 @@ function rampColour(share: number): Rgb {
   const [low, from] = kAnchors[index - 1];
   const [high, to] = kAnchors[index];
   const part = (share - low) / (high - low);
-  const mix = (channel: 0 | 1 | 2) => Math.round(from[channel] + (to[channel] - from[channel]) * part);
+  const mix = (channel: 0 | 1 | 2) =>
+    Math.round(from[channel] + (to[channel] - from[channel]) * part);
   return [mix(0), mix(1), mix(2)];
 }
 

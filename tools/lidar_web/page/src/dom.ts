@@ -7,7 +7,9 @@ export function byId<T extends HTMLElement>(id: string, kind: new () => T): T {
 }
 
 export function all<T extends HTMLElement>(selector: string, kind: new () => T): T[] {
-  return [...document.querySelectorAll(selector)].filter((element): element is T => element instanceof kind);
+  return [...document.querySelectorAll(selector)].filter(
+    (element): element is T => element instanceof kind,
+  );
 }
 
 /** Writes only what has changed, so that a page that stands still causes no layout. */

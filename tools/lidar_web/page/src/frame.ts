@@ -69,7 +69,11 @@ export function placeOf(pixel: Pixel): number {
 
 export function pixelAt(place: number): Pixel {
   const inEcho = place % kPixels;
-  return { echo: Math.floor(place / kPixels), row: Math.floor(inEcho / kCols), col: inEcho % kCols };
+  return {
+    echo: Math.floor(place / kPixels),
+    row: Math.floor(inEcho / kCols),
+    col: inEcho % kCols,
+  };
 }
 
 /** Metres; 0 without a return. */

@@ -37,8 +37,12 @@ export class FrameFlow {
     private readonly events: FlowEvents,
   ) {
     this.link = new Link(url, {
-      onState: (state) => { this.takeState(state); },
-      onText: (message) => { this.takeText(message); },
+      onState: (state) => {
+        this.takeState(state);
+      },
+      onText: (message) => {
+        this.takeText(message);
+      },
       onBinary: (message) => {
         if (message.kind === "frame") this.takeFrame(message.frame, message.transfer);
         else this.events.onDirections(message.directions);

@@ -62,7 +62,12 @@ function makeLabel(text: string): { sprite: Sprite; paint: (colour: string) => v
   const texture = new CanvasTexture(canvas);
   texture.colorSpace = SRGBColorSpace;
   const sprite = new Sprite(
-    new SpriteMaterial({ map: texture, sizeAttenuation: false, depthTest: false, transparent: true }),
+    new SpriteMaterial({
+      map: texture,
+      sizeAttenuation: false,
+      depthTest: false,
+      transparent: true,
+    }),
   );
   sprite.scale.set(0.064, 0.024, 1);
   const paint = (colour: string) => {

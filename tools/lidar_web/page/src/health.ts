@@ -25,7 +25,8 @@ export interface HealthInput {
   shownTakenMs: number | null;
 }
 
-export type StateName = "no server" | "no source" | "silent" | "stalled" | "paused" | "live" | "waiting";
+export type StateName =
+  "no server" | "no source" | "silent" | "stalled" | "paused" | "live" | "waiting";
 
 export interface Health {
   state: StateName;
@@ -59,19 +60,25 @@ function secondsText(ms: number): string {
 function silenceOf(input: HealthInput, figures: Figures): number | null {
   if (figures.silent_s === null) return null;
   const told = figures.silent_s * 1000 + (input.nowMs - input.figuresAtMs);
-  return input.newestTakenMs === null ? told : Math.min(told, Math.max(0, input.nowMs - input.newestTakenMs));
+  return input.newestTakenMs === null
+    ? told
+    : Math.min(told, Math.max(0, input.nowMs - input.newestTakenMs));
 }
 
 function stateOf(input: HealthInput): { state: StateName; text: string } {
   const { nowMs, figures } = input;
-  if (input.link !== "open") return { state: "no server", text: "server not reached, trying again" };
+  if (input.link !== "open")
+    return { state: "no server", text: "server not reached, trying again" };
   // The server sends its figures twice a second, so three of them are missing.
   if (figures === null || nowMs - input.figuresAtMs > 2000) {
     return { state: "no server", text: "server does not answer" };
   }
   const silentMs = silenceOf(input, figures);
   if (silentMs !== null && silentMs > kStallMs) {
-    return { state: "silent", text: `node silent since ${clockText(nowMs - silentMs)} (${secondsText(silentMs)})` };
+    return {
+      state: "silent",
+      text: `node silent since ${clockText(nowMs - silentMs)} (${secondsText(silentMs)})`,
+    };
   }
   if (!figures.source_ok) return { state: "no source", text: `no source: ${figures.source}` };
   if (silentMs === null) return { state: "waiting", text: "no packet yet" };

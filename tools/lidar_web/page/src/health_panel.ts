@@ -19,7 +19,12 @@ export class HealthPanel {
   };
 
   /** @param latencyMs of the frame drawn last; null without one */
-  show(health: Health, latencyMs: number | null, frame: Frame | null, figures: Figures | null): void {
+  show(
+    health: Health,
+    latencyMs: number | null,
+    frame: Frame | null,
+    figures: Figures | null,
+  ): void {
     setText(this.state, health.text);
     this.state.dataset.state = health.state;
     const { fields } = this;

@@ -30,21 +30,71 @@ const kTurns = [
 
 export const kKeys: readonly Key[] = [
   { keys: [" "], label: "space", meaning: "pause, go on", action: () => ({ do: "pause" }) },
-  { keys: [",", "."], label: ", .", meaning: "a frame back, a frame forward (pauses)", action: (i) => ({ do: "step", by: i === 0 ? -1 : 1 }) },
-  { keys: ["1", "2", "3", "4", "5", "6"], label: "1 – 6", meaning: `colour by ${kColourings.join(", ")}`, action: (i) => ({ do: "colour", index: i }) },
-  { keys: ["e"], label: "E", meaning: "both echoes, echo 0, echo 1", action: () => ({ do: "pick-echo" }) },
-  { keys: ["[", "]"], label: "[ ]", meaning: "smaller, larger points", action: (i) => ({ do: "size", by: i === 0 ? -0.5 : 0.5 }) },
+  {
+    keys: [",", "."],
+    label: ", .",
+    meaning: "a frame back, a frame forward (pauses)",
+    action: (i) => ({ do: "step", by: i === 0 ? -1 : 1 }),
+  },
+  {
+    keys: ["1", "2", "3", "4", "5", "6"],
+    label: "1 – 6",
+    meaning: `colour by ${kColourings.join(", ")}`,
+    action: (i) => ({ do: "colour", index: i }),
+  },
+  {
+    keys: ["e"],
+    label: "E",
+    meaning: "both echoes, echo 0, echo 1",
+    action: () => ({ do: "pick-echo" }),
+  },
+  {
+    keys: ["[", "]"],
+    label: "[ ]",
+    meaning: "smaller, larger points",
+    action: (i) => ({ do: "size", by: i === 0 ? -0.5 : 0.5 }),
+  },
   { keys: ["r"], label: "R", meaning: "first view", action: () => ({ do: "view", name: "reset" }) },
   { keys: ["t"], label: "T", meaning: "from above", action: () => ({ do: "view", name: "top" }) },
-  { keys: ["f"], label: "F", meaning: "from the front, as the sensor looks", action: () => ({ do: "view", name: "front" }) },
-  { keys: ["s"], label: "S", meaning: "from the side", action: () => ({ do: "view", name: "side" }) },
-  { keys: ["ArrowLeft", "ArrowRight", "ArrowUp", "ArrowDown"], label: "arrows", meaning: "turn the view", action: (i) => ({ do: "turn", around: kTurns[i][0], up: kTurns[i][1], zoom: 1 }) },
-  { keys: ["+", "-"], label: "+ -", meaning: "nearer, farther", action: (i) => ({ do: "turn", around: 0, up: 0, zoom: i === 0 ? kZoom : 1 / kZoom }) },
+  {
+    keys: ["f"],
+    label: "F",
+    meaning: "from the front, as the sensor looks",
+    action: () => ({ do: "view", name: "front" }),
+  },
+  {
+    keys: ["s"],
+    label: "S",
+    meaning: "from the side",
+    action: () => ({ do: "view", name: "side" }),
+  },
+  {
+    keys: ["ArrowLeft", "ArrowRight", "ArrowUp", "ArrowDown"],
+    label: "arrows",
+    meaning: "turn the view",
+    action: (i) => ({ do: "turn", around: kTurns[i][0], up: kTurns[i][1], zoom: 1 }),
+  },
+  {
+    keys: ["+", "-"],
+    label: "+ -",
+    meaning: "nearer, farther",
+    action: (i) => ({ do: "turn", around: 0, up: 0, zoom: i === 0 ? kZoom : 1 / kZoom }),
+  },
   { keys: ["g"], label: "G", meaning: "grid and rings", action: () => ({ do: "grid" }) },
   { keys: ["c"], label: "C", meaning: "clear the pins", action: () => ({ do: "clear" }) },
-  { keys: ["p"], label: "P", meaning: "save the view as a picture", action: () => ({ do: "save" }) },
+  {
+    keys: ["p"],
+    label: "P",
+    meaning: "save the view as a picture",
+    action: () => ({ do: "save" }),
+  },
   { keys: ["l"], label: "L", meaning: "copy a link to this view", action: () => ({ do: "link" }) },
-  { keys: ["d"], label: "D", meaning: "light, dark or as the system has it", action: () => ({ do: "theme" }) },
+  {
+    keys: ["d"],
+    label: "D",
+    meaning: "light, dark or as the system has it",
+    action: () => ({ do: "theme" }),
+  },
   { keys: ["?"], label: "?", meaning: "this list", action: () => ({ do: "help" }) },
 ];
 
@@ -67,7 +117,8 @@ function isTakenBy(target: EventTarget | null, key: string): boolean {
 
 export function listenToKeys(act: (action: Action) => void): void {
   document.addEventListener("keydown", (event) => {
-    if (event.ctrlKey || event.altKey || event.metaKey || isTakenBy(event.target, event.key)) return;
+    if (event.ctrlKey || event.altKey || event.metaKey || isTakenBy(event.target, event.key))
+      return;
     if (document.querySelector("dialog[open]") !== null) return;
     const action = actionOf(event.key);
     if (action === null) return;

@@ -1,6 +1,12 @@
 // The colour bar with its unit, or the classes with their colours.
 
-import { kEchoCategories, kGroundCategories, knownCategories, shaded, type Category } from "./colours.js";
+import {
+  kEchoCategories,
+  kGroundCategories,
+  knownCategories,
+  shaded,
+  type Category,
+} from "./colours.js";
 import { drawBar } from "./range_images.js";
 import type { Colouring, Settings } from "./settings.js";
 import { colourScale } from "./shown.js";
@@ -41,7 +47,8 @@ function scaleElements(settings: Settings, ground: number, light: boolean): HTML
   drawBar(bar, light);
   const ends = document.createElement("div");
   ends.className = "ends";
-  for (const value of [low, (low + high) / 2, high]) ends.append(textElement("span", value.toFixed(digits)));
+  for (const value of [low, (low + high) / 2, high])
+    ends.append(textElement("span", value.toFixed(digits)));
   return [bar, ends];
 }
 
@@ -60,7 +67,13 @@ function classElements(categories: readonly Category[], light: boolean): HTMLEle
 }
 
 /** Called with each frame; it builds nothing anew that would be the same. */
-export function showLegend(parent: HTMLElement, settings: Settings, ground: number, knownFlags: number, light: boolean): void {
+export function showLegend(
+  parent: HTMLElement,
+  settings: Settings,
+  ground: number,
+  knownFlags: number,
+  light: boolean,
+): void {
   const { colouring, range, reflectivity } = settings;
   const key = JSON.stringify([colouring, range, reflectivity, ground, knownFlags, light]);
   if (parent.dataset.key === key) return;
@@ -68,6 +81,8 @@ export function showLegend(parent: HTMLElement, settings: Settings, ground: numb
   const categories = categoriesOf(colouring, knownFlags);
   parent.replaceChildren(
     textElement("div", kTitles[settings.colouring]),
-    ...(categories === null ? scaleElements(settings, ground, light) : classElements(categories, light)),
+    ...(categories === null
+      ? scaleElements(settings, ground, light)
+      : classElements(categories, light)),
   );
 }

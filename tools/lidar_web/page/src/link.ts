@@ -1,6 +1,14 @@
 // The connection to the server. It comes back by itself.
 
-import { decodeBinary, decodeText, encodePull, kSubprotocol, type BinaryMessage, type Figures, type Hello } from "./stream.js";
+import {
+  decodeBinary,
+  decodeText,
+  encodePull,
+  kSubprotocol,
+  type BinaryMessage,
+  type Figures,
+  type Hello,
+} from "./stream.js";
 import type { LinkState } from "./health.js";
 
 const kFirstWaitMs = 250;
@@ -29,7 +37,9 @@ export class Link {
     private readonly url: string,
     private readonly events: LinkEvents,
   ) {
-    window.setInterval(() => { this.dropIfDead(); }, 1000);
+    window.setInterval(() => {
+      this.dropIfDead();
+    }, 1000);
     this.connect();
   }
 
@@ -50,7 +60,9 @@ export class Link {
       this.lastMessageMs = Date.now();
       this.events.onState("open");
     };
-    socket.onclose = () => { this.retry(socket); };
+    socket.onclose = () => {
+      this.retry(socket);
+    };
     socket.onmessage = (event: MessageEvent<string | ArrayBuffer>) => {
       if (socket !== this.socket) return;
       this.lastMessageMs = Date.now();
@@ -73,7 +85,9 @@ export class Link {
     this.socket = null;
     this.events.onState("closed");
     window.clearTimeout(this.timer);
-    this.timer = window.setTimeout(() => { this.connect(); }, waitBeforeTry(this.tries));
+    this.timer = window.setTimeout(() => {
+      this.connect();
+    }, waitBeforeTry(this.tries));
     this.tries += 1;
   }
 

@@ -35,7 +35,15 @@ export const kInfoNames: readonly (readonly [keyof PixelInfo, string])[] = [
 
 const kNothing = "–";
 
-export const kNoInfo: PixelInfo = { pixel: "", range: "", reflectivity: "", x: "", y: "", z: "", flags: "" };
+export const kNoInfo: PixelInfo = {
+  pixel: "",
+  range: "",
+  reflectivity: "",
+  x: "",
+  y: "",
+  z: "",
+  flags: "",
+};
 
 function metres(value: number): string {
   return `${value.toFixed(3)} m`;
@@ -52,7 +60,9 @@ export function infoOf(frame: Frame, directions: Directions | null, place: numbe
   return {
     pixel: name,
     range: metres(range),
-    reflectivity: hasFlag(frame.carries, kCarriesReflectivity) ? String(frame.reflectivity[place]) : kNothing,
+    reflectivity: hasFlag(frame.carries, kCarriesReflectivity)
+      ? String(frame.reflectivity[place])
+      : kNothing,
     x: coordinate(0),
     y: coordinate(1),
     z: coordinate(2),
@@ -61,7 +71,12 @@ export function infoOf(frame: Frame, directions: Directions | null, place: numbe
 }
 
 /** Between the points of two pixels; null where one has no return. */
-export function distanceOf(frame: Frame, directions: Directions, a: number, b: number): number | null {
+export function distanceOf(
+  frame: Frame,
+  directions: Directions,
+  a: number,
+  b: number,
+): number | null {
   const from = pointAt(frame, directions, a);
   const to = pointAt(frame, directions, b);
   return from === null || to === null ? null : distanceBetween(from, to);

@@ -57,7 +57,9 @@ export class PixelPanel {
       frame === null || place === null ? kNoInfo : infoOf(frame, directions, place),
     );
     kInfoNames.forEach(([name], row) => {
-      infos.forEach((info, column) => { setText(this.cells[row][column], info[name]); });
+      infos.forEach((info, column) => {
+        setText(this.cells[row][column], info[name]);
+      });
     });
     this.clear.disabled = marked.pins.length === 0;
     setText(this.distance, this.distanceText(frame, directions, marked.pins));
@@ -89,11 +91,19 @@ export class PixelPanel {
   }
 
   /** A pixel without a return has no place among the points. */
-  showSceneMarks(frame: Frame | null, directions: Directions | null, marked: Marked, matrix: Matrix, size: Size): void {
+  showSceneMarks(
+    frame: Frame | null,
+    directions: Directions | null,
+    marked: Marked,
+    matrix: Matrix,
+    size: Size,
+  ): void {
     placesOf(marked).forEach((place, i) => {
       const mark = this.sceneMarks[i];
       const point: Vec3 | null =
-        frame === null || directions === null || place === null ? null : pointAt(frame, directions, place);
+        frame === null || directions === null || place === null
+          ? null
+          : pointAt(frame, directions, place);
       const at = point === null ? null : project(matrix, size, point);
       mark.hidden = at === null;
       if (at === null) return;
@@ -105,7 +115,10 @@ export class PixelPanel {
   private distanceText(frame: Frame | null, directions: Directions | null, pins: Pins): string {
     if (pins.length === 0) return "Click a pixel or a point to pin it.";
     if (pins.length === 1) return "Click another one for their distance.";
-    const metres = frame === null || directions === null ? null : distanceOf(frame, directions, pins[0], pins[1]);
+    const metres =
+      frame === null || directions === null
+        ? null
+        : distanceOf(frame, directions, pins[0], pins[1]);
     return `A to B: ${metres === null ? "no return" : `${metres.toFixed(3)} m`}`;
   }
 }

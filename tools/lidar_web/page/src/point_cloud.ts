@@ -125,8 +125,14 @@ export class PointCloud {
     this.echoes.forEach((points, echo) => {
       const { uniforms } = points.material;
       points.visible = echo < this.shownEchoes && echoIsShown(settings, echo);
-      (uniforms.rangeLimits.value as Vector2).set(settings.range.low, Math.min(farLimit(settings), 1e6));
-      (uniforms.reflectivityLimits.value as Vector2).set(settings.reflectivity.low, settings.reflectivity.high);
+      (uniforms.rangeLimits.value as Vector2).set(
+        settings.range.low,
+        Math.min(farLimit(settings), 1e6),
+      );
+      (uniforms.reflectivityLimits.value as Vector2).set(
+        settings.reflectivity.low,
+        settings.reflectivity.high,
+      );
       (uniforms.scale.value as Vector2).set(scale.low, scale.high);
       uniforms.pointSize.value = settings.pointSize * pixelRatio;
       uniforms.colouring.value = kShaderColouring[settings.colouring];

@@ -3,11 +3,21 @@
 import { kFlagCategories } from "./colours.js";
 
 /** Colourings as the shader numbers them. */
-export const kShaderColouring = { range: 0, reflectivity: 1, height: 2, echo: 3, ground: 4, flags: 5 };
+export const kShaderColouring = {
+  range: 0,
+  reflectivity: 1,
+  height: 2,
+  echo: 3,
+  ground: 4,
+  flags: 5,
+};
 
-const kFlagTests = kFlagCategories.map(
-  (entry, i) => `    else if (((bits >> ${String(entry.bit)}) & 1) == 1) colour = palette[${String(i + 1)}];`,
-).join("\n");
+const kFlagTests = kFlagCategories
+  .map(
+    (entry, i) =>
+      `    else if (((bits >> ${String(entry.bit)}) & 1) == 1) colour = palette[${String(i + 1)}];`,
+  )
+  .join("\n");
 
 /** `position` is the pixel's unit direction, so that three takes it for the points' places. */
 export const kVertexShader = `

@@ -29,7 +29,10 @@ export function listenToPoints(
     pressed = event.isPrimary && event.button === 0 ? { x: event.clientX, y: event.clientY } : null;
   });
   canvas.addEventListener("pointerup", (event) => {
-    const moved = pressed === null ? Infinity : Math.hypot(event.clientX - pressed.x, event.clientY - pressed.y);
+    const moved =
+      pressed === null
+        ? Infinity
+        : Math.hypot(event.clientX - pressed.x, event.clientY - pressed.y);
     pressed = null;
     if (moved > kClickSlack) return;
     const place = pick(event.offsetX, event.offsetY, reachOf(event));
@@ -40,7 +43,8 @@ export function listenToPoints(
     // All points are looked at, so once a picture is enough.
     if (waiting === null) {
       requestAnimationFrame(() => {
-        if (waiting !== null) events.hover(pick(waiting.offsetX, waiting.offsetY, reachOf(waiting)));
+        if (waiting !== null)
+          events.hover(pick(waiting.offsetX, waiting.offsetY, reachOf(waiting)));
         waiting = null;
       });
     }
@@ -53,15 +57,23 @@ export function listenToPoints(
 }
 
 /** @param echoOf the echo that the image shows */
-export function listenToImage(canvas: HTMLCanvasElement, echoOf: () => number, events: PointingEvents): void {
+export function listenToImage(
+  canvas: HTMLCanvasElement,
+  echoOf: () => number,
+  events: PointingEvents,
+): void {
   const placeUnder = (event: PointerEvent | MouseEvent): number | null => {
     const x = event.offsetX / canvas.clientWidth;
     const y = event.offsetY / canvas.clientHeight;
     const pixel = pixelUnder(x, y, echoOf());
     return pixel === null ? null : placeOf(pixel);
   };
-  canvas.addEventListener("pointermove", (event) => { events.hover(placeUnder(event)); });
-  canvas.addEventListener("pointerleave", () => { events.hover(null); });
+  canvas.addEventListener("pointermove", (event) => {
+    events.hover(placeUnder(event));
+  });
+  canvas.addEventListener("pointerleave", () => {
+    events.hover(null);
+  });
   canvas.addEventListener("click", (event) => {
     const place = placeUnder(event);
     if (place !== null) events.pin(place);

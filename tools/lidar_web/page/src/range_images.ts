@@ -65,9 +65,25 @@ export class RangeImages {
 
   draw(frame: Frame, settings: Settings): void {
     const { data, ramp, none } = this;
-    paint(data.data, frame, settings, ramp, settings.range, none, (place) => frame.range[place] * frame.unitMetres);
+    paint(
+      data.data,
+      frame,
+      settings,
+      ramp,
+      settings.range,
+      none,
+      (place) => frame.range[place] * frame.unitMetres,
+    );
     this.rangeCanvas.getContext("2d")?.putImageData(data, 0, 0);
-    paint(data.data, frame, settings, ramp, settings.reflectivity, none, (place) => frame.reflectivity[place]);
+    paint(
+      data.data,
+      frame,
+      settings,
+      ramp,
+      settings.reflectivity,
+      none,
+      (place) => frame.reflectivity[place],
+    );
     this.reflectivityCanvas.getContext("2d")?.putImageData(data, 0, 0);
   }
 }
@@ -82,7 +98,10 @@ export function pixelUnder(x: number, y: number, echo: number): Pixel | null {
 
 /** Middle of a pixel in an image, in percent of its width and height. */
 export function middleOf(pixel: Pixel): { left: number; top: number } {
-  return { left: ((pixel.col + 0.5) / kCols) * 100, top: ((kRows - pixel.row - 0.5) / kRows) * 100 };
+  return {
+    left: ((pixel.col + 0.5) / kCols) * 100,
+    top: ((kRows - pixel.row - 0.5) / kRows) * 100,
+  };
 }
 
 /** The ramp from left to right, for the colour bar. */

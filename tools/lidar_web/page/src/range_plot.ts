@@ -26,7 +26,12 @@ export function plotScale(lines: readonly PlotLine[]): Limits | null {
   return { low: low - missing, high: high + missing };
 }
 
-function drawLine(context: CanvasRenderingContext2D, line: PlotLine, xOf: (i: number) => number, yOf: (r: number) => number): void {
+function drawLine(
+  context: CanvasRenderingContext2D,
+  line: PlotLine,
+  xOf: (i: number) => number,
+  yOf: (r: number) => number,
+): void {
   context.strokeStyle = line.colour;
   context.fillStyle = line.colour;
   context.beginPath();
@@ -48,7 +53,12 @@ function drawLine(context: CanvasRenderingContext2D, line: PlotLine, xOf: (i: nu
 }
 
 /** The newest frame is at the right edge. */
-export function drawPlot(canvas: HTMLCanvasElement, lines: readonly PlotLine[], edge: string, text: string): void {
+export function drawPlot(
+  canvas: HTMLCanvasElement,
+  lines: readonly PlotLine[],
+  edge: string,
+  text: string,
+): void {
   const ratio = window.devicePixelRatio;
   const width = canvas.clientWidth;
   const height = canvas.clientHeight;

@@ -17,12 +17,15 @@ export function offerFile(blob: Blob, name: string): void {
   link.download = name;
   link.click();
   // The browser reads it after the click.
-  window.setTimeout(() => { URL.revokeObjectURL(url); }, 60_000);
+  window.setTimeout(() => {
+    URL.revokeObjectURL(url);
+  }, 60_000);
 }
 
 /** Throws with the server's reason when it makes no file. */
 export async function pointFile(frame: Frame, kind: FileKind): Promise<Blob> {
   const answer = await fetch(`frame.${kind}`, { method: "POST", body: frame.message });
-  if (!answer.ok) throw new Error((await answer.text()).trim() || `status ${String(answer.status)}`);
+  if (!answer.ok)
+    throw new Error((await answer.text()).trim() || `status ${String(answer.status)}`);
   return answer.blob();
 }

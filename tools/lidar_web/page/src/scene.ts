@@ -59,11 +59,16 @@ export class PointScene {
     });
     const ends = new BufferGeometry();
     ends.setAttribute("position", new Float32BufferAttribute(6, 3));
-    this.ruler = new LineSegments(ends, new LineBasicMaterial({ depthTest: false, transparent: true }));
+    this.ruler = new LineSegments(
+      ends,
+      new LineBasicMaterial({ depthTest: false, transparent: true }),
+    );
     this.ruler.frustumCulled = false;
     this.ruler.visible = false;
     this.scene.add(this.grid.group, this.cloud.group, this.ruler);
-    new ResizeObserver(() => { this.resize(); }).observe(canvas);
+    new ResizeObserver(() => {
+      this.resize();
+    }).observe(canvas);
     this.resize();
   }
 
@@ -77,7 +82,13 @@ export class PointScene {
     this.askForDraw();
   }
 
-  setSettings(settings: Settings, offset: Vec3, ground: number, light: boolean, colours: SceneColours): void {
+  setSettings(
+    settings: Settings,
+    offset: Vec3,
+    ground: number,
+    light: boolean,
+    colours: SceneColours,
+  ): void {
     this.cloud.setSettings(settings, ground, light, this.renderer.getPixelRatio());
     this.grid.group.visible = settings.grid;
     this.grid.place(offset, ground);
@@ -101,7 +112,10 @@ export class PointScene {
   pose(): CameraPose {
     const { position } = this.camera;
     const { target } = this.controls;
-    return { position: [position.x, position.y, position.z], target: [target.x, target.y, target.z] };
+    return {
+      position: [position.x, position.y, position.z],
+      target: [target.x, target.y, target.z],
+    };
   }
 
   setPose(pose: CameraPose): void {
@@ -122,12 +136,17 @@ export class PointScene {
   /** From places to the view, for picking and marks. */
   matrix(): Matrix {
     this.camera.updateMatrixWorld();
-    return new Matrix4().multiplyMatrices(this.camera.projectionMatrix, this.camera.matrixWorldInverse).elements;
+    return new Matrix4().multiplyMatrices(
+      this.camera.projectionMatrix,
+      this.camera.matrixWorldInverse,
+    ).elements;
   }
 
   picture(): Promise<Blob | null> {
     this.draw();
-    return new Promise((resolve) => { this.canvas.toBlob(resolve, "image/png"); });
+    return new Promise((resolve) => {
+      this.canvas.toBlob(resolve, "image/png");
+    });
   }
 
   askForDraw(): void {

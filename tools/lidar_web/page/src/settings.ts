@@ -62,7 +62,8 @@ function numbersOf(text: string | null, count: number): number[] | null {
 
 function limitsOf(text: string | null, highest: number): Limits | null {
   const numbers = numbersOf(text, 2);
-  if (numbers === null || numbers[0] < 0 || numbers[0] >= numbers[1] || numbers[1] > highest) return null;
+  if (numbers === null || numbers[0] < 0 || numbers[0] >= numbers[1] || numbers[1] > highest)
+    return null;
   return { low: numbers[0], high: numbers[1] };
 }
 
@@ -83,7 +84,8 @@ export function settingsFromHash(hash: string): Settings {
   const theme = values.get("theme");
   if (isOneOf(kThemes, theme)) settings.theme = theme;
   const size = numbersOf(values.get("size"), 1);
-  if (size !== null && size[0] >= kPointSizes.low && size[0] <= kPointSizes.high) settings.pointSize = size[0];
+  if (size !== null && size[0] >= kPointSizes.low && size[0] <= kPointSizes.high)
+    settings.pointSize = size[0];
   settings.range = limitsOf(values.get("range"), kMaxRange) ?? settings.range;
   settings.reflectivity = limitsOf(values.get("refl"), kMaxReflectivity) ?? settings.reflectivity;
   if (values.get("grid") === "0") settings.grid = false;
@@ -108,7 +110,9 @@ export function hashFromSettings(settings: Settings): string {
   add("theme", settings.theme, usual.theme);
   if (settings.camera !== null) {
     const { position, target } = settings.camera;
-    parts.push(`camera=${[...position, ...target].map((n) => String(Math.round(n * 1000) / 1000)).join(",")}`);
+    parts.push(
+      `camera=${[...position, ...target].map((n) => String(Math.round(n * 1000) / 1000)).join(",")}`,
+    );
   }
   return parts.join("&");
 }

@@ -30,7 +30,9 @@ export class SettingsPanel {
     byId("settings", HTMLFormElement).addEventListener("input", (event) => {
       change(this.changed(event.target));
     });
-    byId("settings", HTMLFormElement).addEventListener("submit", (event) => { event.preventDefault(); });
+    byId("settings", HTMLFormElement).addEventListener("submit", (event) => {
+      event.preventDefault();
+    });
   }
 
   show(settings: Settings): void {
@@ -43,8 +45,14 @@ export class SettingsPanel {
     this.reflectivityHigh.valueAsNumber = settings.reflectivity.high;
     this.grid.checked = settings.grid;
     const beyond = settings.range.high >= kMaxRange ? " and more" : "";
-    setText(this.rangeText, `${String(settings.range.low)} to ${String(settings.range.high)} m${beyond}`);
-    setText(this.reflectivityText, `${String(settings.reflectivity.low)} to ${String(settings.reflectivity.high)}`);
+    setText(
+      this.rangeText,
+      `${String(settings.range.low)} to ${String(settings.range.high)} m${beyond}`,
+    );
+    setText(
+      this.reflectivityText,
+      `${String(settings.reflectivity.low)} to ${String(settings.reflectivity.high)}`,
+    );
   }
 
   /** What the output mode does not carry cannot be coloured by. */
@@ -69,7 +77,14 @@ export class SettingsPanel {
         return { grid: this.grid.checked };
       case this.rangeLow:
       case this.rangeHigh:
-        return { range: orderedLimits(this.rangeLow.valueAsNumber, this.rangeHigh.valueAsNumber, target === this.rangeLow, kLeastRange) };
+        return {
+          range: orderedLimits(
+            this.rangeLow.valueAsNumber,
+            this.rangeHigh.valueAsNumber,
+            target === this.rangeLow,
+            kLeastRange,
+          ),
+        };
       case this.reflectivityLow:
       case this.reflectivityHigh:
         return {

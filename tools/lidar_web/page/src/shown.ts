@@ -59,7 +59,11 @@ export function colourScale(settings: Settings, ground: number): Limits {
   }
 }
 
-function heightsWhere(frame: Frame, directions: Directions, takes: (place: number) => boolean): number[] {
+function heightsWhere(
+  frame: Frame,
+  directions: Directions,
+  takes: (place: number) => boolean,
+): number[] {
   const heights: number[] = [];
   for (let place = 0; place < kPixels; place += 1) {
     if (!takes(place)) continue;
@@ -76,7 +80,9 @@ function heightsWhere(frame: Frame, directions: Directions, takes: (place: numbe
 export function groundHeight(frame: Frame, directions: Directions): number | null {
   const { flags } = frame;
   const ground =
-    flags === null ? [] : heightsWhere(frame, directions, (place) => hasFlag(flags[place], kFlagBit.ground));
+    flags === null
+      ? []
+      : heightsWhere(frame, directions, (place) => hasFlag(flags[place], kFlagBit.ground));
   if (ground.length >= kFewestGroundPoints) return toTenth(ground[Math.floor(ground.length / 2)]);
   const all = heightsWhere(frame, directions, () => true);
   return all.length === 0 ? null : toTenth(all[Math.floor(all.length * kLowShare)]);

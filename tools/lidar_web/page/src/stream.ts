@@ -109,7 +109,10 @@ function decodeFrame(message: ArrayBuffer): BinaryMessage | null {
     lostPackets: view.getUint32(68, true),
     range: new Uint16Array(message, kFrameHeader, count),
     reflectivity: new Uint8Array(message, kFrameHeader + 2 * count, count),
-    flags: (planes & kFlagsPlane) === 0 ? null : new Uint16Array(message, kFrameHeader + 3 * count, count),
+    flags:
+      (planes & kFlagsPlane) === 0
+        ? null
+        : new Uint16Array(message, kFrameHeader + 3 * count, count),
     message,
   };
   const transfer = {

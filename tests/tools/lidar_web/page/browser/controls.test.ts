@@ -4,18 +4,32 @@ import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
 import { after, before, test } from "node:test";
 import type { Browser } from "playwright-core";
-import { coloursAt, kDesktop, kPhone, startBrowser, waitForDraw, waitForFrame, waitForText } from "../support/browser.js";
+import {
+  coloursAt,
+  kDesktop,
+  kPhone,
+  startBrowser,
+  waitForDraw,
+  waitForFrame,
+  waitForText,
+} from "../support/browser.js";
 import { column, imageSpot, inPage, kFront, lattice, placesOf } from "../support/in_page.js";
 import { frameMessage, usualFields } from "../support/sample_stream.js";
 
 let browser: Browser;
-before(async () => { browser = await startBrowser(); });
-after(async () => { await browser.close(); });
+before(async () => {
+  browser = await startBrowser();
+});
+after(async () => {
+  await browser.close();
+});
 
 void test("pausing stops asking, steps go back and forth and fetch one frame at the end", async () => {
   await inPage(browser, kFront, kDesktop, async ({ page, server }) => {
     const message = (serial: number) =>
-      frameMessage(usualFields(serial), [{ echo: 0, row: 50, col: 60, counts: 1000 + serial, reflectivity: 1, flags: 0 }]);
+      frameMessage(usualFields(serial), [
+        { echo: 0, row: 50, col: 60, counts: 1000 + serial, reflectivity: 1, flags: 0 },
+      ]);
     for (const serial of [1, 2, 3]) server.play(message(serial));
     await waitForFrame(page, 3);
     const spot = await imageSpot(page, "range-image", { row: 50, col: 60 });
@@ -49,13 +63,19 @@ void test("pausing stops asking, steps go back and forth and fetch one frame at 
 void test("files are made of the frame that is shown, the picture is the view", async () => {
   await inPage(browser, "", kDesktop, async ({ page, server }) => {
     const messages = [1, 2].map((serial) =>
-      frameMessage(usualFields(serial), [{ echo: 0, row: 50, col: 60, counts: 1000 * serial, reflectivity: 1, flags: 0 }]));
+      frameMessage(usualFields(serial), [
+        { echo: 0, row: 50, col: 60, counts: 1000 * serial, reflectivity: 1, flags: 0 },
+      ]),
+    );
     for (const message of messages) server.play(message);
     await waitForFrame(page, 2);
     await page.keyboard.press(",");
     await waitForFrame(page, 1);
     for (const kind of ["pcd", "ply", "las"]) {
-      const [download] = await Promise.all([page.waitForEvent("download"), page.click(`[data-save=${kind}]`)]);
+      const [download] = await Promise.all([
+        page.waitForEvent("download"),
+        page.click(`[data-save=${kind}]`),
+      ]);
       assert.equal(download.suggestedFilename(), `frame_1_id1.${kind}`);
       assert.equal(readFileSync(await download.path(), "utf8"), `a ${kind} file`);
       const posted = server.posted.at(-1);
@@ -67,7 +87,10 @@ void test("files are made of the frame that is shown, the picture is the view", 
     const box = await page.locator("#points").boundingBox();
     assert.ok(box !== null);
     // Width and height stand at 16 of a PNG.
-    assert.deepEqual([png.readUInt32BE(16), png.readUInt32BE(20)], [box.width, box.height].map(Math.round));
+    assert.deepEqual(
+      [png.readUInt32BE(16), png.readUInt32BE(20)],
+      [box.width, box.height].map(Math.round),
+    );
   });
 });
 
@@ -89,7 +112,9 @@ void test("a link shows the same view", async () => {
       await waitForFrame(other, 1);
       assert.equal(await other.inputValue("#echoes"), "1");
       assert.equal(await other.inputValue("#range-high"), "25");
-      const there = await other.evaluate(() => window.lidarPage?.placeOnPage(96 * 288 + 40) ?? null);
+      const there = await other.evaluate(
+        () => window.lidarPage?.placeOnPage(96 * 288 + 40) ?? null,
+      );
       // The link has the camera to the millimetre.
       assert.ok(there !== null && Math.hypot(there.x - before.x, there.y - before.y) < 0.1);
     });
@@ -102,21 +127,40 @@ void test("an output mode without flags offers none and needs no plane of them",
     server.play(frameMessage({ ...usualFields(1), ...fields }, lattice()));
     server.play(frameMessage({ ...usualFields(2), ...fields, withFlags: false }, lattice()));
     await waitForFrame(page, 2);
-    const disabled = await page.locator("#colouring option:disabled").evaluateAll((all) => all.map((option) => (option as HTMLOptionElement).value));
+    const disabled = await page
+      .locator("#colouring option:disabled")
+      .evaluateAll((all) => all.map((option) => (option as HTMLOptionElement).value));
     assert.deepEqual(disabled, ["reflectivity", "ground", "flags"]);
     // The first pull asks for flags, the second does not.
-    assert.deepEqual(server.pulls.slice(0, 2).map((pull) => [pull.length, pull[0], pull[1]]), [[16, 1, 1], [16, 1, 0]]);
+    assert.deepEqual(
+      server.pulls.slice(0, 2).map((pull) => [pull.length, pull[0], pull[1]]),
+      [
+        [16, 1, 1],
+        [16, 1, 0],
+      ],
+    );
   });
 });
 
 void test("losses are told apart, and silence with its beginning", async () => {
   await inPage(browser, "", kDesktop, async ({ page, server }) => {
-    server.figures = { ...server.figures, beforeHost: 11, kernel: 22, ring: 33, incomplete: 44, missingBlocks: 55 };
+    server.figures = {
+      ...server.figures,
+      beforeHost: 11,
+      kernel: 22,
+      ring: 33,
+      incomplete: 44,
+      missingBlocks: 55,
+    };
     server.play(frameMessage({ ...usualFields(1), missingBlocks: 5 }, lattice()));
     await waitForFrame(page, 1);
     server.tellFigures();
     for (const [id, text] of Object.entries({
-      "lost-before-host": "11", "lost-kernel": "22", "lost-ring": "33", incomplete: "44", "missing-blocks": "5 (55)",
+      "lost-before-host": "11",
+      "lost-kernel": "22",
+      "lost-ring": "33",
+      incomplete: "44",
+      "missing-blocks": "5 (55)",
     })) {
       await waitForText(page, id, new RegExp(`^${text.replace(/[()]/g, "\\$&")}$`));
     }
@@ -207,7 +251,10 @@ void test("on a phone nothing is wider than the page, and a tap pins", async () 
     }
     const [lit] = await placesOf(page, lattice());
     await page.mouse.click(lit.x, lit.y);
-    assert.equal((await column(page, 2))[0].replace(" e1", ""), `${String(lit.one.row)}, ${String(lit.one.col)}`);
+    assert.equal(
+      (await column(page, 2))[0].replace(" e1", ""),
+      `${String(lit.one.row)}, ${String(lit.one.col)}`,
+    );
   });
 });
 
@@ -217,7 +264,10 @@ void test("every control has a name", async () => {
       all
         .filter((element) => {
           const label = element.getAttribute("aria-label") ?? element.textContent;
-          const labels = element instanceof HTMLInputElement || element instanceof HTMLSelectElement ? (element.labels?.length ?? 0) : 0;
+          const labels =
+            element instanceof HTMLInputElement || element instanceof HTMLSelectElement
+              ? (element.labels?.length ?? 0)
+              : 0;
           return label.trim() === "" && labels === 0 && element.closest("#legend") === null;
         })
         .map((element) => element.id),

@@ -4,13 +4,24 @@
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
 import type { Browser, Page } from "playwright-core";
-import { coloursAt, kDesktop, startBrowser, waitForDraw, waitForFrame, type Colour } from "../support/browser.js";
+import {
+  coloursAt,
+  kDesktop,
+  startBrowser,
+  waitForDraw,
+  waitForFrame,
+  type Colour,
+} from "../support/browser.js";
 import { column, imageSpot, inPage, kFront, lattice, placesOf } from "../support/in_page.js";
 import { directionOf, frameMessage, usualFields, type Return } from "../support/sample_stream.js";
 
 let browser: Browser;
-before(async () => { browser = await startBrowser(); });
-after(async () => { await browser.close(); });
+before(async () => {
+  browser = await startBrowser();
+});
+after(async () => {
+  await browser.close();
+});
 
 // The ramp's anchors, and colours by class, as the legend shows them on a dark ground.
 const kRamp: readonly (readonly [number, Colour])[] = [
@@ -21,13 +32,19 @@ const kRamp: readonly (readonly [number, Colour])[] = [
   [0.72, [253, 170, 48]],
   [1, [236, 62, 46]],
 ];
-const kEchoColours: readonly Colour[] = [[64, 168, 255], [255, 158, 44]];
+const kEchoColours: readonly Colour[] = [
+  [64, 168, 255],
+  [255, 158, 44],
+];
 const kNotGround: Colour = [168, 176, 196];
 const kGround: Colour = [96, 184, 76];
 
 function rampColour(value: number, low: number, high: number): Colour {
   const share = Math.min(1, Math.max(0, (value - low) / (high - low)));
-  const next = Math.max(1, kRamp.findIndex(([at]) => at >= share));
+  const next = Math.max(
+    1,
+    kRamp.findIndex(([at]) => at >= share),
+  );
   const [[from, a], [to, b]] = [kRamp[next - 1], kRamp[next]];
   const mixed = a.map((channel, i) => channel + ((b[i] - channel) * (share - from)) / (to - from));
   return [mixed[0], mixed[1], mixed[2]];
@@ -72,7 +89,10 @@ void test("known points are lit in the right colour in each colouring", async ()
         // The ramp has 256 entries; the steepest channel changes by 1.8 from one to the next, and
         // the card may round to the neighbouring entry.
         const most = Math.max(...expected.map((channel, c) => Math.abs(channel - seen[i][c])));
-        assert.ok(most <= 4, `${colouring} ${JSON.stringify(one)}: ${String(seen[i])}, not ${String(expected)}`);
+        assert.ok(
+          most <= 4,
+          `${colouring} ${JSON.stringify(one)}: ${String(seen[i])}, not ${String(expected)}`,
+        );
       });
     }
   });
@@ -91,12 +111,14 @@ void test("limits and the choice of the echo hide points and show the others", a
     await waitForFrame(page, 1);
     const lit = await placesOf(page, returns);
     for (const [words, isShown] of Object.entries(shown)) {
-      await page.evaluate((hash) => { location.hash = hash; }, kFront + words);
+      await page.evaluate((hash) => {
+        location.hash = hash;
+      }, kFront + words);
       await page.waitForTimeout(0);
       await waitForDraw(page);
       const seen = await coloursAt(context, await page.screenshot(), lit);
       lit.forEach(({ one }, i) => {
-        const isLit = Math.max(...seen[i]) > 60;  // the ground's brightest channel is 26
+        const isLit = Math.max(...seen[i]) > 60; // the ground's brightest channel is 26
         assert.equal(isLit, isShown(one), `${words} ${JSON.stringify(one)}`);
       });
       assert.ok(lit.some(({ one }) => isShown(one)) && lit.some(({ one }) => !isShown(one)));
@@ -107,14 +129,30 @@ void test("limits and the choice of the echo hide points and show the others", a
 /** What the table should tell of a return. */
 function textsOf(one: Return, flags: string): string[] {
   const metres = one.counts * 0.004;
-  const [x, y, z] = directionOf(one.row, one.col).map((value) => `${(value * metres).toFixed(3)} m`);
+  const [x, y, z] = directionOf(one.row, one.col).map(
+    (value) => `${(value * metres).toFixed(3)} m`,
+  );
   const name = `${String(one.row)}, ${String(one.col)}${one.echo === 1 ? " e1" : ""}`;
   return [name, `${metres.toFixed(3)} m`, String(one.reflectivity), x, y, z, flags];
 }
 
 void test("hovering an image or a point tells the pixel's values", async () => {
-  const first: Return = { echo: 0, row: 100, col: 120, counts: 3333, reflectivity: 77, flags: (1 << 6) | (1 << 3) };
-  const second: Return = { echo: 1, row: 60, col: 200, counts: 2001, reflectivity: 5, flags: 1 << 11 };
+  const first: Return = {
+    echo: 0,
+    row: 100,
+    col: 120,
+    counts: 3333,
+    reflectivity: 77,
+    flags: (1 << 6) | (1 << 3),
+  };
+  const second: Return = {
+    echo: 1,
+    row: 60,
+    col: 200,
+    counts: 2001,
+    reflectivity: 5,
+    flags: 1 << 11,
+  };
   await inPage(browser, kFront, kDesktop, async ({ page, server }) => {
     server.play(frameMessage(usualFields(1), [first, second]));
     await waitForFrame(page, 1);
@@ -130,9 +168,14 @@ void test("hovering an image or a point tells the pixel's values", async () => {
     await waitForDraw(page);
     assert.deepEqual(await column(page, 1), textsOf(second, "below level"));
     // It is marked in both images at its place.
-    const marks = await page.locator(".image-marks .hovered").evaluateAll((all) => all.map((mark) => parseFloat((mark as HTMLElement).style.left)));
+    const marks = await page
+      .locator(".image-marks .hovered")
+      .evaluateAll((all) => all.map((mark) => parseFloat((mark as HTMLElement).style.left)));
     // In percent of the width, which the browser rounds to six digits.
-    assert.deepEqual(marks.map((percent) => percent.toFixed(3)), Array(2).fill(((200.5 / 288) * 100).toFixed(3)));
+    assert.deepEqual(
+      marks.map((percent) => percent.toFixed(3)),
+      Array(2).fill(((200.5 / 288) * 100).toFixed(3)),
+    );
     await page.mouse.move(spot.x + 60, spot.y + 60);
     await waitForDraw(page);
     assert.equal((await column(page, 1))[1], "");
@@ -142,7 +185,9 @@ void test("hovering an image or a point tells the pixel's values", async () => {
 void test("pinned pixels are marked in points and images, and their distance is told", async () => {
   const a: Return = { echo: 0, row: 107, col: 100, counts: 2500, reflectivity: 1, flags: 0 };
   const b: Return = { echo: 0, row: 107, col: 180, counts: 5000, reflectivity: 2, flags: 0 };
-  const [from, to] = [a, b].map((one) => directionOf(one.row, one.col).map((value) => value * one.counts * 0.004));
+  const [from, to] = [a, b].map((one) =>
+    directionOf(one.row, one.col).map((value) => value * one.counts * 0.004),
+  );
   const metres = Math.hypot(...from.map((value, i) => value - to[i]));
   await inPage(browser, kFront, kDesktop, async ({ page, server }) => {
     server.play(frameMessage(usualFields(1), [a, b]));
@@ -160,7 +205,10 @@ void test("pinned pixels are marked in points and images, and their distance is 
     assert.ok(mark !== null);
     assert.ok(Math.hypot(mark.x + 8 - spot.x, mark.y + 8 - spot.y) < 1.5);
     await page.keyboard.press("c");
-    assert.equal(await page.locator(".pin-a:visible, .pin-b:visible").and(page.locator(".mark")).count(), 0);
+    assert.equal(
+      await page.locator(".pin-a:visible, .pin-b:visible").and(page.locator(".mark")).count(),
+      0,
+    );
     assert.equal((await column(page, 2))[0], "");
   });
 });
@@ -186,7 +234,9 @@ void test("a pin's range is plotted over the frames before, without those that l
     const one: Return = { echo: 0, row: 107, col: 100, counts: 2500, reflectivity: 1, flags: 0 };
     for (let serial = 1; serial <= 40; serial += 1) {
       const isThere = serial <= 10 || serial > 20;
-      server.play(frameMessage(usualFields(serial), isThere ? [{ ...one, counts: 2500 + serial }] : []));
+      server.play(
+        frameMessage(usualFields(serial), isThere ? [{ ...one, counts: 2500 + serial }] : []),
+      );
     }
     await waitForFrame(page, 40);
     assert.equal((await plottedColumns(page)).length, 0);
@@ -195,7 +245,9 @@ void test("a pin's range is plotted over the frames before, without those that l
     const columns = await plottedColumns(page);
     assert.ok(columns.length > 0);
     const gaps = columns.slice(1).map((x, i) => x - columns[i]);
-    const step = await page.evaluate(() => ((document.querySelector("#plot")?.clientWidth ?? 0) - 58) / 99);
+    const step = await page.evaluate(
+      () => ((document.querySelector("#plot")?.clientWidth ?? 0) - 58) / 99,
+    );
     // One gap, over the ten frames without a return; points are two pixels wide.
     const wide = gaps.filter((gap) => gap > 4);
     assert.equal(wide.length, 1);

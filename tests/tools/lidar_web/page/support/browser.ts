@@ -64,21 +64,31 @@ export async function newPage(browser: Browser, look: Look): Promise<OpenPage> {
 
 /** Chromium warns that reading pixels back is slow; only tests and saving a picture do it. */
 export function isOurs(error: string): boolean {
-  return !error.includes("GPU stall due to ReadPixels") && !error.includes("Multiple readback operations");
+  return (
+    !error.includes("GPU stall due to ReadPixels") &&
+    !error.includes("Multiple readback operations")
+  );
 }
 
 /** Waits until the frame of this serial number is shown and drawn. */
 export async function waitForFrame(page: Page, serial: number): Promise<void> {
-  await page.waitForFunction((wanted) => window.lidarPage?.shownSerial() === wanted, serial, { timeout: kWaitMs });
+  await page.waitForFunction((wanted) => window.lidarPage?.shownSerial() === wanted, serial, {
+    timeout: kWaitMs,
+  });
   await waitForDraw(page);
 }
 
 /** Two pictures later everything that was asked for is drawn. */
 export async function waitForDraw(page: Page): Promise<void> {
   await page.evaluate(
-    () => new Promise<void>((resolve) => {
-      requestAnimationFrame(() => { requestAnimationFrame(() => { resolve(); }); });
-    }),
+    () =>
+      new Promise<void>((resolve) => {
+        requestAnimationFrame(() => {
+          requestAnimationFrame(() => {
+            resolve();
+          });
+        });
+      }),
   );
 }
 
@@ -103,7 +113,11 @@ export interface Spot {
 export type Colour = readonly [number, number, number];
 
 /** Colours of a picture (PNG) at these places, read by another page of the browser. */
-export async function coloursAt(context: BrowserContext, png: Buffer, spots: readonly Spot[]): Promise<Colour[]> {
+export async function coloursAt(
+  context: BrowserContext,
+  png: Buffer,
+  spots: readonly Spot[],
+): Promise<Colour[]> {
   const page = await context.newPage();
   try {
     return await page.evaluate(

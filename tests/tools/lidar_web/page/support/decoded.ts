@@ -2,7 +2,13 @@
 
 import type { Directions, Frame } from "page/frame.js";
 import { decodeBinary } from "page/stream.js";
-import { directionsMessage, frameMessage, usualFields, type FrameFields, type Return } from "./sample_stream.js";
+import {
+  directionsMessage,
+  frameMessage,
+  usualFields,
+  type FrameFields,
+  type Return,
+} from "./sample_stream.js";
 
 export function frameOf(returns: readonly Return[], fields: Partial<FrameFields> = {}): Frame {
   const decoded = decodeBinary(frameMessage({ ...usualFields(1), ...fields }, returns));

@@ -11,10 +11,17 @@ export interface Opened extends OpenPage {
 }
 
 /** Runs `check` in a page of its own and wants no word on the console. */
-export async function inPage(browser: Browser, hash: string, look: Look, check: (opened: Opened) => Promise<void>): Promise<void> {
+export async function inPage(
+  browser: Browser,
+  hash: string,
+  look: Look,
+  check: (opened: Opened) => Promise<void>,
+): Promise<void> {
   const opened = await newPage(browser, look);
   const server = new PlayedServer(opened.page);
-  const figures = setInterval(() => { server.tellFigures(); }, 500);
+  const figures = setInterval(() => {
+    server.tellFigures();
+  }, 500);
   try {
     await server.open(hash);
     await check({ ...opened, server });
@@ -29,7 +36,18 @@ function placeOf(one: { echo: number; row: number; col: number }): number {
   return one.echo * kPixels + one.row * kCols + one.col;
 }
 
-const kFlagSets = [0, 1 << 3, 1 << 4, 1 << 5, 1 << 6, 1 << 7, 1 << 8, 1 << 11, (1 << 4) | (1 << 6), 0b111];
+const kFlagSets = [
+  0,
+  1 << 3,
+  1 << 4,
+  1 << 5,
+  1 << 6,
+  1 << 7,
+  1 << 8,
+  1 << 11,
+  (1 << 4) | (1 << 6),
+  0b111,
+];
 
 /** Returns far enough apart to be told apart on the page, of all ranges, values and flags. */
 export function lattice(): Return[] {
@@ -58,21 +76,20 @@ export interface Lit {
 
 /** Where the page says its points are, without those under a button or near another point. */
 export async function placesOf(page: Page, returns: readonly Return[]): Promise<Lit[]> {
-  const spots = await page.evaluate(
-    (places) => {
-      // The legend lets clicks through, so it is not what the page says is on top.
-      const legend = document.querySelector("#legend")?.getBoundingClientRect();
-      return places.map((place) => {
-        const spot = window.lidarPage?.placeOnPage(place) ?? null;
-        if (spot === null || legend === undefined) return null;
-        if (spot.x < legend.right + 5 && spot.y > legend.top - 5) return null;
-        return document.elementFromPoint(spot.x, spot.y)?.id === "points" ? spot : null;
-      });
-    },
-    returns.map(placeOf),
-  );
+  const spots = await page.evaluate((places) => {
+    // The legend lets clicks through, so it is not what the page says is on top.
+    const legend = document.querySelector("#legend")?.getBoundingClientRect();
+    return places.map((place) => {
+      const spot = window.lidarPage?.placeOnPage(place) ?? null;
+      if (spot === null || legend === undefined) return null;
+      if (spot.x < legend.right + 5 && spot.y > legend.top - 5) return null;
+      return document.elementFromPoint(spot.x, spot.y)?.id === "points" ? spot : null;
+    });
+  }, returns.map(placeOf));
   const found = spots.flatMap((spot, i) => (spot === null ? [] : [{ one: returns[i], ...spot }]));
-  return found.filter((lit) => found.every((other) => other === lit || Math.hypot(other.x - lit.x, other.y - lit.y) > 9));
+  return found.filter((lit) =>
+    found.every((other) => other === lit || Math.hypot(other.x - lit.x, other.y - lit.y) > 9),
+  );
 }
 
 // The front view shows all; without the grid nothing but points is drawn.
@@ -84,7 +101,11 @@ export async function column(page: Page, index: number): Promise<string[]> {
 }
 
 /** Middle of a pixel in an image, in pixels of the page. */
-export async function imageSpot(page: Page, id: string, one: { row: number; col: number }): Promise<{ x: number; y: number }> {
+export async function imageSpot(
+  page: Page,
+  id: string,
+  one: { row: number; col: number },
+): Promise<{ x: number; y: number }> {
   const box = await page.locator(`#${id}`).boundingBox();
   assert.ok(box !== null);
   return {

@@ -60,7 +60,9 @@ export class PlayedServer {
         await route.fulfill({ status: 404, body: "not found" });
       }
     });
-    await this.page.routeWebSocket(/\/stream$/, (socket) => { this.take(socket); });
+    await this.page.routeWebSocket(/\/stream$/, (socket) => {
+      this.take(socket);
+    });
     await this.page.goto(kAddress + hash);
   }
 

@@ -26,7 +26,14 @@ export class Programs {
 
   makeCalibration(scene: string): void {
     const capture = join(this.folder, "first.pcap");
-    const words = ["--scene", scene, "--calibration", join(this.folder, "calibration"), "--frames", "1"];
+    const words = [
+      "--scene",
+      scene,
+      "--calibration",
+      join(this.folder, "calibration"),
+      "--frames",
+      "1",
+    ];
     execFileSync(built("tools/sensor_simulator"), [...words, "--capture", capture, "--quiet"]);
   }
 
@@ -48,7 +55,14 @@ export class Programs {
 
   /** Keeps the latest complete frame; `stopViewer` gives it as PCD. */
   startViewer(file: string): void {
-    const words = ["--seconds", "120", "--pcd", join(this.folder, file), "--calib", this.calibration];
+    const words = [
+      "--seconds",
+      "120",
+      "--pcd",
+      join(this.folder, file),
+      "--calib",
+      this.calibration,
+    ];
     this.start("viewer", built("tools/lidar_view"), words);
   }
 

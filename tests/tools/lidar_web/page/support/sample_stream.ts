@@ -18,7 +18,9 @@ export function directionsMessage(offset: readonly number[] = [0, 0, 0]): ArrayB
   const message = new ArrayBuffer(16 + kPixels * 12);
   const view = new DataView(message);
   view.setUint8(0, 1);
-  offset.forEach((value, i) => { view.setFloat32(4 + 4 * i, value, true); });
+  offset.forEach((value, i) => {
+    view.setFloat32(4 + 4 * i, value, true);
+  });
   for (let row = 0; row < kRows; row += 1) {
     for (let col = 0; col < kCols; col += 1) {
       directionOf(row, col).forEach((value, i) => {
@@ -90,8 +92,17 @@ export function frameMessage(fields: FrameFields, returns: readonly Return[]): A
   view.setUint8(2, fields.echoes);
   view.setUint8(3, 4);
   view.setUint32(4, fields.serial, true);
-  const times = [fields.firstUs, fields.lastUs, fields.takenUs, fields.pulledUs, fields.sentUs, fields.askedMs];
-  times.forEach((value, i) => { view.setFloat64(8 + 8 * i, value, true); });
+  const times = [
+    fields.firstUs,
+    fields.lastUs,
+    fields.takenUs,
+    fields.pulledUs,
+    fields.sentUs,
+    fields.askedMs,
+  ];
+  times.forEach((value, i) => {
+    view.setFloat64(8 + 8 * i, value, true);
+  });
   view.setUint8(56, fields.frameId);
   view.setUint8(57, fields.echoes === 2 ? 12 : 1);
   view.setUint8(58, fields.outputMode);

@@ -1,6 +1,13 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { flagNames, kFlagCategories, knownCategories, makeRamp, rampIndex, shaded } from "page/colours.js";
+import {
+  flagNames,
+  kFlagCategories,
+  knownCategories,
+  makeRamp,
+  rampIndex,
+  shaded,
+} from "page/colours.js";
 
 void test("the ramp goes from blue to red", () => {
   const ramp = makeRamp(false);
@@ -22,7 +29,8 @@ void test("the light theme is darker, entry by entry", () => {
   const dark = makeRamp(false);
   const light = makeRamp(true);
   for (let i = 0; i < 256; i += 1) {
-    for (let channel = 0; channel < 3; channel += 1) assert.ok(light[4 * i + channel] < dark[4 * i + channel]);
+    for (let channel = 0; channel < 3; channel += 1)
+      assert.ok(light[4 * i + channel] < dark[4 * i + channel]);
     assert.equal(light[4 * i + 3], 255);
   }
   assert.deepEqual(shaded([100, 50, 0], true), [72, 36, 0]);
@@ -44,6 +52,9 @@ void test("flags have their bits of the packet", () => {
 });
 
 void test("the legend lists the flags that the mode carries, and none", () => {
-  assert.deepEqual(knownCategories(1 << 6).map((entry) => entry.name), ["ground", "none of these"]);
+  assert.deepEqual(
+    knownCategories(1 << 6).map((entry) => entry.name),
+    ["ground", "none of these"],
+  );
   assert.equal(knownCategories(0x1fff).length, 8);
 });

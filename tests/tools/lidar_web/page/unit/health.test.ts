@@ -50,22 +50,30 @@ void test("a node without a packet for a second is silent, with the time since",
   assert.equal(silent.state, "silent");
   assert.equal(silent.text, "node silent since 12:00:25 (5.0 s)");
   // The time since the figures came counts too: silence is seen before the next ones.
-  const between = (ms: number) => healthOf(inputOf({ figures: figuresOf({ silentS: 0.6 }), figuresAtMs: kNow - ms })).state;
+  const between = (ms: number) =>
+    healthOf(inputOf({ figures: figuresOf({ silentS: 0.6 }), figuresAtMs: kNow - ms })).state;
   assert.equal(between(99), "live");
   assert.equal(between(101), "silent");
 });
 
 void test("a stall is seen within a second", () => {
   // Five looks a second: 800 ms here is a second at most on the page.
-  const at = (ms: number) => healthOf(inputOf({ figures: figuresOf({ silentS: 0 }), figuresAtMs: kNow - ms })).state;
+  const at = (ms: number) =>
+    healthOf(inputOf({ figures: figuresOf({ silentS: 0 }), figuresAtMs: kNow - ms })).state;
   assert.equal(at(700), "live");
   assert.equal(at(799), "silent");
 });
 
 void test("a frame that came after the figures is no silence", () => {
   const figures = figuresOf({ silentS: 0.4 });
-  assert.equal(healthOf(inputOf({ figures, figuresAtMs: kNow - 500, newestTakenMs: kNow - 300 })).state, "live");
-  assert.equal(healthOf(inputOf({ figures, figuresAtMs: kNow - 500, newestTakenMs: kNow - 800 })).state, "silent");
+  assert.equal(
+    healthOf(inputOf({ figures, figuresAtMs: kNow - 500, newestTakenMs: kNow - 300 })).state,
+    "live",
+  );
+  assert.equal(
+    healthOf(inputOf({ figures, figuresAtMs: kNow - 500, newestTakenMs: kNow - 800 })).state,
+    "silent",
+  );
 });
 
 void test("packets without a frame that is asked for are a stall", () => {
@@ -95,7 +103,10 @@ void test("a server that is away or dumb is no silent node", () => {
 
 void test("pausing hides no silence", () => {
   assert.equal(healthOf(inputOf({ isPaused: true, arrivalsMs: [] })).state, "paused");
-  assert.equal(healthOf(inputOf({ isPaused: true, figures: figuresOf({ silentS: 3 }) })).state, "silent");
+  assert.equal(
+    healthOf(inputOf({ isPaused: true, figures: figuresOf({ silentS: 3 }) })).state,
+    "silent",
+  );
 });
 
 void test("frames a second are those of two seconds", () => {

@@ -80,7 +80,10 @@ void test("the shown frame stays the same one while older ones go", () => {
 void test("a pixel's ranges end at the shown frame", () => {
   const history = filled(3);
   history.step(-1);
-  assert.deepEqual(history.ranges(2).map((range) => range.toFixed(3)), ["1.000", "2.000"]);
+  assert.deepEqual(
+    history.ranges(2).map((range) => range.toFixed(3)),
+    ["1.000", "2.000"],
+  );
   assert.deepEqual(history.ranges(3), [0, 0]);
   // A place of an echo that is not published.
   assert.deepEqual(history.ranges(216 * 288 + 2), [0, 0]);

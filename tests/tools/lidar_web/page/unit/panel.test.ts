@@ -18,7 +18,11 @@ void test("the image has the highest row on top", () => {
 });
 
 void test("the middle of a pixel is under the pixel", () => {
-  for (const pixel of [{ echo: 0, row: 0, col: 0 }, { echo: 0, row: 215, col: 287 }, { echo: 0, row: 100, col: 31 }]) {
+  for (const pixel of [
+    { echo: 0, row: 0, col: 0 },
+    { echo: 0, row: 215, col: 287 },
+    { echo: 0, row: 100, col: 31 },
+  ]) {
     const { left, top } = middleOf(pixel);
     assert.deepEqual(pixelUnder(left / 100, top / 100, 0), pixel);
   }
@@ -43,7 +47,9 @@ void test("the plot's scale holds all returns and is never shorter than a decime
   assert.equal(plotScale([line([0, 0])]), null);
   assert.deepEqual(plotScale([line([0, 5]), line([2, 9])]), { low: 2, high: 9 });
   const scale = plotScale([line([10])]);
-  assert.ok(scale !== null && Math.abs(scale.low - 9.95) < 1e-9 && Math.abs(scale.high - 10.05) < 1e-9);
+  assert.ok(
+    scale !== null && Math.abs(scale.low - 9.95) < 1e-9 && Math.abs(scale.high - 10.05) < 1e-9,
+  );
 });
 
 void test("every key does one thing, in either case", () => {
@@ -59,14 +65,22 @@ void test("every key does one thing, in either case", () => {
 });
 
 void test("there is a key for each colouring", () => {
-  kColourings.forEach((_, i) => { assert.deepEqual(actionOf(String(i + 1)), { do: "colour", index: i }); });
+  kColourings.forEach((_, i) => {
+    assert.deepEqual(actionOf(String(i + 1)), { do: "colour", index: i });
+  });
 });
 
 void test("only colourings by class have classes in the legend", () => {
   assert.equal(categoriesOf("range", 0), null);
   assert.equal(categoriesOf("height", 0), null);
-  assert.deepEqual(categoriesOf("echo", 0)?.map((entry) => entry.name), ["echo 0", "echo 1"]);
-  assert.deepEqual(categoriesOf("flags", 1 << 4)?.map((entry) => entry.name), ["bloom", "none of these"]);
+  assert.deepEqual(
+    categoriesOf("echo", 0)?.map((entry) => entry.name),
+    ["echo 0", "echo 1"],
+  );
+  assert.deepEqual(
+    categoriesOf("flags", 1 << 4)?.map((entry) => entry.name),
+    ["bloom", "none of these"],
+  );
 });
 
 void test("rings have their radius all around", () => {

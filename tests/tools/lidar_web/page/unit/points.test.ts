@@ -31,7 +31,11 @@ function settingsWith(changed: Partial<Settings>): Settings {
 }
 
 void test("a place is a pixel of an echo and back", () => {
-  for (const pixel of [{ echo: 0, row: 0, col: 0 }, { echo: 1, row: 215, col: 287 }, { echo: 1, row: 3, col: 0 }]) {
+  for (const pixel of [
+    { echo: 0, row: 0, col: 0 },
+    { echo: 1, row: 215, col: 287 },
+    { echo: 1, row: 3, col: 0 },
+  ]) {
     assert.deepEqual(pixelAt(placeOf(pixel)), pixel);
   }
   assert.equal(placeOf({ echo: 1, row: 1, col: 2 }), 62208 + 288 + 2);
@@ -55,7 +59,8 @@ void test("left is left and up is up", () => {
 void test("the limits hold their ends and the far end switches off", () => {
   // 1250 counts are 5 m and a little.
   const frame = frameOf([returnAt(0, 0, 1250), returnAt(0, 1, 20_000)]);
-  const shown = (range: { low: number; high: number }, place: number) => isShown(settingsWith({ range }), frame, place);
+  const shown = (range: { low: number; high: number }, place: number) =>
+    isShown(settingsWith({ range }), frame, place);
   assert.ok(shown({ low: 5, high: 10 }, 0));
   assert.ok(!shown({ low: 5.1, high: 10 }, 0));
   assert.ok(!shown({ low: 0, high: 5 }, 0));
@@ -67,7 +72,8 @@ void test("the limits hold their ends and the far end switches off", () => {
 
 void test("reflectivity limits and the choice of the echo hide points", () => {
   const frame = frameOf([returnAt(0, 0, 500, 0, 7), returnAt(0, 0, 600, 1, 9)]);
-  const shown = (changed: Partial<Settings>) => [0, kPixels].map((place) => isShown(settingsWith(changed), frame, place));
+  const shown = (changed: Partial<Settings>) =>
+    [0, kPixels].map((place) => isShown(settingsWith(changed), frame, place));
   assert.deepEqual(shown({}), [true, true]);
   assert.deepEqual(shown({ echoes: "0" }), [true, false]);
   assert.deepEqual(shown({ echoes: "1" }), [false, true]);
@@ -78,7 +84,13 @@ void test("reflectivity limits and the choice of the echo hide points", () => {
 void test("picking finds the pixel whose point is under the cursor", () => {
   const returns = [returnAt(100, 40, 2500), returnAt(150, 200, 5000), returnAt(20, 250, 700, 1)];
   const frame = frameOf(returns);
-  const input = { frame, directions: kDirections, settings: defaultSettings(), matrix: lookAhead(), size: kSize };
+  const input = {
+    frame,
+    directions: kDirections,
+    settings: defaultSettings(),
+    matrix: lookAhead(),
+    size: kSize,
+  };
   for (const { echo, row, col } of returns) {
     const place = placeOf({ echo, row, col });
     const point = pointAt(frame, kDirections, place);
@@ -91,7 +103,13 @@ void test("picking finds the pixel whose point is under the cursor", () => {
 
 void test("of two points under the cursor the nearer one is picked", () => {
   const frame = frameOf([returnAt(100, 40, 2500), returnAt(100, 40, 2000, 1)]);
-  const input = { frame, directions: kDirections, settings: defaultSettings(), matrix: lookAhead(), size: kSize };
+  const input = {
+    frame,
+    directions: kDirections,
+    settings: defaultSettings(),
+    matrix: lookAhead(),
+    size: kSize,
+  };
   const point = pointAt(frame, kDirections, placeOf({ echo: 0, row: 100, col: 40 }));
   const at = point === null ? null : project(lookAhead(), kSize, point);
   assert.ok(at !== null);
@@ -117,17 +135,32 @@ void test("two points on one way are as far apart as their ranges", () => {
 });
 
 void test("a pixel's values are written as the formats say", () => {
-  const frame = frameOf([{ echo: 0, row: 107, col: 143, counts: 2500, reflectivity: 83, flags: (1 << 6) | (1 << 7) }]);
+  const frame = frameOf([
+    { echo: 0, row: 107, col: 143, counts: 2500, reflectivity: 83, flags: (1 << 6) | (1 << 7) },
+  ]);
   const place = placeOf({ echo: 0, row: 107, col: 143 });
   const [x, y, z] = directionOf(107, 143).map((value) => `${(10 * value).toFixed(3)} m`);
   const info = infoOf(frame, kDirections, place);
-  assert.deepEqual(info, { pixel: "107, 143", range: "10.000 m", reflectivity: "83", x, y, z, flags: "filled, ground" });
+  assert.deepEqual(info, {
+    pixel: "107, 143",
+    range: "10.000 m",
+    reflectivity: "83",
+    x,
+    y,
+    z,
+    flags: "filled, ground",
+  });
   assert.equal(infoOf(frame, kDirections, place + kPixels).range, "no return");
   assert.equal(infoOf(frame, kDirections, place + kPixels).pixel, "107, 143 e1");
 });
 
 void test("what the mode does not carry is not told", () => {
-  const frame = frameOf([returnAt(1, 1, 100)], { outputMode: 3, carries: 1 << 5, knownFlags: 0, withFlags: false });
+  const frame = frameOf([returnAt(1, 1, 100)], {
+    outputMode: 3,
+    carries: 1 << 5,
+    knownFlags: 0,
+    withFlags: false,
+  });
   const info = infoOf(frame, null, placeOf({ echo: 0, row: 1, col: 1 }));
   assert.deepEqual([info.reflectivity, info.flags, info.x], ["–", "–", "–"]);
 });
@@ -140,7 +173,10 @@ function streetReturns(groundFlag: number): Return[] {
       const [, , z] = directionOf(row, col);
       const isGround = row < 80;
       const range = isGround ? 1.5 / -z : 10;
-      returns.push({ ...returnAt(row, col, Math.round(range / 0.004)), flags: isGround ? groundFlag : 0 });
+      returns.push({
+        ...returnAt(row, col, Math.round(range / 0.004)),
+        flags: isGround ? groundFlag : 0,
+      });
     }
   }
   return returns;
@@ -158,7 +194,13 @@ void test("without labels the ground is where the lowest points are", () => {
 
 void test("the scale of heights is five metres from half a metre below the ground", () => {
   assert.deepEqual(colourScale(settingsWith({ colouring: "height" }), -1.5), { low: -2, high: 3 });
-  assert.deepEqual(colourScale(settingsWith({ range: { low: 2, high: 9 } }), 0), { low: 2, high: 9 });
-  const byReflectivity = settingsWith({ colouring: "reflectivity", reflectivity: { low: 3, high: 90 } });
+  assert.deepEqual(colourScale(settingsWith({ range: { low: 2, high: 9 } }), 0), {
+    low: 2,
+    high: 9,
+  });
+  const byReflectivity = settingsWith({
+    colouring: "reflectivity",
+    reflectivity: { low: 3, high: 90 },
+  });
   assert.deepEqual(colourScale(byReflectivity, 0), { low: 3, high: 90 });
 });

@@ -1,6 +1,11 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { defaultSettings, hashFromSettings, settingsFromHash, type Settings } from "page/settings.js";
+import {
+  defaultSettings,
+  hashFromSettings,
+  settingsFromHash,
+  type Settings,
+} from "page/settings.js";
 
 void test("settings come back from their link", () => {
   const settings: Settings = {
@@ -23,9 +28,25 @@ void test("the defaults need no words in the address", () => {
 
 void test("what makes no sense in a link is left out", () => {
   const senseless = [
-    "colour=blue", "echo=2", "theme=red", "size=0", "size=9", "size=x", "range=5", "range=5,4", "range=5,5",
-    "range=-1,4", "range=0,61", "refl=0,256", "range=,4", "range=NaN,4", "camera=1,2,3", "camera=1,2,3,4,5,1e9",
-    "camera=1,2,3,4,5,Infinity", "grid=maybe", "other=1",
+    "colour=blue",
+    "echo=2",
+    "theme=red",
+    "size=0",
+    "size=9",
+    "size=x",
+    "range=5",
+    "range=5,4",
+    "range=5,5",
+    "range=-1,4",
+    "range=0,61",
+    "refl=0,256",
+    "range=,4",
+    "range=NaN,4",
+    "camera=1,2,3",
+    "camera=1,2,3,4,5,1e9",
+    "camera=1,2,3,4,5,Infinity",
+    "grid=maybe",
+    "other=1",
   ];
   for (const hash of senseless) assert.deepEqual(settingsFromHash(hash), defaultSettings(), hash);
 });

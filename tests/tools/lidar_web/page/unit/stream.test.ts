@@ -21,7 +21,12 @@ function decodedFrame(fields: Partial<ReturnType<typeof usualFields>> = {}) {
 }
 
 void test("a frame message gives back what was put into it", () => {
-  const { frame, transfer } = decodedFrame({ missingBlocks: 300, lastUs: 1.7e15, takenUs: 1.7e15 + 3, askedMs: 5.5 });
+  const { frame, transfer } = decodedFrame({
+    missingBlocks: 300,
+    lastUs: 1.7e15,
+    takenUs: 1.7e15 + 3,
+    askedMs: 5.5,
+  });
   assert.equal(frame.serial, 7);
   assert.equal(frame.id, 7);
   assert.equal(frame.echoes, 2);

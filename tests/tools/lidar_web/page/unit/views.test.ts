@@ -37,7 +37,9 @@ void test("turning keeps target and distance", () => {
   const turned = turnedPose(pose, 0.3, 0.1, 1);
   assert.deepEqual(turned.target, pose.target);
   assert.ok(Math.abs(distance(turned) - distance(pose)) < 1e-9);
-  assert.ok(Math.hypot(turned.position[0] - pose.position[0], turned.position[1] - pose.position[1]) > 0.5);
+  assert.ok(
+    Math.hypot(turned.position[0] - pose.position[0], turned.position[1] - pose.position[1]) > 0.5,
+  );
   assert.ok(turned.position[2] > pose.position[2]);
 });
 
