@@ -2,6 +2,7 @@
 //   node page_picture.mjs FILE      by scripts/make_page_picture.sh
 
 import { setPriority } from "node:os";
+import { join } from "node:path";
 import type { Page } from "playwright-core";
 import { kDesktop, newPage, startBrowser, waitForDraw, waitForText } from "../support/browser.js";
 import { kAddress, Programs } from "../support/programs.js";
@@ -13,7 +14,10 @@ const kFrames = 60;
 async function clickPixel(page: Page, row: number, col: number): Promise<void> {
   const box = await page.locator("#range-image").boundingBox();
   if (box === null) throw new Error("no range image");
-  await page.mouse.click(box.x + ((col + 0.5) / 288) * box.width, box.y + ((215.5 - row) / 216) * box.height);
+  await page.mouse.click(
+    box.x + ((col + 0.5) / 288) * box.width,
+    box.y + ((215.5 - row) / 216) * box.height,
+  );
 }
 
 const file = process.argv[2];
@@ -26,7 +30,8 @@ try {
   programs.makeCalibration(kScene);
   await programs.startNode();
   programs.prefer("node");
-  programs.startServer();
+  // The node's own words tell what was lost before the host.
+  programs.startServer(["--node-log", join(programs.folder, "node.log")]);
   const { page } = await newPage(browser, kDesktop);
   await programs.waitForOutput("server", /lidar_web: http/);
   await page.goto(`${kAddress}#colour=height&size=2.5`);
