@@ -46,7 +46,10 @@ class RawType : public TopicDataType {
     auto_fill_type_object(false);
     auto_fill_type_information(false);
   }
-  bool serialize(void* /*sample*/, eprosima::fastrtps::rtps::SerializedPayload_t* /*payload*/) override { return false; }
+  bool serialize(void* /*sample*/,
+                 eprosima::fastrtps::rtps::SerializedPayload_t* /*payload*/) override {
+    return false;
+  }
   bool deserialize(eprosima::fastrtps::rtps::SerializedPayload_t* payload, void* sample) override {
     static_cast<Bytes*>(sample)->assign(payload->data, payload->data + payload->length);
     return true;
