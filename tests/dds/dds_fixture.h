@@ -14,8 +14,8 @@
 #include "client/point_packet_by_hand.h"
 #include "kerul_lidar/frame_stream.h"
 #include "output/shm_udp_writer.h"
-#include "process/isolation.h"
 #include "support/child_process.h"
+#include "support/isolation.h"
 #include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {

@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "isolation.h"
 #include "sensor_simulator/calibration_blobs.h"
 #include "support/child_process.h"
+#include "support/isolation.h"
 #include "support/temp_dir.h"
 
 namespace kerul::lidar::testing {

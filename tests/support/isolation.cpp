@@ -1,4 +1,4 @@
-#include "isolation.h"
+#include "support/isolation.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
