@@ -40,6 +40,8 @@ inline void PrefetchForWrite(const LidarPoint& point) noexcept {
   for (std::size_t i = 0; i < sizeof(LidarPoint); i += kCacheLine) {
     __builtin_prefetch(bytes + i, 1);
   }
+  // The record need not begin with a line, and its end may lie in one more.
+  __builtin_prefetch(bytes + sizeof(LidarPoint) - 1, 1);
 }
 
 // Copies point i to to[i], in this order: of several for one place, the last stays. No place lies
