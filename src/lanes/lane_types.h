@@ -33,6 +33,7 @@ struct LaneTypes {
 //   Truncate(Double, Double)   as Truncate(Float)
 //   Gather(table, index)       table[index] lane by lane; every index must lie in the table, those
 //                              of unused lanes too
+//   Pick(sixteen, index)       the same for a table of sixteen words in memory: no gather
 //   GatherPairs(table, index)  16-bit entries index and index + 1, the latter in the upper half
 //   LoadBlocks(base, offsets)  16 bytes from each of base + offsets[0], [4], [8] and so on
 //   StoreBlocks(value, records, offset)  block b to records[4 * b] + offset

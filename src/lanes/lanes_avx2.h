@@ -38,6 +38,15 @@ struct LaneOperations<8> : LaneTypes<8> {
     return reinterpret_cast<Int>(
         _mm256_i32gather_epi32(table, reinterpret_cast<__m256i>(index), 4));
   }
+  static Float Pick(const float* sixteen, Int index) noexcept {
+    const auto places = reinterpret_cast<__m256i>(index);
+    return _mm256_blendv_ps(_mm256_permutevar8x32_ps(_mm256_loadu_ps(sixteen), places),
+                            _mm256_permutevar8x32_ps(_mm256_loadu_ps(sixteen + 8), places),
+                            _mm256_castsi256_ps(_mm256_slli_epi32(places, 28)));
+  }
+  static Int Pick(const std::int32_t* sixteen, Int index) noexcept {
+    return reinterpret_cast<Int>(Pick(reinterpret_cast<const float*>(sixteen), index));
+  }
   static Int GatherPairs(const std::uint16_t* table, Int index) noexcept {
     return reinterpret_cast<Int>(_mm256_i32gather_epi32(reinterpret_cast<const int*>(table),
                                                         reinterpret_cast<__m256i>(index), 2));

@@ -38,6 +38,13 @@ struct LaneOperations<16> : LaneTypes<16> {
     return reinterpret_cast<Int>(
         _mm512_i32gather_epi32(reinterpret_cast<__m512i>(index), table, 4));
   }
+  static Float Pick(const float* sixteen, Int index) noexcept {
+    return _mm512_permutexvar_ps(reinterpret_cast<__m512i>(index), _mm512_loadu_ps(sixteen));
+  }
+  static Int Pick(const std::int32_t* sixteen, Int index) noexcept {
+    return reinterpret_cast<Int>(
+        _mm512_permutexvar_epi32(reinterpret_cast<__m512i>(index), _mm512_loadu_si512(sixteen)));
+  }
   static Int GatherPairs(const std::uint16_t* table, Int index) noexcept {
     return reinterpret_cast<Int>(
         _mm512_i32gather_epi32(reinterpret_cast<__m512i>(index), table, 2));

@@ -33,6 +33,10 @@ struct LaneOperations<4> : LaneTypes<4> {
   static Int Gather(const std::int32_t* table, Int index) noexcept {
     return Int{table[index[0]], table[index[1]], table[index[2]], table[index[3]]};
   }
+  template <typename Word>
+  static auto Pick(const Word* sixteen, Int index) noexcept {
+    return Gather(sixteen, index);
+  }
   static Int GatherPairs(const std::uint16_t* table, Int index) noexcept {
     Int pairs;
     for (int i = 0; i < 4; ++i) {

@@ -8,9 +8,21 @@ namespace kerul::lidar {
 
 int DecodeBlocksAvx2(const PacketContext& context, const std::uint8_t* blocks,
                      LidarPoint* points) noexcept {
-  const int last_pixel_id = PacketKernel<8>::Decode(context, blocks, points);
+  const int last_pixel_id = PacketKernel<8>::DecodePoints(context, blocks, points);
   LeaveWideVectors();
   return last_pixel_id;
+}
+
+int DecodePacketAvx2(const PacketContext& context, const std::uint8_t* blocks,
+                     PacketPlanes& planes) noexcept {
+  const int last_pixel_id = PacketKernel<8>::Decode(context, blocks, planes);
+  LeaveWideVectors();
+  return last_pixel_id;
+}
+
+void StorePacketAvx2(const PacketPlanes& planes, LidarPoint* const* places) noexcept {
+  PacketRecords<8, true>::Store(planes, places);
+  LeaveWideVectors();
 }
 
 void WriteBlockAvx2(const BlockRows& block, int echo, std::uint8_t* bytes) noexcept {

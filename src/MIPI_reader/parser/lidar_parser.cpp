@@ -15,6 +15,7 @@ namespace {
 using kerul::lidar::EchoSettings;
 using kerul::lidar::LidarPoint;
 using kerul::lidar::PacketContext;
+using kerul::lidar::PacketPlanes;
 using kerul::lidar::RawHeader;
 using kerul::lidar::UdpPacket;
 namespace raw_packet = kerul::lidar::raw_packet;
@@ -44,6 +45,19 @@ EchoSettings SettingsOf(const LidarParserQDV11& parser) noexcept {
     settings.cogw_high_curve = parser.cogw_filter->cogw_high_curve.data();
   }
   return settings;
+}
+
+PacketContext ContextOf(const LidarParserQDV11& parser, const RawHeader& header,
+                        int echo_count) noexcept {
+  const Shots shots = ShotsOfGroup(parser.shot_times, header.group_id);
+  return {.settings = SettingsOf(parser),
+          .threshold_bins = parser.detect_threshold_bins.data(),
+          .threshold_count = static_cast<int>(parser.detect_threshold_bins.size()),
+          .shot_times = shots.times,
+          .shot_ratio = shots.ratio,
+          .first_row = header.group_id * parser.mrow_height,
+          .first_col = header.slot_id * parser.group_width,
+          .echo_count = std::min(echo_count, kerul::lidar::kEchoSlots)};
 }
 
 void PrintWrongMagic(const UdpPacket& packet) {
@@ -79,14 +93,53 @@ constexpr kerul::lidar::VectorForms<VectorForm> kForms{kerul::lidar::DecodeBlock
                                                        kerul::lidar::DecodeBlocksAvx2,
                                                        kerul::lidar::DecodeBlocksAvx512};
 
+using PlanesForm = int (*)(const PacketContext&, const std::uint8_t*, PacketPlanes&) noexcept;
+constexpr kerul::lidar::VectorForms<PlanesForm> kPlanesForms{kerul::lidar::DecodePacketPlain,
+                                                             kerul::lidar::DecodePacketAvx2,
+                                                             kerul::lidar::DecodePacketAvx512};
+
 // The vector forms write every record whole. A slot that is decoded without a reset must keep
 // fields of its earlier content, so it takes the scalar form.
+bool FitsLanes(int echo_count) noexcept {
+  return echo_count <= LidarPoint::echo_num && LidarPoint::echo_num >= 1;
+}
+
 int DecodeBlocksChosen(const PacketContext& context, const std::uint8_t* blocks,
                        LidarPoint* points) noexcept {
-  const bool fits_lanes = context.echo_count <= LidarPoint::echo_num && LidarPoint::echo_num >= 1;
-  const VectorForm form = fits_lanes ? kForms.Chosen() : nullptr;
+  const VectorForm form = FitsLanes(context.echo_count) ? kForms.Chosen() : nullptr;
   return form != nullptr ? form(context, blocks, points)
                          : kerul::lidar::DecodeBlocks(context, blocks, points);
+}
+
+// `decode` takes the packet's context and blocks and gives the last block's pixel id.
+template <typename Decode>
+int TakePacket(LidarParserQDV11& parser, const UdpPacket& packet, int& frame_id, int echo_count,
+               Decode&& decode) {
+  if (kerul::lidar::ReadMagic(packet.buffer) != raw_packet::kMagic) {
+    PrintWrongMagic(packet);
+    return -1;
+  }
+  if (kerul::lidar::ReadVersion(packet.buffer) != raw_packet::kVersion) {
+    if (parser.packet_debug) PrintSkippedVersion(packet);
+    return -1;
+  }
+  const RawHeader header = kerul::lidar::ReadRawHeader(packet.buffer);
+  frame_id = header.frame_id;
+  if (header.ch_num != raw_packet::kBlocks) {
+    kerul::lidar::FailAssertion("ch_num == 9", "src/MIPI_reader/parser/lidar_parser", 804,
+                                "ParsePacket");
+  }
+
+  // The last block's pixel id places the packet.
+  const int pixel_id =
+      decode(ContextOf(parser, header, echo_count), packet.buffer + raw_packet::kBlocksOffset);
+
+  const int total_packet_id = kerul::lidar::TotalPacketId(header, pixel_id);
+  if (parser.packet_debug) PrintPacket(header, total_packet_id, pixel_id);
+  if (parser.udp_seq_base == 0) {
+    parser.udp_seq_base = static_cast<std::uint32_t>(header.udp_sequence_num);
+  }
+  return total_packet_id;
 }
 
 }  // namespace
@@ -115,39 +168,23 @@ void LidarParserQDV11::SetMiniflashRows(int /*rows*/) {}
 
 int LidarParserQDV11::ParsePacket(const UdpPacket& packet, std::vector<LidarPoint>& points,
                                   int& frame_id, int echo_count) {
-  if (kerul::lidar::ReadMagic(packet.buffer) != raw_packet::kMagic) {
-    PrintWrongMagic(packet);
-    return -1;
-  }
-  if (kerul::lidar::ReadVersion(packet.buffer) != raw_packet::kVersion) {
-    if (packet_debug) PrintSkippedVersion(packet);
-    return -1;
-  }
-  const RawHeader header = kerul::lidar::ReadRawHeader(packet.buffer);
-  frame_id = header.frame_id;
-  if (header.ch_num != raw_packet::kBlocks) {
-    kerul::lidar::FailAssertion("ch_num == 9", "src/MIPI_reader/parser/lidar_parser", 804,
-                                __func__);
-  }
+  return TakePacket(*this, packet, frame_id, echo_count,
+                    [&points](const PacketContext& context, const std::uint8_t* blocks) {
+                      points.resize(raw_packet::kBlocks);
+                      return DecodeBlocksChosen(context, blocks, points.data());
+                    });
+}
 
-  const Shots shots = ShotsOfGroup(shot_times, header.group_id);
-  const PacketContext context{.settings = SettingsOf(*this),
-                              .threshold_bins = detect_threshold_bins.data(),
-                              .threshold_count = static_cast<int>(detect_threshold_bins.size()),
-                              .shot_times = shots.times,
-                              .shot_ratio = shots.ratio,
-                              .first_row = header.group_id * mrow_height,
-                              .first_col = header.slot_id * group_width,
-                              .echo_count = std::min(echo_count, kerul::lidar::kEchoSlots)};
-  points.resize(raw_packet::kBlocks);
-  // The last block's pixel id places the packet.
-  const int pixel_id =
-      DecodeBlocksChosen(context, packet.buffer + raw_packet::kBlocksOffset, points.data());
+bool LidarParserQDV11::CanParseIntoPlanes(int echo_count) const noexcept {
+  return !keep_bins && FitsLanes(echo_count) && kPlanesForms.Chosen() != nullptr;
+}
 
-  const int total_packet_id = kerul::lidar::TotalPacketId(header, pixel_id);
-  if (packet_debug) PrintPacket(header, total_packet_id, pixel_id);
-  if (udp_seq_base == 0) udp_seq_base = static_cast<std::uint32_t>(header.udp_sequence_num);
-  return total_packet_id;
+int LidarParserQDV11::ParsePacket(const UdpPacket& packet, PacketPlanes& planes, int& frame_id,
+                                  int echo_count) {
+  return TakePacket(*this, packet, frame_id, echo_count,
+                    [&planes](const PacketContext& context, const std::uint8_t* blocks) {
+                      return kPlanesForms.Chosen()(context, blocks, planes);
+                    });
 }
 
 void LidarParserQDV11::ComputeEchoData(const std::uint16_t* samples, LidarPoint& point,

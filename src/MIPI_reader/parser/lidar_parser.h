@@ -8,6 +8,7 @@
 
 #include "MIPI_reader/parser/cogw_filter.h"
 #include "MIPI_reader/parser/lidar_point.h"
+#include "MIPI_reader/parser/packet_planes.h"
 #include "calibration/angle_calib.h"
 
 // Frame geometry and the base class's answers. The order of the virtual operations is part of the
@@ -75,6 +76,12 @@ class LidarParserQDV11 : public LidarParser {
   // stand in the buffer.
   int ParsePacket(const kerul::lidar::UdpPacket& packet,
                   std::vector<kerul::lidar::LidarPoint>& points, int& frame_id, int echo_count);
+
+  // The same into planes, from which StorePacket makes the records. Only where CanParseIntoPlanes:
+  // the forms for lanes do it, and planes hold no bins.
+  int ParsePacket(const kerul::lidar::UdpPacket& packet, kerul::lidar::PacketPlanes& planes,
+                  int& frame_id, int echo_count);
+  bool CanParseIntoPlanes(int echo_count) const noexcept;
 
   // Range and pulse measures of one 17-sample window; writes the echo record of slot `echo` only.
   // Needs shot_ratio and detect_threshold of the point, peak_addr, noise and baseline of the echo.

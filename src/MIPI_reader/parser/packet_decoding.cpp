@@ -5,6 +5,7 @@
 #include <span>
 
 #include "MIPI_reader/parser/raw_packet.h"
+#include "lanes/instruction_set.h"
 #include "lanes/truncation.h"
 
 namespace kerul::lidar {
@@ -67,6 +68,13 @@ int DecodeBlocks(const PacketContext& context, const std::uint8_t* blocks,
     pixel_id = DecodeBlock(context, blocks + i * raw_packet::kBlockBytes, points[i]);
   }
   return pixel_id;
+}
+
+void StorePacket(const PacketPlanes& planes, LidarPoint* const* places) noexcept {
+  using VectorForm = void (*)(const PacketPlanes&, LidarPoint* const*) noexcept;
+  static constexpr VectorForms<VectorForm> kForms{StorePacketPlain, StorePacketAvx2,
+                                                  StorePacketAvx512};
+  kForms.Chosen()(planes, places);
 }
 
 }  // namespace kerul::lidar

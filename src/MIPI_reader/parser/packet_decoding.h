@@ -5,6 +5,7 @@
 
 #include "MIPI_reader/parser/echo_computation.h"
 #include "MIPI_reader/parser/lidar_point.h"
+#include "MIPI_reader/parser/packet_planes.h"
 
 namespace kerul::lidar {
 
@@ -34,5 +35,21 @@ int DecodeBlocksAvx2(const PacketContext& context, const std::uint8_t* blocks,
                      LidarPoint* points) noexcept;
 int DecodeBlocksAvx512(const PacketContext& context, const std::uint8_t* blocks,
                        LidarPoint* points) noexcept;
+
+// The same into planes, which hold no bins.
+int DecodePacketPlain(const PacketContext& context, const std::uint8_t* blocks,
+                      PacketPlanes& planes) noexcept;
+int DecodePacketAvx2(const PacketContext& context, const std::uint8_t* blocks,
+                     PacketPlanes& planes) noexcept;
+int DecodePacketAvx512(const PacketContext& context, const std::uint8_t* blocks,
+                       PacketPlanes& planes) noexcept;
+
+// Writes pixel i of nine to *places[i]: the whole record, as if a new point had been decoded and
+// calibrated, in this order: of several pixels for one place, the last stays. In the form that made
+// the planes.
+void StorePacket(const PacketPlanes& planes, LidarPoint* const* places) noexcept;
+void StorePacketPlain(const PacketPlanes& planes, LidarPoint* const* places) noexcept;
+void StorePacketAvx2(const PacketPlanes& planes, LidarPoint* const* places) noexcept;
+void StorePacketAvx512(const PacketPlanes& planes, LidarPoint* const* places) noexcept;
 
 }  // namespace kerul::lidar

@@ -18,33 +18,46 @@ struct PacketKernel {
   using V = Lanes<W>;
   using Float = typename V::Float;
   using Int = typename V::Int;
-  using Records = EchoRecords<W>;
 
+  // Gives the pixel id of the last block.
   static int Decode(const PacketContext& context, const std::uint8_t* blocks,
-                    LidarPoint* points) noexcept {
-    Pixels pixels;
-    pixels.wanted[0] = pixels.wanted[1] = 0;
+                    PacketPlanes& planes) noexcept {
+    planes.pixel_count = kPixels;
+    planes.shot_times = context.shot_times;
+    planes.shot_ratio = context.shot_ratio;
+    std::int32_t peak_addr[kMostWindows];  // by number of the window
+    planes.windows_of_pixels[0] = planes.windows_of_pixels[1] = 0;
     for (int first = 0; first < kPixels; first += W) {
-      DecodePixels(context, blocks, first, points, pixels);
+      DecodePixels(context, blocks, first, peak_addr, planes);
     }
-    Windows windows;
-    ListWindows(pixels, points, windows);
+    std::int32_t offsets[kMostWindows];
+    const int first_slots = ListWindows(planes, offsets);
     int next = 0;
-    for (; windows.count - next > kFewWindows; next += W) {
-      DecodeWindows(context, blocks, pixels, windows, next);
+    for (; planes.window_count - next > kFewWindows; next += W) {
+      DecodeWindows(context, blocks, peak_addr, offsets, first_slots, next, planes);
     }
-    for (; next < windows.count; ++next) {
-      DecodeWindow(context, blocks, pixels, windows.number[next], points);
+    for (; next < planes.window_count; ++next) {
+      DecodeWindow(context, blocks, peak_addr, next, planes);
     }
-    if (context.settings.keep_bins) KeepBins(context, blocks, pixels, points);
     return PixelId(blocks + (kPixels - 1) * raw_packet::kBlockBytes);
+  }
+
+  // Decodes into the records of nine points, as DecodeBlocks does.
+  static int DecodePoints(const PacketContext& context, const std::uint8_t* blocks,
+                          LidarPoint* points) noexcept {
+    PacketPlanes planes;
+    const int last_pixel_id = Decode(context, blocks, planes);
+    LidarPoint* places[kPixels];
+    for (int i = 0; i < kPixels; ++i) places[i] = points + i;
+    PacketRecords<W, false>::Store(planes, places);
+    if (context.settings.keep_bins) KeepBins(context, blocks, points);
+    return last_pixel_id;
   }
 
  private:
   static constexpr int kPixels = raw_packet::kBlocks;
-  // Number of a window: 16 * slot + pixel.
-  static constexpr int kSlotStep = 16;
-  static constexpr int kMostWindows = kSlotStep * kEchoSlots;
+  static constexpr int kSlotStep = PacketPlanes::kPixels;
+  static constexpr int kMostWindows = PacketPlanes::kWindows;
   // Up to this many windows left over are faster one by one.
   static constexpr int kFewWindows = 1;
   // The first window starts with the even sample of a pair of samples, the second one with the odd
@@ -54,51 +67,34 @@ struct PacketKernel {
   static_assert(raw_packet::kWindowSample + raw_packet::kWindowStride ==
                 kWindowByte[1] / 3 * 2 + 1);
 
-  // What the windows need of their pixels; entries after the ninth are not used.
-  struct Pixels {
-    std::int32_t peak_addr[kMostWindows];  // by window
-    float noise[kSlotStep];
-    float baseline[kSlotStep];
-    float threshold[kSlotStep];
-    std::uint32_t wanted[kEchoSlots];  // a bit for each pixel whose window is to be decoded
-  };
-
   // The words of W pixel blocks.
   struct PixelWords {
     Int peak_addr[kEchoSlots];
     Int pixel_id, noise, pixel_word22, pixel_word11;
   };
 
-  // The windows to decode, those of slot 0 first.
-  struct Windows {
-    std::int32_t number[kMostWindows];
-    std::int32_t offset[kMostWindows];  // bytes from the first block
-    std::uint8_t* echo[kMostWindows];
-    int first_slots;  // so many are of slot 0
-    int count;
-  };
-
-  // Decodes W pixels: their points except the wanted windows.
+  // Decodes W pixels except the windows that may hold a pulse.
   static void DecodePixels(const PacketContext& context, const std::uint8_t* blocks, int first,
-                           LidarPoint* points, Pixels& pixels) noexcept {
-    std::uint8_t idle[sizeof(LidarPoint)];
+                           std::int32_t* peak_addr, PacketPlanes& planes) noexcept {
     const int lanes = kPixels - first < W ? kPixels - first : W;
     std::int32_t offsets[W];
-    std::uint8_t* records[W];
     for (int lane = 0; lane < W; ++lane) {
       offsets[lane] = lane < lanes ? (first + lane) * raw_packet::kBlockBytes : 0;
-      records[lane] = lane < lanes ? reinterpret_cast<std::uint8_t*>(points + first + lane) : idle;
     }
     const PixelWords words = ReadPixels(blocks, offsets);
+    const Int place = V::Gather(kPixelPlaces.offsets, words.pixel_id);
     const Float noise = V::ToFloat(words.noise);
     const Float baseline = 3.0F * (context.shot_times * (noise * 0.00048828125F));
     const Float threshold = DetectThresholds(context, words.noise);
-    WritePixels(context, words, threshold, records);
-    V::Store(pixels.peak_addr + first, words.peak_addr[0]);
-    V::Store(pixels.peak_addr + kSlotStep + first, words.peak_addr[1]);
-    V::Store(pixels.noise + first, noise);
-    V::Store(pixels.baseline + first, baseline);
-    V::Store(pixels.threshold + first, threshold);
+    V::Store(planes.row + first, (place & 0xFFFF) + context.first_row);
+    V::Store(planes.col + first, (place >> 16) + context.first_col);
+    V::Store(planes.pixel_word22 + first, V::ToFloat(words.pixel_word22));
+    V::Store(planes.pixel_word11 + first, V::ToFloat(words.pixel_word11));
+    V::Store(planes.detect_threshold + first, threshold);
+    V::Store(planes.noise + first, noise);
+    V::Store(planes.baseline + first, baseline);
+    V::Store(peak_addr + first, words.peak_addr[0]);
+    V::Store(peak_addr + kSlotStep + first, words.peak_addr[1]);
 
     const Int is_pixel = Iota() < lanes;
     Int has_window[kEchoSlots];
@@ -106,18 +102,16 @@ struct PacketKernel {
       has_window[slot] = is_pixel & (words.peak_addr[slot] <= raw_packet::kMaxPeakAddr) &
                          (slot < context.echo_count ? ~Int{} : Int{});
     }
-    pixels.wanted[0] |= V::Bits(has_window[0]) << first;
-    if (LidarPoint::echo_num < kEchoSlots) return;
     echo_computation::EchoLanes<W> echo;
-    echo.noise = noise;
     echo.baseline = baseline;
     const Int goes_on = CompareSecondPeaks(blocks, offsets, threshold, echo);
-    for (std::uint8_t*& record : records) record += kSecondEcho;
-    Records::WriteWithoutPulse(has_window[1] & ~goes_on, echo, words.peak_addr[1], records, lanes);
-    pixels.wanted[1] |= V::Bits(has_window[1] & goes_on) << first;
+    V::Store(planes.no_pulse + first, has_window[1] & ~goes_on);
+    V::Store(planes.no_pulse_peak_addr + first, words.peak_addr[1]);
+    V::Store(planes.no_pulse_peak + first, echo.peak);
+    V::Store(planes.no_pulse_peak_ratio + first, echo.peak_ratio);
+    planes.windows_of_pixels[0] |= V::Bits(has_window[0]) << first;
+    planes.windows_of_pixels[1] |= V::Bits(has_window[1] & goes_on) << first;
   }
-
-  static constexpr std::ptrdiff_t kSecondEcho = offsetof(LidarPoint, echoes) + sizeof(LidarEcho);
 
   // Bytes 0..15 of the blocks: the samples 1..8 in bytes a, b, c of each pair as UnpackBlock tells.
   static PixelWords ReadPixels(const std::uint8_t* blocks, const std::int32_t* offsets) noexcept {
@@ -148,23 +142,6 @@ struct PacketKernel {
     return V::ToFloat(V::Select(index == last, both >> 16, both) & 0xFFFF);
   }
 
-  // The points' own fields.
-  static void WritePixels(const PacketContext& context, const PixelWords& words, Float threshold,
-                          std::uint8_t* const* records) noexcept {
-    static_assert(offsetof(LidarPoint, row) == 0 && offsetof(LidarPoint, col) == 4 &&
-                  offsetof(LidarPoint, pixel_word22) == 8 &&
-                  offsetof(LidarPoint, pixel_word11) == 12);
-    const Int place = V::Gather(kPixelPlaces.offsets, words.pixel_id);
-    StoreWords<W>((place & 0xFFFF) + context.first_row, (place >> 16) + context.first_col,
-                  V::ToFloat(words.pixel_word22), V::ToFloat(words.pixel_word11), records, 0);
-    static_assert(
-        offsetof(LidarPoint, shot_times) == 16 && offsetof(LidarPoint, shot_ratio) == 20 &&
-        offsetof(LidarPoint, detect_threshold) == 24 && offsetof(LidarPoint, echoes) == 28);
-    // The last word is the first one of echo 0, which is written after this.
-    StoreWords<W>(V::Splat(context.shot_times), V::Splat(context.shot_ratio), threshold, Int{},
-                  records, 16);
-  }
-
   // Most windows of slot 1 hold no pulse. Their samples are neither adapted nor clipped, and sums
   // of whole numbers below 2^24 are exact in any order. So three samples give the peak and its
   // ratio, and that is all of a window without a pulse. Gives the lanes that go on.
@@ -181,73 +158,96 @@ struct PacketKernel {
     return echo_computation::EchoKernel<W>::ComparePeak(threshold, echo);
   }
 
-  static void ListWindows(const Pixels& pixels, LidarPoint* points, Windows& windows) noexcept {
+  // Gives the number of windows of slot 0. `offsets`: out, bytes from the first block to the
+  // window.
+  static int ListWindows(PacketPlanes& planes, std::int32_t* offsets) noexcept {
     int count = 0;
+    int first_slots = 0;
     for (int slot = 0; slot < kEchoSlots; ++slot) {
       for (int pixel = 0; pixel < kPixels; ++pixel) {
         // Always listed, and overwritten by the next one if not wanted: no branch to mispredict.
-        windows.number[count] = slot * kSlotStep + pixel;
-        windows.offset[count] = pixel * raw_packet::kBlockBytes + kWindowByte[slot];
-        windows.echo[count] = reinterpret_cast<std::uint8_t*>(&points[pixel].echoes[slot]);
-        count += static_cast<int>(pixels.wanted[slot] >> pixel & 1U);
+        planes.window[count] = slot * kSlotStep + pixel;
+        offsets[count] = pixel * raw_packet::kBlockBytes + kWindowByte[slot];
+        count += static_cast<int>(planes.windows_of_pixels[slot] >> pixel & 1U);
       }
-      if (slot == 0) windows.first_slots = count;
+      if (slot == 0) first_slots = count;
     }
-    windows.count = count;
-    for (int pixel = 0; pixel < kPixels; ++pixel) {
-      if ((pixels.wanted[0] >> pixel & 1U) == 0) Records::Reset(points[pixel].echoes[0]);
-    }
+    planes.window_count = count;
+    return first_slots;
   }
 
   // Decodes the W windows from `first` on. Idle lanes repeat the first one.
   static void DecodeWindows(const PacketContext& context, const std::uint8_t* blocks,
-                            const Pixels& pixels, Windows& windows, int first) noexcept {
-    std::uint8_t idle[sizeof(LidarEcho)];
-    for (int i = windows.count; i < first + W; ++i) {
-      windows.number[i] = windows.number[first];
-      windows.offset[i] = windows.offset[first];
-      windows.echo[i] = idle;
+                            const std::int32_t* peak_addr, std::int32_t* offsets, int first_slots,
+                            int first, PacketPlanes& planes) noexcept {
+    for (int i = planes.window_count; i < first + W; ++i) {
+      planes.window[i] = planes.window[first];
+      offsets[i] = offsets[first];
     }
     echo_computation::WindowLanes<W> in;
-    in.is_first_slot = Iota() < windows.first_slots - first;
-    ReadSamples(blocks, windows.offset + first, in);
-    const Int number = V::Load(windows.number + first);
-    const Int pixel = number & (kSlotStep - 1);
-    const Int peak_addr = V::Gather(pixels.peak_addr, number);
-    in.first_bin = V::ToFloat(peak_addr);
-    in.noise = V::Gather(pixels.noise, pixel);
-    in.baseline = V::Gather(pixels.baseline, pixel);
-    in.detect_threshold = V::Gather(pixels.threshold, pixel);
+    in.is_first_slot = Iota() < first_slots - first;
+    ReadSamples(blocks, offsets + first, in);
+    const Int window = V::Load(planes.window + first);
+    const Int pixel = window & (kSlotStep - 1);
+    const Int first_bin = V::Select(in.is_first_slot, V::Pick(peak_addr, pixel),
+                                    V::Pick(peak_addr + kSlotStep, pixel));
+    in.first_bin = V::ToFloat(first_bin);
+    in.noise = V::Pick(planes.noise, pixel);
+    in.baseline = V::Pick(planes.baseline, pixel);
+    in.detect_threshold = V::Pick(planes.detect_threshold, pixel);
     echo_computation::EchoLanes<W> echo;
     echo_computation::EchoKernel<W>::Compute(context.settings, context.shot_ratio, in, echo);
-    const int rest = windows.count - first;
-    Records::Write(echo, peak_addr, windows.echo + first, rest < W ? rest : W);
+    V::Store(planes.dist_raw + first, echo.dist_raw);
+    V::Store(planes.refl_raw + first, Float{});
+    V::Store(planes.cogh + first, echo.cogh);
+    V::Store(planes.cogw + first, echo.cogw);
+    V::Store(planes.cogw_high + first, echo.cogw_high);
+    V::Store(planes.waveform_rms_ratio + first, echo.waveform_rms_ratio);
+    V::Store(planes.cogw_flag + first, echo.cogw_flag);
+    V::Store(planes.peak + first, echo.peak);
+    V::Store(planes.peak_ratio + first, echo.peak_ratio);
+    V::Store(planes.peak_addr + first, first_bin);
+    V::Store(planes.power + first, Float{});
+    V::Store(planes.window_noise + first, echo.noise);
+    V::Store(planes.window_baseline + first, echo.baseline);
+    V::Store(planes.change_noise_noise_append + first, echo.change_noise_noise_append);
+    V::Store(planes.highRefl + first, echo.highRefl);
+    V::Store(planes.afterPulse + first, Int{});
+    V::Store(planes.detect_pass + first, echo.detect_pass);
   }
 
-  // The scalar form for one window.
+  // The scalar form for entry `i` of the list.
   static void DecodeWindow(const PacketContext& context, const std::uint8_t* blocks,
-                           const Pixels& pixels, int window, LidarPoint* points) noexcept {
-    const int slot = window / kSlotStep;
-    const int pixel = window % kSlotStep;
-    LidarEcho& echo = points[pixel].echoes[slot];
-    Records::Reset(echo);
-    echo.peak_addr = pixels.peak_addr[window];
-    echo.noise = pixels.noise[pixel];
-    echo.baseline = pixels.baseline[pixel];
+                           const std::int32_t* peak_addr, int i, PacketPlanes& planes) noexcept {
+    const int slot = planes.window[i] / kSlotStep;
+    const int pixel = planes.window[i] % kSlotStep;
+    static constexpr LidarPoint kFresh{};
+    LidarPoint point = kFresh;
+    point.shot_ratio = context.shot_ratio;
+    point.detect_threshold = planes.detect_threshold[pixel];
+    LidarEcho& echo = point.echoes[slot];
+    echo.peak_addr = peak_addr[planes.window[i]];
+    echo.noise = planes.noise[pixel];
+    echo.baseline = planes.baseline[pixel];
     std::uint16_t samples[kWindowSamples];
     UnpackWindow(blocks + pixel * raw_packet::kBlockBytes + kWindowByte[slot], slot, samples);
-    ComputeEcho(context.settings, samples, points[pixel], slot);
+    ComputeEcho(context.settings, samples, point, slot);
+    TakeEcho(echo, i, planes);
   }
 
+  // Also of windows without a pulse.
   static void KeepBins(const PacketContext& context, const std::uint8_t* blocks,
-                       const Pixels& pixels, LidarPoint* points) noexcept {
-    for (int window = 0; window < context.echo_count * kSlotStep; ++window) {
-      const int slot = window / kSlotStep;
-      const int pixel = window % kSlotStep;
-      if (pixel >= kPixels || pixels.peak_addr[window] > raw_packet::kMaxPeakAddr) continue;
-      std::uint16_t samples[kWindowSamples];
-      UnpackWindow(blocks + pixel * raw_packet::kBlockBytes + kWindowByte[slot], slot, samples);
-      __builtin_memcpy(&points[pixel].echoes[slot].bins, samples, sizeof(samples));
+                       LidarPoint* points) noexcept {
+    for (int pixel = 0; pixel < kPixels; ++pixel) {
+      const std::uint8_t* block = blocks + pixel * raw_packet::kBlockBytes;
+      std::uint16_t samples[raw_packet::kSamplesPerBlock];
+      UnpackBlock(block, samples);
+      for (int slot = 0; slot < context.echo_count; ++slot) {
+        if (samples[raw_packet::kPeakAddrSample + slot] > raw_packet::kMaxPeakAddr) continue;
+        const auto* window = samples + raw_packet::kWindowSample + raw_packet::kWindowStride * slot;
+        __builtin_memcpy(&points[pixel].echoes[slot].bins, window,
+                         sizeof(points[pixel].echoes[slot].bins));
+      }
     }
   }
 
