@@ -5,9 +5,8 @@
 
 namespace kerul::lidar {
 
-void CalibratePointsAvx2(const CalibrationTables& tables, LidarPoint* points, int count,
-                         int echo_count) noexcept {
-  CalibrationKernel<8>::Run(tables, points, count, echo_count);
+void CalibratePlanesAvx2(const CalibrationTables& tables, PacketPlanes& planes) noexcept {
+  CalibrationKernel<8>::Run(tables, planes);
   LeaveWideVectors();
 }
 

@@ -5,9 +5,8 @@
 
 namespace kerul::lidar {
 
-void CalibratePointsAvx512(const CalibrationTables& tables, LidarPoint* points, int count,
-                           int echo_count) noexcept {
-  CalibrationKernel<16>::Run(tables, points, count, echo_count);
+void CalibratePlanesAvx512(const CalibrationTables& tables, PacketPlanes& planes) noexcept {
+  CalibrationKernel<16>::Run(tables, planes);
   LeaveWideVectors();
 }
 

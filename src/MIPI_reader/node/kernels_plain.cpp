@@ -5,9 +5,8 @@
 
 namespace kerul::lidar {
 
-void CalibratePointsPlain(const CalibrationTables& tables, LidarPoint* points, int count,
-                          int echo_count) noexcept {
-  CalibrationKernel<4>::Run(tables, points, count, echo_count);
+void CalibratePlanesPlain(const CalibrationTables& tables, PacketPlanes& planes) noexcept {
+  CalibrationKernel<4>::Run(tables, planes);
 }
 
 void ground::FindGroundPlain(const RowRun& run, const GroundSettings& settings,

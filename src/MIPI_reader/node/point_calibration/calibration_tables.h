@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "MIPI_reader/parser/lidar_point.h"
+#include "MIPI_reader/parser/packet_planes.h"
 
 namespace kerul::lidar {
 
@@ -88,12 +89,9 @@ float MapHighThresholdHeight(const HighThresholdMap& map, float height) noexcept
 // echo_num as in LidarPoint; afterPulse of echo 1 is cleared first when there are two.
 void CheckPixelReflectivity(const HighReflCheck& check, int echo_num, LidarPoint& point) noexcept;
 
-// The instances. `count` points with `echo_count` slots in use, 1 or 2.
-void CalibratePointsPlain(const CalibrationTables& tables, LidarPoint* points, int count,
-                          int echo_count) noexcept;
-void CalibratePointsAvx2(const CalibrationTables& tables, LidarPoint* points, int count,
-                         int echo_count) noexcept;
-void CalibratePointsAvx512(const CalibrationTables& tables, LidarPoint* points, int count,
-                           int echo_count) noexcept;
+// The instances: all steps over the windows of a packet's planes.
+void CalibratePlanesPlain(const CalibrationTables& tables, PacketPlanes& planes) noexcept;
+void CalibratePlanesAvx2(const CalibrationTables& tables, PacketPlanes& planes) noexcept;
+void CalibratePlanesAvx512(const CalibrationTables& tables, PacketPlanes& planes) noexcept;
 
 }  // namespace kerul::lidar

@@ -1,9 +1,9 @@
-// The calibration steps of a packet over W echoes at once, bit for bit the scalar forms beside it
-// (packet_calibration.cpp, high_reflectivity_check.cpp, retro_calib.cpp), step by step. A lane is
-// an echo that has a range, from either slot of any point of the group; the others cost a look.
+// The calibration steps over the windows of a packet's planes, W at once, bit for bit the scalar
+// forms beside it (packet_calibration.cpp, high_reflectivity_check.cpp, retro_calib.cpp), step by
+// step. Windows without a range cost nothing but their lane.
 //
 // The check for high reflectivity needs both echoes of a point: after their ranges and heights are
-// settled, but before the reflectivity step erases one of them. So the whole group takes the first
+// settled, but before the reflectivity step erases one of them. So all windows take the first
 // steps, then the check, then the last step.
 #pragma once
 
@@ -11,6 +11,7 @@
 
 #include "MIPI_reader/node/point_calibration/calibration_tables.h"
 #include "MIPI_reader/parser/lidar_point.h"
+#include "MIPI_reader/parser/packet_planes.h"
 #include "lanes/lanes.h"
 #include "lanes/rounded_powers_lanes.h"
 
@@ -22,141 +23,88 @@ struct CalibrationKernel {
   using Float = typename V::Float;
   using Int = typename V::Int;
 
-  static void Run(const CalibrationTables& tables, LidarPoint* points, int count,
-                  int echo_count) noexcept {
-    while (count > 0) {
-      const int group = count < kGroupPoints ? count : kGroupPoints;
-      RunGroup(tables, points, group, echo_count);
-      points += group;
-      count -= group;
+  static void Run(const CalibrationTables& tables, PacketPlanes& planes) noexcept {
+    Work work;
+    FindPixels(tables, planes, work);
+    const int count = planes.window_count;
+    for (int first = 0; first < count; first += W) {
+      SettleRangeAndHeight(tables, first, planes, work);
     }
+    if (tables.high_refl_check != nullptr) CheckReflectivity(tables, work.strong, planes);
+    if (tables.power_curve == nullptr) return;
+    for (int first = 0; first < count; first += W) MeasureReflectivity(tables, first, planes, work);
   }
 
  private:
-  static constexpr int kGroupPoints = 16;
-  static constexpr int kLanes = kGroupPoints * kEchoSlots;
+  static constexpr int kLanes = PacketPlanes::kWindows;
   static_assert(kLanes <= 32 && kLanes % W == 0);  // a bit per lane; whole vectors
   static constexpr float kTableStepMetres = 0.1F;
   static constexpr float kEfficiantRange = 9.900001F;
   static constexpr float kFullReflectivity = 255.0F;
   static constexpr float kSoftReflectivity = 100.0F;
 
-  // The echoes of a group that are worked on, field by field. Lanes from `count` on hold nothing.
-  struct Group {
-    int count = 0;
-    std::uint32_t strong = 0;  // lanes high enough for a rule
-    LidarPoint* point[kLanes];
-    LidarEcho* echo[kLanes];
-    float range[kLanes];
-    float height[kLanes];
-    float noise[kLanes];
-    float append[kLanes];  // change_noise_noise_append, after the first steps a third of it
-    float offset[kLanes];
-    float scale[kLanes];
-    std::int32_t high_width[kLanes];  // masks
-    std::int32_t high_refl[kLanes];
-    std::int32_t tile_row[kLanes];  // pixel row within the miniflash row
+  // What the calibration knows of the pixels, and what the first steps leave for the last one.
+  struct Work {
+    float offset[PacketPlanes::kPixels];
+    float scale[PacketPlanes::kPixels];
+    std::int32_t tile_row[PacketPlanes::kPixels];  // pixel row within the miniflash row
+    float append[kLanes];                          // a third of change_noise_noise_append
+    std::uint32_t strong = 0;                      // windows high enough for a rule
   };
 
-  static void RunGroup(const CalibrationTables& t, LidarPoint* points, int count,
-                       int echo_count) noexcept {
-    Group group;
-    FindEchoes(t, points, count, echo_count, group);
-    LoadEchoes(t, group);
-    for (int first = 0; first < group.count; first += W) SettleRangeAndHeight(t, first, group);
-    for (int i = 0; i < group.count; ++i) {
-      group.echo[i]->dist_raw = group.range[i];
-      group.echo[i]->cogh = group.height[i];
-    }
-    if (t.high_refl_check != nullptr) CheckReflectivity(t, echo_count, group);
-    if (t.power_curve == nullptr) return;
-    for (int first = 0; first < group.count; first += W) MeasureReflectivity(t, first, group);
-  }
-
-  // Makes the list without branches on the ranges: no predictor learns that pattern.
-  static void FindEchoes(const CalibrationTables& t, LidarPoint* points, int count, int echo_count,
-                         Group& group) noexcept {
-    int found = 0;
-    for (int i = 0; i < count; ++i) {
-      LidarPoint& point = points[i];
-      for (int slot = 0; slot < echo_count; ++slot) {
-        LidarEcho& echo = point.echoes[slot];
-        group.point[found] = &point;
-        group.echo[found] = &echo;
-        const auto bits = __builtin_bit_cast(std::int32_t, echo.dist_raw);
-        int is_lane = static_cast<int>(bits > 0);  // above 0, infinite, or a NaN
-        if (__builtin_expect(static_cast<int>(bits < 0) | static_cast<int>(echo.highRefl), 0) !=
-            0) {
-          is_lane = static_cast<int>(IsOddLane(t, echo));
-        }
-        found += is_lane;
-      }
-      if (t.high_refl_check != nullptr && echo_count != 1) point.echoes[1].afterPulse = false;
-    }
-    group.count = found;
-  }
-
-  // The range calibration turns a range below 0 into 0. A NaN goes on. An echo with highRefl but no
-  // range goes on too, because it still gets its power.
-  static bool IsOddLane(const CalibrationTables& t, LidarEcho& echo) noexcept {
-    const bool empty = echo.dist_raw <= 0.0F;
-    if (empty && t.range_curves != nullptr) echo.dist_raw = 0.0F;
-    return !empty || (echo.highRefl && t.power_curve != nullptr);
-  }
-
-  // In two runs: the fields of the first are loaded as vectors soon after it, and a load that is
-  // wider than the stores before it has to wait until they are done.
-  static void LoadEchoes(const CalibrationTables& t, Group& group) noexcept {
-    for (int i = 0; i < group.count; ++i) {
-      const LidarEcho& echo = *group.echo[i];
-      group.range[i] = echo.dist_raw;
-      group.height[i] = echo.cogh;
-      group.noise[i] = echo.noise;
-      group.append[i] = echo.change_noise_noise_append;
-      group.high_width[i] =
-          -static_cast<std::int32_t>((echo.cogw_flag & cogw_flags::kHighWidthValid) != 0);
-      group.high_refl[i] = -static_cast<std::int32_t>(echo.highRefl);
-    }
-    for (int i = 0; i < group.count; ++i) {
-      const LidarPoint& point = *group.point[i];
-      const PixelPlaces& places = *t.places;
+  static void FindPixels(const CalibrationTables& t, const PacketPlanes& planes,
+                         Work& work) noexcept {
+    const PixelPlaces& places = *t.places;
+    for (int i = 0; i < planes.pixel_count; ++i) {
+      const std::int32_t row = planes.row[i];
+      const std::int32_t col = planes.col[i];
       std::int32_t pixel = 0;
-      if (static_cast<std::uint32_t>(point.row) < kPlaceSide &&
-          static_cast<std::uint32_t>(point.col) < kPlaceSide) {
-        pixel = places.of_row[point.row].entry + places.of_col[point.col];
-        group.tile_row[i] = places.of_row[point.row].tile_row;
+      if (static_cast<std::uint32_t>(row) < kPlaceSide &&
+          static_cast<std::uint32_t>(col) < kPlaceSide) {
+        pixel = places.of_row[row].entry + places.of_col[col];
+        work.tile_row[i] = places.of_row[row].tile_row;
       } else {
-        pixel = NearestPixelEntry(point.row, point.col);
-        group.tile_row[i] = point.row < 0 ? 0 : point.row % kEfficiantCols;
+        pixel = NearestPixelEntry(row, col);
+        work.tile_row[i] = row < 0 ? 0 : row % kEfficiantCols;
       }
-      group.offset[i] = t.pixels[pixel].offset;
-      group.scale[i] = t.pixels[pixel].scale;
+      work.offset[i] = t.pixels[pixel].offset;
+      work.scale[i] = t.pixels[pixel].scale;
     }
+  }
+
+  // The pixels of the windows from `first` on; of idle lanes any.
+  static Int PixelsOf(const PacketPlanes& planes, int first, Int active) noexcept {
+    return V::Load(planes.window + first) & active & (PacketPlanes::kPixels - 1);
   }
 
   // The first three steps.
-  static void SettleRangeAndHeight(const CalibrationTables& t, int first, Group& group) noexcept {
-    const Int active = ActiveLanes(group, first);
-    Float range = Take(group.range, first, active);
-    Float height = Take(group.height, first, active);
-    const Int high_width = V::Load(group.high_width + first) & active;
-    const Float append = Take(group.append, first, active) / 3.0F;
-    V::Store(group.append + first, append);
+  static void SettleRangeAndHeight(const CalibrationTables& t, int first, PacketPlanes& planes,
+                                   Work& work) noexcept {
+    const Int active = ActiveLanes(planes, first);
+    Float range = Take(planes.dist_raw, first, active);
+    Float height = Take(planes.cogh, first, active);
+    const Int high_width = HighWidth(planes, first) & active;
+    const Float append = Take(planes.change_noise_noise_append, first, active) / 3.0F;
+    V::Store(work.append + first, append);
     if (t.gains != nullptr) {
-      Compensate(t, high_width, Take(group.noise, first, active), range, height);
+      Compensate(t, high_width, Take(planes.window_noise, first, active), range, height);
     }
     if (t.range_curves != nullptr) {
-      const Float pulse = append + height;
-      range = CalibrateRange(t, high_width, pulse, Take(group.offset, first, active), range);
+      const Float offset = V::Pick(work.offset, PixelsOf(planes, first, active));
+      range = CalibrateRange(t, high_width, append + height, offset, range);
     }
-    V::Store(group.range + first, range);
+    V::Store(planes.dist_raw + first, range);
 
     const Int mapped = high_width & (range > 0.0F) & IsNumber(height);
     if (t.high_threshold_map != nullptr && V::Any(mapped)) {
       height = MapHeights(*t.high_threshold_map, mapped, height);
     }
-    V::Store(group.height + first, height);
-    group.strong |= V::Bits(active & (height > t.lowest_rule_height)) << first;
+    V::Store(planes.cogh + first, height);
+    work.strong |= V::Bits(active & (height > t.lowest_rule_height)) << first;
+  }
+
+  static Int HighWidth(const PacketPlanes& planes, int first) noexcept {
+    return (V::Load(planes.cogw_flag + first) & cogw_flags::kHighWidthValid) != 0;
   }
 
   // Few echoes have a valid high width.
@@ -193,29 +141,50 @@ struct CalibrationKernel {
     return V::Select(calibrated, kept, Float{});
   }
 
-  static void CheckReflectivity(const CalibrationTables& t, int echo_count, Group& group) noexcept {
-    for (int i = 0; i < group.count; ++i) {
-      LidarPoint& point = *group.point[i];
-      const bool is_strong = ((group.strong >> i) & 1U) != 0;
-      if (!is_strong && group.high_refl[i] == 0) continue;
-      if (group.echo[i] != &point.echoes[0]) continue;
-      CheckPixelReflectivity(*t.high_refl_check, echo_count, point);
-      group.high_refl[i] = -static_cast<std::int32_t>(point.echoes[0].highRefl);
+  // Few windows are strong. The other slot's window is one without a pulse when it is not listed.
+  static void CheckReflectivity(const CalibrationTables& t, std::uint32_t strong,
+                                PacketPlanes& planes) noexcept {
+    for (int i = 0; i < planes.window_count && planes.window[i] < PacketPlanes::kPixels; ++i) {
+      if ((strong >> i & 1U) == 0 && planes.highRefl[i] == 0) continue;
+      CheckPixel(t, i, planes);
     }
   }
 
-  // The last step.
-  static void MeasureReflectivity(const CalibrationTables& t, int first, Group& group) noexcept {
-    const Int active = ActiveLanes(group, first);
-    Float range = Take(group.range, first, active);
+  [[gnu::noinline]] static void CheckPixel(const CalibrationTables& t, int i,
+                                           PacketPlanes& planes) noexcept {
+    static constexpr LidarPoint kFresh{};
+    LidarPoint point = kFresh;
+    LidarEcho& first = point.echoes[0];
+    LidarEcho& second = point.echoes[1];
+    first.dist_raw = planes.dist_raw[i];
+    first.cogh = planes.cogh[i];
+    first.highRefl = planes.highRefl[i] != 0;
+    int other = planes.window_count - 1;
+    while (other > i && planes.window[other] != planes.window[i] + PacketPlanes::kPixels) --other;
+    if (other > i) {
+      second.dist_raw = planes.dist_raw[other];
+      second.cogh = planes.cogh[other];
+      second.waveform_rms_ratio = planes.waveform_rms_ratio[other];
+    }
+    CheckPixelReflectivity(*t.high_refl_check, kEchoSlots, point);
+    planes.highRefl[i] = -static_cast<std::int32_t>(first.highRefl);
+    if (other > i) planes.afterPulse[other] = -static_cast<std::int32_t>(second.afterPulse);
+  }
+
+  // The last step. Unless overridden, windows without a range keep their reflectivity, and those
+  // without calibration their power.
+  static void MeasureReflectivity(const CalibrationTables& t, int first, PacketPlanes& planes,
+                                  const Work& work) noexcept {
+    const Int active = ActiveLanes(planes, first);
+    const Int pixel = PixelsOf(planes, first, active);
+    Float range = Take(planes.dist_raw, first, active);
     const Int ranged = range > 0.0F;
-    const Float scale = Take(group.scale, first, active);
+    const Float scale = V::Pick(work.scale, pixel);
     const Int measured = ranged & (scale != 0.0F);
-    const Float height = Take(group.height, first, active);
-    const Float power_log =
-        CurveAt(t.power_curve, Int{}, Take(group.append, first, active) + height);
+    const Float height = Take(planes.cogh, first, active);
+    const Float power_log = CurveAt(t.power_curve, Int{}, V::Load(work.append + first) + height);
     const Float range_log = RangeLog(t, range, measured);
-    const Float near_term = NearTerm(t, range, V::Load(group.tile_row + first) & active);
+    const Float near_term = NearTerm(t, range, V::Pick(work.tile_row, pixel));
     Float power = RoundedPowers<W>::Power(power_log, measured);
     const Float exponent = range_log + range_log + power_log - scale - t.ref_offset + near_term;
     Float reflectivity = RoundedPowers<W>::Power(exponent, measured);
@@ -225,7 +194,7 @@ struct CalibrationKernel {
     // A pixel without calibration loses its echoes.
     range = V::Select(ranged & ~measured, Float{}, range);
     reflectivity = V::Select(measured, reflectivity, Float{});
-    const Int high_refl = V::Load(group.high_refl + first) & active;
+    const Int high_refl = V::Load(planes.highRefl + first) & active;
     if (V::Any(high_refl)) {
       power = V::Select(high_refl, 20.0F / (range * range) * 1048576.0F, power);
       reflectivity = V::Select(high_refl, V::Splat(kFullReflectivity), reflectivity);
@@ -241,31 +210,11 @@ struct CalibrationKernel {
       range = V::Select(weak, Float{}, range);
       reflectivity = V::Select(weak, Float{}, reflectivity);
     }
-    StoreReflectivity(group, first, {range, reflectivity, power}, ranged, measured, high_refl);
-  }
-
-  struct Results {
-    Float range, reflectivity, power;
-  };
-
-  // Unless overridden, echoes without a range keep their reflectivity, and those without
-  // calibration their power.
-  static void StoreReflectivity(const Group& group, int first, const Results& results, Int ranged,
-                                Int measured, Int high_refl) noexcept {
-    float reflectivity[W];
-    float power[W];
-    V::Store(reflectivity, results.reflectivity);
-    V::Store(power, results.power);
-    const std::uint32_t has_reflectivity = V::Bits(ranged | high_refl);
-    const std::uint32_t has_power = V::Bits(measured | high_refl);
-    const std::uint32_t erased = V::Bits(ranged & (results.range == 0.0F));
-    const int count = group.count - first < W ? group.count - first : W;
-    for (int lane = 0; lane < count; ++lane) {
-      LidarEcho& echo = *group.echo[first + lane];
-      if (((has_reflectivity >> lane) & 1U) != 0) echo.refl_raw = reflectivity[lane];
-      if (((has_power >> lane) & 1U) != 0) echo.power = power[lane];
-      if (((erased >> lane) & 1U) != 0) echo.dist_raw = 0.0F;
-    }
+    V::Store(planes.dist_raw + first, range);
+    V::Store(planes.refl_raw + first,
+             V::Select(ranged | high_refl, reflectivity, V::Load(planes.refl_raw + first)));
+    V::Store(planes.power + first,
+             V::Select(measured | high_refl, power, V::Load(planes.power + first)));
   }
 
   // Ranges below 0.3 m count as 0.3 m. The limit is a double: 0.3F is the first float above it.
@@ -322,10 +271,10 @@ struct CalibrationKernel {
     return V::Select(above > high, high, above);
   }
 
-  static Int ActiveLanes(const Group& group, int first) noexcept {
+  static Int ActiveLanes(const PacketPlanes& planes, int first) noexcept {
     Int lane;
     for (int i = 0; i < W; ++i) lane[i] = i;
-    return lane < group.count - first;
+    return lane < planes.window_count - first;
   }
   // Zero in the lanes that hold nothing, whatever stands there.
   static Float Take(const float* values, int first, Int active) noexcept {

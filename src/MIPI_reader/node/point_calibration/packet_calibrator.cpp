@@ -1,6 +1,7 @@
 #include "MIPI_reader/node/point_calibration/packet_calibrator.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -11,9 +12,9 @@
 namespace kerul::lidar {
 namespace {
 
-using VectorForm = void (*)(const CalibrationTables&, LidarPoint*, int, int) noexcept;
-constexpr VectorForms<VectorForm> kForms{CalibratePointsPlain, CalibratePointsAvx2,
-                                         CalibratePointsAvx512};
+using VectorForm = void (*)(const CalibrationTables&, PacketPlanes&) noexcept;
+constexpr VectorForms<VectorForm> kForms{CalibratePlanesPlain, CalibratePlanesAvx2,
+                                         CalibratePlanesAvx512};
 
 void AppendCurve(std::span<const float> curve, std::vector<ValueStep>& steps) {
   steps.push_back({curve.front(), curve.front() - curve.front()});
@@ -62,6 +63,21 @@ void TakePixels(std::span<const float> table, float PixelCalib::*member,
           table[static_cast<std::size_t>(TileOrderIndex(row, col))];
     }
   }
+}
+
+// No step changes such an echo. A range of -0 becomes 0.
+bool IsEmpty(const LidarEcho& echo) noexcept {
+  return std::bit_cast<std::uint32_t>(echo.dist_raw) == 0 && !echo.highRefl;
+}
+
+// The fields that the calibration writes.
+void StoreEcho(const PacketPlanes& planes, int at, LidarEcho& echo) noexcept {
+  echo.dist_raw = planes.dist_raw[at];
+  echo.refl_raw = planes.refl_raw[at];
+  echo.cogh = planes.cogh[at];
+  echo.power = planes.power[at];
+  echo.highRefl = planes.highRefl[at] != 0;
+  echo.afterPulse = planes.afterPulse[at] != 0;
 }
 
 bool HasTracedPixel(const HighReflCheck& check) noexcept {
@@ -158,16 +174,49 @@ void PacketCalibrator::TakeRetro(const RetroCalib& retro) {
   traces_ = HasTracedPixel(retro.high_refl_check);
 }
 
+bool PacketCalibrator::FitsLanes() const noexcept {
+  return !traces_ && LidarPoint::echo_num >= 1 && LidarPoint::echo_num <= kEchoSlots &&
+         kForms.Chosen() != nullptr;
+}
+
 void PacketCalibrator::Calibrate(std::vector<LidarPoint>& points) const {
-  const int echo_count = LidarPoint::echo_num;
-  const auto count = static_cast<int>(points.size());
-  const bool fits_lanes = !traces_ && echo_count >= 1 && echo_count <= kEchoSlots;
-  const VectorForm form = fits_lanes ? kForms.Chosen() : nullptr;
-  if (form == nullptr) {
+  if (!FitsLanes()) {
     CalibratePacket(steps_, points);
     return;
   }
-  form(tables_, points.data(), count, echo_count);
+  const std::span<LidarPoint> all(points);
+  for (std::size_t first = 0; first < all.size(); first += PacketPlanes::kPixels) {
+    CalibrateInPlanes(
+        all.subspan(first, std::min<std::size_t>(PacketPlanes::kPixels, all.size() - first)));
+  }
+}
+
+void PacketCalibrator::Calibrate(PacketPlanes& planes) const noexcept {
+  kForms.Chosen()(tables_, planes);
+}
+
+void PacketCalibrator::CalibrateInPlanes(std::span<LidarPoint> points) const noexcept {
+  PacketPlanes planes;
+  LidarEcho* echoes[PacketPlanes::kWindows] = {};
+  planes.pixel_count = static_cast<int>(points.size());
+  planes.window_count = 0;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    planes.row[i] = points[i].row;
+    planes.col[i] = points[i].col;
+  }
+  for (int slot = 0; slot < LidarPoint::echo_num; ++slot) {
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      LidarEcho& echo = points[i].echoes[slot];
+      if (slot == 1 && tables_.high_refl_check != nullptr) echo.afterPulse = false;
+      if (IsEmpty(echo)) continue;
+      const int at = planes.window_count++;
+      echoes[at] = &echo;
+      planes.window[at] = slot * PacketPlanes::kPixels + static_cast<int>(i);
+      TakeEcho(echo, at, planes);
+    }
+  }
+  Calibrate(planes);
+  for (int at = 0; at < planes.window_count; ++at) StoreEcho(planes, at, *echoes[at]);
 }
 
 }  // namespace kerul::lidar

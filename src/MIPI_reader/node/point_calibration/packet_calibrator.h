@@ -2,6 +2,7 @@
 // packet_calibration.h had run one after the other.
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "MIPI_reader/node/point_calibration/calibration_tables.h"
@@ -33,7 +34,14 @@ class PacketCalibrator {
   // Any number of points, any place. Allocates nothing.
   void Calibrate(std::vector<LidarPoint>& points) const;
 
+  // The same over a packet that has not become records yet. Only where FitsLanes: the forms for
+  // lanes do it, and they print no trace.
+  void Calibrate(PacketPlanes& planes) const noexcept;
+  bool FitsLanes() const noexcept;
+
  private:
+  // At most PacketPlanes::kPixels points.
+  void CalibrateInPlanes(std::span<LidarPoint> points) const noexcept;
   void TakeEnv(const EnvCalib& env);
   void TakeDist(const DistCalib& dist);
   void TakeCheck(const HighReflCheck& check);
