@@ -71,6 +71,9 @@ struct LidarNodeTestAccess {
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) {
     node.CopyIntoFrame(points);
   }
+  void CalibratePoints(std::vector<kerul::lidar::LidarPoint>& points) {
+    node.CalibratePoints(points);
+  }
   void ProcessMiniflashRow(int m_row) { node.ProcessMiniflashRow(m_row); }
   void ForwardUDP710Row(int m_row) { node.ForwardUDP710Row(m_row, node.echo_plan_); }
 };

@@ -1,6 +1,7 @@
 // The node: bring-up, packet loop, frame assembly, row pipeline, output.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include "MIPI_reader/node/rows/stale_pixels.h"
 #include "MIPI_reader/parser/lidar_parser.h"
 #include "MIPI_reader/parser/lidar_point.h"
+#include "MIPI_reader/parser/raw_packet.h"
 #include "calibration/angle_calib.h"
 #include "config/color_map.h"
 #include "config/default_config.h"
@@ -107,12 +109,22 @@ class LidarNode {
   void ResetMrowProgress();
 
   // Frame assembly.
-  // Prefetches the frame's records that a raw packet will be copied into, so that they arrive
-  // while it is decoded. Any bytes.
-  void PrefetchPixels(const kerul::lidar::UdpPacket& packet) noexcept;
+  // The frame's record of each pixel of a packet, or outside_.
+  using PixelRecords = std::array<kerul::lidar::LidarPoint*, kerul::lidar::raw_packet::kBlocks>;
+  // Prefetches the records that a raw packet will be written to, so that they arrive while it is
+  // decoded. Any bytes.
+  PixelRecords PrefetchPixels(const kerul::lidar::UdpPacket& packet) noexcept;
   void UpdateFrames(int packet_index, std::vector<kerul::lidar::LidarPoint>& points);
+  // The same for a packet that has stayed in planes; it becomes records here. Only where
+  // StaysInPlanes.
+  void UpdateFrames(int packet_index, kerul::lidar::PacketPlanes& planes,
+                    const PixelRecords& records);
+  bool StaysInPlanes() const noexcept;
+  void CountPacket(int packet_index);
   void CalibratePoints(std::vector<kerul::lidar::LidarPoint>& points);
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) noexcept;
+  void StoreIntoFrame(const kerul::lidar::PacketPlanes& planes,
+                      const PixelRecords& records) noexcept;
   void AdvanceRows(int target_row);
   // Does the reset of the frame that was put off.
   void SettleFrame() noexcept;

@@ -5,17 +5,33 @@
 #include "MIPI_reader/node/frame_end/frame_export.h"
 #include "MIPI_reader/node/frame_end/frame_upsampling.h"
 #include "MIPI_reader/node/lidar_node.h"
+#include "MIPI_reader/parser/packet_decoding.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "MIPI_reader/parser/record_copy.h"
 
 using kerul::lidar::LidarPoint;
+using kerul::lidar::PacketPlanes;
 using kerul::lidar::UdpPacket;
 namespace raw_packet = kerul::lidar::raw_packet;
 
 void LidarNode::UpdateFrames(int packet_index, std::vector<LidarPoint>& points) {
   if (config_->calib_enable) CalibratePoints(points);
   CopyIntoFrame(points);
+  CountPacket(packet_index);
+}
 
+void LidarNode::UpdateFrames(int packet_index, PacketPlanes& planes, const PixelRecords& records) {
+  if (config_->calib_enable) packet_calibrator_->Calibrate(planes);
+  StoreIntoFrame(planes, records);
+  CountPacket(packet_index);
+}
+
+bool LidarNode::StaysInPlanes() const noexcept {
+  return parser_->CanParseIntoPlanes(config_->echo_num) &&
+         (!config_->calib_enable || packet_calibrator_->FitsLanes());
+}
+
+void LidarNode::CountPacket(int packet_index) {
   const int row = packet_index / packets_per_mrow_;
   const int packet_of_row = packet_index % packets_per_mrow_;
   // Wild packet fields can point past the tables: such a packet has no place in the schedule.
@@ -36,19 +52,22 @@ void LidarNode::CalibratePoints(std::vector<LidarPoint>& points) {
   packet_calibrator_->Calibrate(points);
 }
 
-void LidarNode::PrefetchPixels(const UdpPacket& packet) noexcept {
+LidarNode::PixelRecords LidarNode::PrefetchPixels(const UdpPacket& packet) noexcept {
+  PixelRecords records;
   const int first_row = packet.buffer[raw_packet::kGroupIdOffset] * parser_->mrow_height;
   const int first_col = packet.buffer[raw_packet::kSlotIdOffset] * parser_->group_width;
-  for (int i = 0; i < raw_packet::kBlocks; ++i) {
+  for (std::size_t i = 0; i < records.size(); ++i) {
     const std::uint8_t* block =
         packet.buffer + raw_packet::kBlocksOffset + i * raw_packet::kBlockBytes;
     const int place = kerul::lidar::kPixelPlaces.offsets[kerul::lidar::PixelIdOf(block)];
     const int row = (place & 0xFFFF) + first_row;
     const int col = (place >> 16) + first_col;
+    records[i] = &outside_;
     if (row >= frame_->height || col >= frame_->width) continue;
-    kerul::lidar::PrefetchForWrite(
-        frame_->points[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)]);
+    records[i] = &frame_->points[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)];
+    kerul::lidar::PrefetchForWrite(*records[i]);
   }
+  return records;
 }
 
 void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
@@ -70,6 +89,15 @@ void LidarNode::CopyIntoFrame(const std::vector<LidarPoint>& points) noexcept {
     }
     kerul::lidar::CopyPoints(&points[first], places, static_cast<int>(count));
   }
+}
+
+void LidarNode::StoreIntoFrame(const PacketPlanes& planes, const PixelRecords& records) noexcept {
+  const std::uint32_t bright = kerul::lidar::BrightPixels(planes);
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    if (records[i] == &outside_) continue;
+    stale_pixels_.MarkFresh(planes.row[i], planes.col[i], (bright >> i & 1U) != 0);
+  }
+  kerul::lidar::StorePacket(planes, records.data());
 }
 
 // Runs the rows before `target_row`; the last row of the frame runs itself too. Deliberate: a row

@@ -10,6 +10,7 @@
 #include "source/pcap_source.h"
 
 using kerul::lidar::LidarPoint;
+using kerul::lidar::PacketPlanes;
 using kerul::lidar::PcapSource;
 using kerul::lidar::SocketSource;
 using kerul::lidar::Source;
@@ -69,6 +70,7 @@ void LidarNode::Run() {
   UdpPacket packet{};
   std::vector<LidarPoint> points;
   points.reserve(kPointsReserved);
+  PacketPlanes planes;
   int frame_id = 0;
   current_frame_id_ = -1;
   const auto* socket = dynamic_cast<const SocketSource*>(source_.get());
@@ -77,11 +79,14 @@ void LidarNode::Run() {
     if (GetOnePacket(source_.get(), packet) <= 0) continue;
 
     packet_start_time_ = packet_clock_.Now();
-    PrefetchPixels(packet);
-    // Not cleared. Decoding writes every field of the echo slots in use but debug_flag and
-    // ground_refl_scale. No step before the copy into the frame changes these two or the other
-    // slot. So the records of the last packet serve as well as new ones.
-    const int packet_index = parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
+    const PixelRecords records = PrefetchPixels(packet);
+    const bool in_planes = StaysInPlanes();
+    // The records are not cleared. Decoding writes every field of the echo slots in use but
+    // debug_flag and ground_refl_scale. No step before the copy into the frame changes these two or
+    // the other slot. So the records of the last packet serve as well as new ones.
+    const int packet_index =
+        in_planes ? parser_->ParsePacket(packet, planes, frame_id, config_->echo_num)
+                  : parser_->ParsePacket(packet, points, frame_id, config_->echo_num);
     if (packet_index == -1) continue;
     if (socket != nullptr && socket->LastSender() != sender_)
       TellSecondSender(socket->LastSender());
@@ -100,7 +105,11 @@ void LidarNode::Run() {
       }
     }
 
-    UpdateFrames(packet_index, points);
+    if (in_planes) {
+      UpdateFrames(packet_index, planes, records);
+    } else {
+      UpdateFrames(packet_index, points);
+    }
     ++frame_->received_count;
     frame_busy_ns_ += std::chrono::duration_cast<std::chrono::nanoseconds>(packet_clock_.Now() -
                                                                            packet_start_time_)
