@@ -53,7 +53,7 @@ std::string_view StageName(int stage) {
       "take from memory",
       "parse and echo computation",
       "calibration, all five steps",
-      "copy into the frame",
+      "records into the frame",
       "reset of pixels not overwritten",
       "ground",
       "priming and neighbour validation",
@@ -71,6 +71,8 @@ StagedRoad::StagedRoad(BenchNode& node)
     : node_(node.Access()),
       datagrams_(kPacketsAtATime),
       points_(kPacketsAtATime),
+      planes_(kPacketsAtATime),
+      records_(kPacketsAtATime),
       clock_cost_ms_(ThreadClockCostMs()) {}
 
 template <typename Work>
@@ -100,17 +102,42 @@ void StagedRoad::RunRows(const FramePackets& packets, int rows) {
 }
 
 void StagedRoad::TakePackets(const FramePackets& packets, std::size_t first) {
+  Measure(Stage::kReceive, [&] {
+    for (std::size_t i = 0; i < kPacketsAtATime; ++i) Load(packets[first + i], datagrams_[i]);
+  });
+  if (node_.StaysInPlanes()) {
+    DecodeInPlanes();
+  } else {
+    DecodeInRecords();
+  }
+}
+
+void StagedRoad::DecodeInPlanes() {
+  const auto for_each_packet = [](auto&& work) {
+    return [work] {
+      for (std::size_t i = 0; i < kPacketsAtATime; ++i) work(i);
+    };
+  };
+  Measure(Stage::kParse, for_each_packet([&](std::size_t i) {
+            records_[i] = node_.PrefetchPixels(datagrams_[i]);
+            node_.parser().ParsePacket(datagrams_[i], planes_[i], frame_id_,
+                                       node_.config().echo_num);
+          }));
+  Measure(Stage::kCalibrate,
+          for_each_packet([&](std::size_t i) { node_.CalibratePlanes(planes_[i]); }));
+  Measure(Stage::kCopy,
+          for_each_packet([&](std::size_t i) { node_.StoreIntoFrame(planes_[i], records_[i]); }));
+}
+
+// As in the node, the records of the last packet are not cleared.
+void StagedRoad::DecodeInRecords() {
   const auto for_each_packet = [&](auto&& work) {
     return [&, work] {
       for (std::vector<LidarPoint>& points : points_) work(points);
     };
   };
-  Measure(Stage::kReceive, [&] {
-    for (std::size_t i = 0; i < kPacketsAtATime; ++i) Load(packets[first + i], datagrams_[i]);
-  });
   Measure(Stage::kParse, [&] {
     for (std::size_t i = 0; i < kPacketsAtATime; ++i) {
-      // As in the node, the records of the last packet are not cleared.
       node_.PrefetchPixels(datagrams_[i]);
       node_.parser().ParsePacket(datagrams_[i], points_[i], frame_id_, node_.config().echo_num);
     }

@@ -41,6 +41,8 @@ class StagedRoad {
 
  private:
   void TakePackets(const FramePackets& packets, std::size_t first);
+  void DecodeInPlanes();
+  void DecodeInRecords();
   void FinishRow(int m_row);
   template <typename Work>
   void Measure(Stage stage, Work&& work);
@@ -48,6 +50,8 @@ class StagedRoad {
   LidarNodeTestAccess node_;
   std::vector<UdpPacket> datagrams_;
   std::vector<std::vector<LidarPoint>> points_;  // by packet
+  std::vector<PacketPlanes> planes_;             // likewise
+  std::vector<LidarNodeTestAccess::PixelRecords> records_;
   int frame_id_ = 0;
   double clock_cost_ms_ = 0.0;
   StageTimes times_{};

@@ -43,7 +43,17 @@ struct LidarNodeTestAccess {
   void CalibratePoints(std::vector<kerul::lidar::LidarPoint>& points) {
     node.CalibratePoints(points);
   }
-  void PrefetchPixels(const kerul::lidar::UdpPacket& packet) { node.PrefetchPixels(packet); }
+  using PixelRecords = LidarNode::PixelRecords;
+  bool StaysInPlanes() { return node.StaysInPlanes(); }
+  PixelRecords PrefetchPixels(const kerul::lidar::UdpPacket& packet) {
+    return node.PrefetchPixels(packet);
+  }
+  void CalibratePlanes(kerul::lidar::PacketPlanes& planes) {
+    node.packet_calibrator_->Calibrate(planes);
+  }
+  void StoreIntoFrame(const kerul::lidar::PacketPlanes& planes, const PixelRecords& records) {
+    node.StoreIntoFrame(planes, records);
+  }
   void CopyIntoFrame(const std::vector<kerul::lidar::LidarPoint>& points) {
     node.CopyIntoFrame(points);
   }
