@@ -49,8 +49,8 @@ ctest --test-dir build/asan --output-on-failure --progress -L live
 step "Threads of ring, client and node under the thread sanitizer"
 scripts/check_threads.sh
 
-step "Fuzz programs, a minute each"
-scripts/run_fuzzers.sh 60
+step "Fuzz programs, twenty seconds each"
+scripts/run_fuzzers.sh 20
 
 step "Short soak"
 may_be_skipped scripts/soak.sh --short
