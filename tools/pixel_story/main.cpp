@@ -1,0 +1,41 @@
+// Tells what the node did with a pixel of a captured frame, and why.
+#include <exception>
+#include <iostream>
+
+#include "pixel_story/options.h"
+#include "pixel_story/row_story.h"
+#include "pixel_story/story_run.h"
+#include "pixel_story/story_text.h"
+#include "standard_streams.h"
+
+namespace {
+
+using namespace kerul::lidar;
+
+int Tell(const story::StoryOptions& options) {
+  const DefaultConfig& config = default_config::kConfig;
+  story::StoryBook book(options.wanted, config.echo_num);
+  story::RowStory rows(book);
+  story::RunStory({.feed = story::FeedOfCapture(options.capture),
+                   .cali_path = options.calib_dir,
+                   .config = config,
+                   .frame = options.frame},
+                  {&rows});
+  for (const story::PixelStory& told : book.Stories()) WriteText(std::cout, told);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  OpenMissingStandardStreams();
+  story::StoryOptions options;
+  int exit_status = 0;
+  if (!story::ParseOptions(argc, argv, options, exit_status)) return exit_status;
+  try {
+    return Tell(options);
+  } catch (const std::exception& error) {
+    std::cerr << "pixel_story: " << error.what() << std::endl;
+    return 1;
+  }
+}

@@ -1,0 +1,44 @@
+#include "pixel_story/story_text.h"
+
+#include <array>
+#include <charconv>
+#include <ostream>
+
+namespace kerul::lidar::story {
+namespace {
+
+std::string ShortestText(float number) {
+  std::array<char, 32> text;
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
+  return {text.data(), end};
+}
+
+void WriteStep(std::ostream& out, const Step& step) {
+  out << "  " << step.name << '\n';
+  for (const std::string& sentence : step.sentences) out << "    " << sentence << '\n';
+  if (step.values.empty()) return;
+  out << "   ";
+  for (const NamedValue& value : step.values) out << ' ' << value.name << '=' << TextOf(value);
+  out << '\n';
+}
+
+}  // namespace
+
+std::string TextOf(const NamedValue& value) {
+  std::string text;
+  if (const auto* whole = std::get_if<std::int64_t>(&value.value)) text = std::to_string(*whole);
+  if (const auto* number = std::get_if<float>(&value.value)) text = ShortestText(*number);
+  if (const auto* word = std::get_if<std::string>(&value.value)) text = *word;
+  return value.unit.empty() ? text : text + ' ' + value.unit;
+}
+
+void WriteText(std::ostream& out, const PixelStory& story) {
+  for (const EchoStory& echo : story.echoes) {
+    out << "pixel " << story.row << ',' << story.col << ", echo slot " << echo.slot << '\n';
+    if (echo.steps.empty()) out << "  its row did not run: nothing of it was published\n";
+    for (const Step& step : echo.steps) WriteStep(out, step);
+    out << '\n';
+  }
+}
+
+}  // namespace kerul::lidar::story
