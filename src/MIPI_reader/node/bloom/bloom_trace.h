@@ -66,6 +66,7 @@ struct BloomOutcome {
 // The trace of every echo but one.
 struct SilentBloomTrace {
   static constexpr bool kPrints = false;
+  static constexpr bool kHearsAll = false;  // of each source, also where none can match
   void MarkPixel(const LidarEcho& /*echo*/, std::size_t /*sources*/) const noexcept {}
   void MarkNotCandidate() const noexcept {}
   void MarkSource(const LidarEcho& /*echo*/, const BloomSource& /*source*/,
@@ -84,6 +85,7 @@ struct SilentBloomTrace {
 class PrintingBloomTrace {
  public:
   static constexpr bool kPrints = true;
+  static constexpr bool kHearsAll = true;
 
   // Both must outlive the trace.
   PrintingBloomTrace(const BloomTrace& place, const BloomSuppressCalib& calib) noexcept
