@@ -42,10 +42,14 @@ inline bool IsCandidate(const LidarEcho& echo, float threshold) noexcept {
   return !echo.highRefl && echo.cogh < threshold && IsReturn(echo.dist_raw);
 }
 
-// Both ranges are returns: sources and candidates have been tested for it.
+// In metres. Both ranges are returns: sources and candidates have been tested for it.
+inline float RangeDifference(const BloomSource& source, const LidarEcho& echo) noexcept {
+  return std::fabs(source.dist - echo.dist_raw);
+}
+
 inline bool IsAtRangeOf(const BloomSource& source, const LidarEcho& echo,
                         float dist_gate) noexcept {
-  return std::fabs(source.dist - echo.dist_raw) < dist_gate;
+  return RangeDifference(source, echo) < dist_gate;
 }
 
 // No source can be at the echo's range: it lies beyond the nearest or the farthest one by the gate
@@ -276,7 +280,7 @@ void MarkEcho(LidarEcho& echo, const SourceList& list, const BloomSuppressCalib&
               const Trace& trace) {
   trace.MarkPixel(echo, list.sources.size());
   if (!IsCandidate(echo, calib.threshold)) {
-    trace.MarkNotCandidate();
+    trace.MarkNotCandidate(echo);
     return;
   }
   if (!Trace::kHearsAll && IsBeyondAll(list, echo, calib.dist_gate_m)) return;
@@ -340,6 +344,7 @@ inline BloomOutcome TakeOffSpill(LidarEcho& echo, float final_filterpower) noexc
   outcome.ratio = outcome.pr / echo.power;
   outcome.action = BloomAction::kScaleRefl;
   echo.refl_proc *= outcome.ratio;
+  outcome.refl = echo.refl_proc;
   if (echo.refl_proc < kMinReflectivity || outcome.ratio <= kMinPowerRatio) {
     outcome.action = BloomAction::kZeroByRatioOrRefl;
     Erase(echo);

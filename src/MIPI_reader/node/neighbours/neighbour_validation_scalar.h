@@ -43,16 +43,23 @@ struct Gates {
   float pair;     // may a neighbour take part in the smoothing?
 };
 
+// Which neighbours lie at the echo's range.
+struct Agreement {
+  float difference[kNeighbours] = {};  // in range, metres; 0 where there is no return
+  unsigned agreeing = 0;               // a bit for each
+  int count = 0;
+};
+
 // ---- What a teller hears of the echo in hand; references hold during the call only ----
 
 struct SupportTold {
   const Surroundings& around;
   const Gates& gates;
+  const Agreement& agreement;
   float range;  // metres
   float peak_ratio;
-  bool ground;  // widened the gate
-  int support;  // neighbours that agree
-  int required;
+  bool ground;   // widened the gate
+  int required;  // so many have to agree
 };
 
 struct SmoothingTold {
@@ -165,12 +172,16 @@ inline int RequiredSupport(float peak_ratio) noexcept {
   return required;
 }
 
-inline int CountSupport(const Surroundings& around, float d, float gate) noexcept {
-  int support = 0;
-  for (const float dist : around.dist) {
-    if (dist > 0.0F && std::fabs(dist - d) < gate) ++support;
+inline Agreement FindAgreement(const Surroundings& around, float d, float gate) noexcept {
+  Agreement found;
+  for (std::size_t i = 0; i < kNeighbours; ++i) {
+    if (!(around.dist[i] > 0.0F)) continue;
+    found.difference[i] = std::fabs(around.dist[i] - d);
+    if (!(found.difference[i] < gate)) continue;
+    found.agreeing |= 1U << i;
+    ++found.count;
   }
-  return support;
+  return found;
 }
 
 inline void EraseEcho(LidarEcho& echo) noexcept {
@@ -275,10 +286,11 @@ void ValidatePixel(LidarPoint& pixel, const Ring& ring, int echo_count, Tell& te
     const Gates gates = MakeGates(d, pixel.echoes[0].ground);
     const Surroundings around = CollectSurroundings(ring, echo_count, d);
     if (!empty) {
-      const int support = CountSupport(around, d, gates.support);
+      const Agreement agreement = FindAgreement(around, d, gates.support);
       const int required = RequiredSupport(echo.peak_ratio);
-      tell.Support({around, gates, d, echo.peak_ratio, pixel.echoes[0].ground, support, required});
-      if (support >= required) {
+      tell.Support(
+          {around, gates, agreement, d, echo.peak_ratio, pixel.echoes[0].ground, required});
+      if (agreement.count >= required) {
         SmoothEcho(echo, around, d, gates.pair, tell);
         continue;
       }
