@@ -1,17 +1,11 @@
 #include "pixel_story/story_text.h"
 
-#include <array>
-#include <charconv>
 #include <ostream>
+
+#include "pixel_story/words.h"
 
 namespace kerul::lidar::story {
 namespace {
-
-std::string ShortestText(float number) {
-  std::array<char, 32> text;
-  const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
-  return {text.data(), end};
-}
 
 void WriteStep(std::ostream& out, const Step& step) {
   out << "  " << step.name << '\n';
@@ -27,7 +21,7 @@ void WriteStep(std::ostream& out, const Step& step) {
 std::string TextOf(const NamedValue& value) {
   std::string text;
   if (const auto* whole = std::get_if<std::int64_t>(&value.value)) text = std::to_string(*whole);
-  if (const auto* number = std::get_if<float>(&value.value)) text = ShortestText(*number);
+  if (const auto* number = std::get_if<float>(&value.value)) text = Exact(*number);
   if (const auto* word = std::get_if<std::string>(&value.value)) text = *word;
   return value.unit.empty() ? text : text + ' ' + value.unit;
 }
