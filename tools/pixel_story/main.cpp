@@ -1,8 +1,12 @@
 // Tells what the node did with a pixel of a captured frame, and why.
 #include <exception>
 #include <iostream>
+#include <stdexcept>
+#include <string>
 
+#include "kerul_lidar/directions.h"
 #include "pixel_story/options.h"
+#include "pixel_story/pixel_of_point.h"
 #include "pixel_story/row_story.h"
 #include "pixel_story/story_run.h"
 #include "pixel_story/story_text.h"
@@ -12,9 +16,19 @@ namespace {
 
 using namespace kerul::lidar;
 
+story::PixelRect WantedPixels(const story::StoryOptions& options, const DefaultConfig& config) {
+  if (!options.point) return options.wanted;
+  Directions directions;
+  std::string error;
+  if (!LoadDirections(options.calib_dir, directions, error)) throw std::runtime_error(error);
+  const auto pixel =
+      story::PixelOfPoint(directions, *options.point, options.mount ? &config.transform : nullptr);
+  return {pixel.row, pixel.col, pixel.row, pixel.col};
+}
+
 int Tell(const story::StoryOptions& options) {
   const DefaultConfig& config = default_config::kConfig;
-  story::StoryBook book(options.wanted, config.echo_num);
+  story::StoryBook book(WantedPixels(options, config), config.echo_num);
   story::RowStory rows(book);
   story::RunStory({.feed = story::FeedOfCapture(options.capture),
                    .cali_path = options.calib_dir,
