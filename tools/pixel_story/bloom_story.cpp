@@ -18,7 +18,7 @@ class TellingTrace {
   TellingTrace(Step& step, const BloomSuppressCalib& calib) : step_(step), calib_(calib) {}
 
   void MarkPixel(const LidarEcho& /*echo*/, std::size_t sources) const {
-    Say(std::to_string(sources) + " pixels of bright targets lie in the 3 x 3 blocks around it");
+    Say("bright pixels in the 3 x 3 blocks around it: " + std::to_string(sources));
     step_.values.push_back(CountValue("sources", static_cast<std::int64_t>(sources)));
   }
   void MarkNotCandidate(const LidarEcho& echo) const {
