@@ -6,6 +6,7 @@
 
 #include "kerul_lidar/directions.h"
 #include "pixel_story/options.h"
+#include "pixel_story/packet_story.h"
 #include "pixel_story/pixel_of_point.h"
 #include "pixel_story/row_story.h"
 #include "pixel_story/story_run.h"
@@ -29,12 +30,13 @@ story::PixelRect WantedPixels(const story::StoryOptions& options, const DefaultC
 int Tell(const story::StoryOptions& options) {
   const DefaultConfig& config = default_config::kConfig;
   story::StoryBook book(WantedPixels(options, config), config.echo_num);
+  story::PacketStory packets(book);
   story::RowStory rows(book);
   story::RunStory({.feed = story::FeedOfCapture(options.capture),
                    .cali_path = options.calib_dir,
                    .config = config,
                    .frame = options.frame},
-                  {&rows});
+                  {&packets, &rows});
   for (const story::PixelStory& told : book.Stories()) WriteText(std::cout, told);
   return 0;
 }
