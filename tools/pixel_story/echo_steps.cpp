@@ -43,7 +43,9 @@ void TellCut(const Window17& window, Step& step) {
   }
   const std::vector<int> cut = CutSamples(window.told);
   step.sentences.push_back(start + "; other peaks are cut to " + sides.right + ": " +
-                           (cut.empty() ? "there are none." : "samples " + Listed(cut) + "."));
+                           (cut.empty()
+                                ? "there are none."
+                                : (cut.size() == 1 ? "sample " : "samples ") + Listed(cut) + "."));
 }
 
 Step SamplesStep(const Window17& window) {
@@ -51,21 +53,22 @@ Step SamplesStep(const Window17& window) {
   const RawPixel& words = window.road.words;
   Step step = Named("samples");
   const int first_bin = words.peak_addr[window.slot];
-  step.sentences.push_back(std::string("Pixel id ") + to_string(words.pixel_id) +
-                           " of miniflash row " + to_string(header.group_id) + ", column slot " +
+  step.sentences.push_back("Pixel id " + to_string(words.pixel_id) + " of miniflash row " +
+                           to_string(header.group_id) + ", column slot " +
                            to_string(header.slot_id) + ", in the packet with sequence number " +
                            to_string(header.udp_sequence_num) + ".");
   if (window.there) {
-    step.sentences.push_back(std::string("17 samples from bin ") + to_string(first_bin) + " on.");
+    step.sentences.push_back("17 samples from bin " + to_string(first_bin) + " on.");
     TellCut(window, step);
   } else {
-    step.sentences.push_back(std::string("No window: it would begin at bin ") +
-                             to_string(first_bin) + ", the last bin to begin at is " +
+    step.sentences.push_back("No window: it would begin at bin " + to_string(first_bin) +
+                             ", the last bin to begin at is " +
                              to_string(raw_packet::kMaxPeakAddr) + ".");
   }
   std::string samples;
   for (const std::uint16_t sample : window.told.samples) {
-    samples += (samples.empty() ? "" : " ") + to_string(sample);
+    if (!samples.empty()) samples += ' ';
+    samples += to_string(sample);
   }
   step.values = {{"packet_frame_id", Whole(header.frame_id), ""},
                  {"group_id", Whole(header.group_id), ""},
@@ -121,10 +124,9 @@ Step BaselineStep(const Window17& window) {
     step.sentences.emplace_back("No window, no baseline.");
     return step;
   }
-  step.sentences.push_back(std::string("A noise of ") + to_string(window.road.words.noise) +
-                           " raw units at " + Rounded(window.road.decoded.shot_times) +
-                           " shots is a baseline of " + Rounded(window.road.baseline) +
-                           " levels (sums of three samples).");
+  step.sentences.push_back("A noise of " + to_string(window.road.words.noise) + " raw units at " +
+                           Rounded(window.road.decoded.shot_times) + " shots is a baseline of " +
+                           Rounded(window.road.baseline) + " levels (sums of three samples).");
   if (window.told.head_rise) {
     TellRise(window.told, window.echo, step);
   } else {

@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "pixel_story/plot_text.h"
 #include "pixel_story/words.h"
 
 namespace kerul::lidar::story {
@@ -10,6 +11,9 @@ namespace {
 void WriteStep(std::ostream& out, const Step& step) {
   out << "  " << step.name << '\n';
   for (const std::string& sentence : step.sentences) out << "    " << sentence << '\n';
+  if (step.plot) {
+    for (const std::string& line : PlotLines(*step.plot)) out << "    " << line << '\n';
+  }
   if (step.values.empty()) return;
   out << "   ";
   for (const NamedValue& value : step.values) out << ' ' << value.name << '=' << TextOf(value);
