@@ -53,6 +53,7 @@ bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int&
       ->expected(3)
       ->check(FiniteNumber(-1e6, 1e6));
   which->add_flag("--all", all, "The whole frame");
+  app.add_option("--html", options.html, "Write the stories as a page instead of text");
   app.add_flag("--mount", options.mount, "The point is in the frame of the configured mounting");
   std::string error;
   try {

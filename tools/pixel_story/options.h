@@ -15,6 +15,7 @@ struct StoryOptions {
   int frame = 0;
   PixelRect wanted;                            // unless a point is given
   std::optional<std::array<double, 3>> point;  // metres, in the sensor's frame or the mounting's
+  std::string html;                            // a page to write, empty for none
   bool mount = false;                          // the point is in the frame of the mounting
 };
 
