@@ -97,7 +97,7 @@ TEST_F(CalibrationSentences, TellTheRangeByCurveAndOffset) {
                        "10 m less the sum of both at 1 / 64 m each is 9 m."}));
   told_.range->corrected = -2.0F;
   told_.range->range = 0.004F;
-  EXPECT_EQ(Of(kRange)[3], "That is below 0: the smallest range, 0.004 m, stays.");
+  EXPECT_EQ(Of(kRange).back(), "That is below 0: the smallest range, 0.004 m, stays.");
 }
 
 TEST_F(CalibrationSentences, TellWhyARangeWasLost) {

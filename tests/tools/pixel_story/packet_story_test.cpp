@@ -132,6 +132,10 @@ TEST_F(EchoSentences, TellsWhyTheBaselineFollowsTheHead) {
                 "rises by the smaller of 13 and the limit 10, to 10 levels, and the noise by "
                 "42.667.",
                 "The rise of 10 is above 7: a bright target."}));
+  parser_.baseline_rise_limit = 20.0F;  // 2048 * 13 / 160 / 3 is 55.467
+  EXPECT_EQ(Tell(window)[1].sentences[2],
+            "The pulse at the centre, 64 levels above the head, is above 63: the baseline rises by "
+            "the smaller of 13 and the limit 20, to 13 levels, and the noise by 55.467.");
   EXPECT_EQ(Tell(window, 1)[1].sentences[1], "The baseline of a second window is never adapted.");
 }
 

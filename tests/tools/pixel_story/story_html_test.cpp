@@ -172,6 +172,8 @@ TEST(PlotSvg, DrawsAllOnOneScale) {
   const float first = NumberIn(svg, "bar cut", "x");
   const float second = NumberIn(svg, "bar", "x");
   const float half = NumberIn(svg, "bar", "width") / 2.0F;
+  const float left = NumberIn(svg, "axis", "x1");
+  EXPECT_NEAR(first + half - left, (NumberIn(svg, "axis", "x2") - left) / 4.0F, 0.1F);
   EXPECT_NEAR(NumberIn(svg, "mark", "x1"), first + half + 0.75F * (second - first), 0.1F);
   EXPECT_NEAR(NumberIn(svg, "span", "x2") - NumberIn(svg, "span", "x1"), second - first, 0.1F);
 }
