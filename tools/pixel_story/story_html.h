@@ -10,7 +10,17 @@
 
 namespace kerul::lidar::story {
 
-// XML as well as HTML. `about` says what was played: capture, frame, calibration.
-void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about);
+// XML as well as HTML. `about` says what was played: capture, frame, calibration. `front` is markup
+// that stands before the stories, empty for none.
+void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about,
+               const std::string& front = "");
+
+// Two stories of each pixel side by side, on a narrow screen one below the other.
+struct PageColumn {
+  std::string title;
+  const std::vector<PixelStory>& stories;
+};
+void WriteHtml(std::ostream& out, const PageColumn& left, const PageColumn& right,
+               const std::string& about, const std::string& front);
 
 }  // namespace kerul::lidar::story
