@@ -1,6 +1,7 @@
 // Sentences about small frames, their numbers worked out by hand.
 #include "pixel_story/pass_stories.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
