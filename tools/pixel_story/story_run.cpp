@@ -49,9 +49,10 @@ class Run : public WatchedNode::Watcher {
 
   const StoryEnd& End() const {
     if (frame_ < wanted_ || (frame_ == wanted_ && end_.packets == 0)) {
-      throw std::runtime_error("there is no frame " + std::to_string(wanted_) +
-                               ": the stream has " +
-                               std::to_string(frame_ + (packets_ > 0 ? 1 : 0)) + " frames");
+      const int last = packets_ > 0 ? frame_ : frame_ - 1;
+      throw std::runtime_error(last < 0 ? "the stream holds no packet of the sensor"
+                                        : "there is no frame " + std::to_string(wanted_) +
+                                              ": the last one is " + std::to_string(last));
     }
     return end_;
   }

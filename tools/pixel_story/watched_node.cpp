@@ -3,13 +3,13 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <iostream>
-#include <streambuf>
 #include <utility>
 
 #include "calibration/para2_loading.h"
 #include "lidar_replay/capture_once.h"
 #include "output/shm_layout.h"
+#include "support/inert_source.h"
+#include "support/silent_cout.h"
 
 // The one door to the node's members.
 struct LidarNodeTestAccess {
@@ -42,24 +42,6 @@ namespace {
 
 // One raw packet can run all rows twice, at a frame change, and so publish 6912 packets.
 constexpr std::uint32_t kRingSlots = 16384;
-
-// The node's lines would stand between those of the story.
-class SilentCout {
- public:
-  SilentCout() : before_(std::cout.rdbuf(&nothing_)) {}
-  ~SilentCout() { std::cout.rdbuf(before_); }
-  SilentCout(const SilentCout&) = delete;
-  SilentCout& operator=(const SilentCout&) = delete;
-
- private:
-  class Nothing : public std::streambuf {
-   protected:
-    int overflow(int c) override { return c; }
-    std::streamsize xsputn(const char* /*text*/, std::streamsize count) override { return count; }
-  };
-  Nothing nothing_;
-  std::streambuf* before_;
-};
 
 std::string UniqueRingName() {
   static std::atomic<int> count{0};
@@ -98,17 +80,10 @@ DatagramFeed FeedOfCapture(const std::string& path) {
 }
 
 // Asked for the next datagram when all work for the one before is done.
-class WatchedNode::FedSource : public Source {
+class WatchedNode::FedSource : public InertSource {
  public:
   FedSource(WatchedNode& node, DatagramFeed feed, Watcher& watcher)
       : node_(node), feed_(std::move(feed)), watcher_(watcher) {}
-  std::string GetType() override { return "UDP"; }
-  bool Open() override { return true; }
-  void Close() override {}
-  bool IsOpened() override { return false; }
-  void SetClientIp(const std::string&) override {}
-  int Send(const std::uint8_t*, std::uint16_t length, int) override { return length; }
-  int SetSocketBufferSize(std::uint32_t) override { return 0; }
 
   int Receive(UdpPacket& packet, std::uint16_t, int, int) override {
     if (given_) {

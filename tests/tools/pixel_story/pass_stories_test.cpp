@@ -1,8 +1,10 @@
 // Sentences about small frames, their numbers worked out by hand.
 #include "pixel_story/pass_stories.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -215,6 +217,22 @@ TEST_F(PassStories, TheNearerEchoGoesFirst) {
                   "packet 1 of its block is to carry the preferred echo: this slot now holds "
                   "the echo of slot 1"));
   EXPECT_EQ(Echo(8, 8).dist_proc, 4.0F);
+}
+
+TEST_F(PassStories, WhatTheNodeDidNotDoIsNotTold) {
+  const RowPassSettings settings = MakeRowPassSettings(
+      default_config::kConfig,
+      {.ground = ground_, .angle_grid = grid_, .bloom = bloom_, .echo_plan = plan_});
+  LidarFrame told = frame_;
+  const PassMoment moment{RowPass::kNeighbours, 1, frame_, frame_, settings};
+  EXPECT_NO_THROW(HoldAgainst(told, moment));
+  told.points[17][23].echoes[1].refl_proc = -0.0F;
+  try {
+    HoldAgainst(told, moment);
+    FAIL();
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "the story of pass neighbours is not the node's: pixel 17,23");
+  }
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <map>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lidar_replay/replay.h"
@@ -105,13 +105,33 @@ TEST(StoryRun, FollowsTheNodeThroughLostRepeatedAndLatePackets) {
   EXPECT_EQ(ends[2].published_rows, 36);
 }
 
-TEST(StoryRun, AFrameBeyondTheEndIsRefused) {
+// The text with which the run fails.
+std::string FailureOf(StorySource source) {
   try {
-    RunStory(SourceOf(SimulatedFrames("empty", 1), 1), {});
-    FAIL();
+    RunStory(std::move(source), {});
   } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "there is no frame 1: the stream has 1 frames");
+    return error.what();
   }
+  return "";
+}
+
+TEST(StoryRun, AFrameBeyondTheEndIsRefused) {
+  const Stream stream = SimulatedFrames("empty", 1);
+  EXPECT_EQ(FailureOf(SourceOf(stream, 1)), "there is no frame 1: the last one is 0");
+  EXPECT_EQ(FailureOf(SourceOf(stream, 0)), "");
+  EXPECT_EQ(FailureOf(SourceOf({}, 0)), "the stream holds no packet of the sensor");
+}
+
+// The stream ends within a frame: its rows that ran have stories.
+TEST(StoryRun, AnUnfinishedFrameIsToldAsFarAsItRan) {
+  Stream stream = SimulatedFrames("targets", 1);
+  stream.resize(10 * 192 + 1);
+  FrameStates states;
+  const StoryEnd end = RunStory(SourceOf(stream, 0), {&states});
+  EXPECT_EQ(end.packets, 10 * 192 + 1);
+  EXPECT_EQ(end.published_rows, 9) << "a row runs when the next one is complete";
+  EXPECT_TRUE(states.At(9 * 6 - 1, 0).row_ran);
+  EXPECT_FALSE(states.At(9 * 6, 0).row_ran);
 }
 
 }  // namespace
