@@ -205,5 +205,17 @@ TEST(PlotSvg, LeavesOutWhatIsNoNumber) {
   EXPECT_EQ(PlotSvg(Plot{}, "plot"), "");
 }
 
+TEST(PlotSvg, ManagesFlatAndHugePlots) {
+  for (const float height : {0.0F, 1e-44F, 3e38F}) {
+    Plot plot = SmallPlot();
+    plot.bars = {-height, height};
+    plot.levels.clear();
+    const std::string svg = PlotSvg(plot, "plot");
+    EXPECT_EQ(PageReader("<!DOCTYPE html>" + svg).problem, "") << height;
+    EXPECT_EQ(svg.find("nan"), std::string::npos) << height;
+    EXPECT_EQ(svg.find("inf"), std::string::npos) << height;
+  }
+}
+
 }  // namespace
 }  // namespace kerul::lidar::story
