@@ -1,6 +1,8 @@
 #include "pixel_story/story_html.h"
 
+#include <algorithm>
 #include <ostream>
+#include <span>
 
 #include "pixel_story/plot_svg.h"
 #include "pixel_story/story_text.h"
@@ -79,7 +81,7 @@ void WriteEcho(std::ostream& out, const PixelStory& story, const EchoStory& echo
   out << "</section>\n";
 }
 
-void WriteContents(std::ostream& out, const std::vector<PixelStory>& stories) {
+void WriteContents(std::ostream& out, std::span<const PixelStory> stories) {
   if (stories.size() < 2) return;
   out << "<nav>\n<p>";
   for (const PixelStory& story : stories) {
@@ -102,8 +104,12 @@ void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories,
       << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n<title>"
       << title << "</title>\n<style>" << kStyle << "</style>\n</head>\n<body>\n<h1>" << title
       << "</h1>\n<p class=\"about\">" << Escaped(about) << "</p>\n";
-  WriteContents(out, stories);
-  for (const PixelStory& story : stories) {
+  const std::span shown = std::span(stories).first(std::min(stories.size(), kMostPagePixels));
+  if (shown.size() < stories.size()) {
+    out << "<p class=\"about\">The page has the first " << shown.size() << " of them.</p>\n";
+  }
+  WriteContents(out, shown);
+  for (const PixelStory& story : shown) {
     out << "<div id=\"" << PixelAnchor(story) << "\">\n";
     for (const EchoStory& echo : story.echoes) WriteEcho(out, story, echo);
     out << "</div>\n";

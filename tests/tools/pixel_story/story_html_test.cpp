@@ -151,6 +151,16 @@ TEST(StoryPage, SeveralPixelsHaveContentsThatLeadToThem) {
   EXPECT_NE(text.find("id=\"pixel-3-6\""), std::string::npos);
 }
 
+TEST(StoryPage, HasTheFirstThousandPixelsAndSaysSo) {
+  const std::vector<PixelStory> stories(1001, {.row = 1, .col = 2, .echoes = {{0, {}}}});
+  const PageReader page(PageOf(stories));
+  EXPECT_EQ(page.elements.at("section"), 1000);
+  EXPECT_NE(page.text.find("The stories of 1001 pixels"), std::string::npos);
+  EXPECT_NE(page.text.find("The page has the first 1000 of them."), std::string::npos);
+  const std::vector<PixelStory> fewer(stories.begin() + 1, stories.end());
+  EXPECT_EQ(PageReader(PageOf(fewer)).text.find("The page has"), std::string::npos);
+}
+
 // The number after `name="` in the first tag of the class after `from`.
 float NumberIn(const std::string& svg, const std::string& style, const std::string& name,
                std::size_t from = 0) {
