@@ -63,6 +63,7 @@ LidarNode::PixelRecords LidarNode::PrefetchPixels(const UdpPacket& packet) noexc
     const int row = (place & 0xFFFF) + first_row;
     const int col = (place >> 16) + first_col;
     records[i] = &outside_;
+    if (i == 0 && packet_calibrator_) packet_calibrator_->Prefetch(row, col);
     if (row >= frame_->height || col >= frame_->width) continue;
     records[i] = &frame_->points[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)];
     kerul::lidar::PrefetchForWrite(*records[i]);

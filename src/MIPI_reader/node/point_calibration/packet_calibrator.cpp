@@ -7,6 +7,7 @@
 #include <limits>
 #include <span>
 
+#include "MIPI_reader/parser/raw_packet.h"
 #include "lanes/instruction_set.h"
 
 namespace kerul::lidar {
@@ -193,6 +194,17 @@ void PacketCalibrator::Calibrate(std::vector<LidarPoint>& points) const {
 
 void PacketCalibrator::Calibrate(PacketPlanes& planes) const noexcept {
   kForms.Chosen()(tables_, planes);
+}
+
+void PacketCalibrator::Prefetch(std::int32_t row, std::int32_t col) const noexcept {
+  if (static_cast<std::uint32_t>(row) >= kPlaceSide ||
+      static_cast<std::uint32_t>(col) >= kPlaceSide) {
+    return;
+  }
+  const auto entry = static_cast<std::size_t>(places_.of_row[row].entry + places_.of_col[col]);
+  const auto last = std::min(entry + raw_packet::kBlocks, pixels_.size()) - 1;
+  __builtin_prefetch(&pixels_[entry]);
+  __builtin_prefetch(&pixels_[last]);
 }
 
 void PacketCalibrator::CalibrateInPlanes(std::span<LidarPoint> points) const noexcept {

@@ -39,6 +39,10 @@ class PacketCalibrator {
   void Calibrate(PacketPlanes& planes) const noexcept;
   bool FitsLanes() const noexcept;
 
+  // Asks for what the tables hold of a packet's pixels: the one at this place and the eight that
+  // packets bring after it. Any place.
+  void Prefetch(std::int32_t row, std::int32_t col) const noexcept;
+
  private:
   // At most PacketPlanes::kPixels points.
   void CalibrateInPlanes(std::span<LidarPoint> points) const noexcept;
