@@ -22,8 +22,8 @@ std::string EntryOf(const PacketRoad& road) {
 
 // What stands there when a step leaves the echo alone.
 std::string Idle(bool is_on, float range, const std::string& otherwise) {
-  if (!is_on) return "This step is off.";
-  if (!(range > 0.0F)) return "The echo has no range, so there is nothing to do.";
+  if (!is_on) return "this step is off";
+  if (!(range > 0.0F)) return "the echo has no range, so there is nothing to do";
   return otherwise;
 }
 
@@ -32,20 +32,20 @@ Step EnvironmentStep(const PacketRoad& road, const EnvCalib* env, int slot) {
   Step step = Named("environment");
   if (told.gain) {
     const HeightGain& gain = *told.gain;
-    step.sentences.push_back("A noise of " + Rounded(gain.noise) + " reads entry " +
+    step.sentences.push_back("a noise of " + Rounded(gain.noise) + " reads entry " +
                              to_string(gain.index) + " of the " + TableName(gain.high) +
                              " table, a gain of " + Rounded(gain.gain) + ": the height goes from " +
                              Rounded(gain.before) + " to " + Rounded(gain.height) +
-                             " levels, with a bias of " + Rounded(gain.bias) + ".");
+                             " levels, with a bias of " + Rounded(gain.bias));
   } else {
     step.sentences.push_back(Idle(env != nullptr,
                                   road.decoded.echoes[static_cast<std::size_t>(slot)].dist_raw,
-                                  "Height or noise is not a number: the height becomes 0."));
+                                  "height or noise is not a number: the height becomes 0"));
   }
   if (told.shift) {
-    step.sentences.push_back("The background shifts the range from " + Rounded(told.shift->before) +
+    step.sentences.push_back("the background shifts the range from " + Rounded(told.shift->before) +
                              " m to " + Rounded(told.shift->range) + " m (noise term " +
-                             Rounded(told.shift->noise_term) + ").");
+                             Rounded(told.shift->noise_term) + ")");
   }
   step.values = {{"cogh", told.after_environment.cogh, "levels at 160 shots"},
                  {"range", told.after_environment.dist_raw, "m"}};
@@ -57,7 +57,7 @@ Step EnvironmentStep(const PacketRoad& road, const EnvCalib* env, int slot) {
 }
 
 std::string ReadingText(const CurveReading& reading, float height) {
-  return "At a height of " + Rounded(height) + " levels the curve gives " + Rounded(reading.value) +
+  return "at a height of " + Rounded(height) + " levels the curve gives " + Rounded(reading.value) +
          ", from entry " + to_string(reading.index) + " (" + Rounded(reading.lower) +
          ") and the next (" + Rounded(reading.upper) + ")";
 }
@@ -69,16 +69,15 @@ void AddReading(const CurveReading& reading, Step& step) {
 }
 
 void TellRange(const PacketRoad& road, const RangeCorrection& range, Step& step) {
-  step.sentences.push_back("The " + TableName(range.high) + " curve is read. " +
-                           ReadingText(range.curve, range.height) + ".");
-  step.sentences.push_back("The pixel's offset is " + Rounded(range.offset) + ", " + EntryOf(road) +
-                           ".");
+  step.sentences.push_back("the " + TableName(range.high) +
+                           " curve is read: " + ReadingText(range.curve, range.height));
+  step.sentences.push_back("the pixel's offset is " + Rounded(range.offset) + ", " + EntryOf(road));
   step.sentences.push_back(Rounded(range.before) + " m less the sum of both at " +
                            Rounded(range.scale) + " / 64 m each is " + Rounded(range.corrected) +
-                           " m.");
+                           " m");
   if (range.corrected < 0.0F) {
-    step.sentences.push_back("That is below 0: the smallest range, " + Rounded(range.range) +
-                             " m, stays.");
+    step.sentences.push_back("that is below 0: the smallest range, " + Rounded(range.range) +
+                             " m, stays");
   }
   AddReading(range.curve, step);
   step.values.push_back({"offset_entry", std::int64_t{road.pixel_entry}, ""});
@@ -94,9 +93,9 @@ Step RangeStep(const PacketRoad& road, const DistCalib* dist, int slot) {
   } else if (told.range_loss && told.range_loss->before > 0.0F) {
     step.sentences.push_back(
         std::isnan(told.range_loss->height)
-            ? std::string("The height is not a number: the echo loses its range.")
-            : "The pixel's offset is 0, " + EntryOf(road) +
-                  ": a pixel without calibration, the echo loses its range.");
+            ? std::string("the height is not a number: the echo loses its range")
+            : "the pixel's offset is 0, " + EntryOf(road) +
+                  ": a pixel without calibration, the echo loses its range");
   } else {
     step.sentences.push_back(Idle(dist != nullptr, 0.0F, ""));
   }
@@ -110,22 +109,22 @@ Step HighThresholdStep(const PacketRoad& road, const HighThresholdMap* map, int 
   if (!told.mapping) {
     step.sentences.push_back(
         Idle(map != nullptr, told.after_range.dist_raw,
-             "The height was measured at the low threshold, so it is not mapped."));
+             "the height was measured at the low threshold, so it is not mapped"));
     return step;
   }
   const HeightMapping& mapping = *told.mapping;
   const std::string result =
       Rounded(told.after_range.cogh) + " levels becomes " + Rounded(mapping.mapped) + ": ";
   if (mapping.inside) {
-    step.sentences.push_back("A height at the high threshold of " + result + "entry " +
+    step.sentences.push_back("a height at the high threshold of " + result + "entry " +
                              to_string(mapping.below) + " maps " + Rounded(mapping.in_below) +
                              " to " + Rounded(mapping.out_below) + ", the next " +
-                             Rounded(mapping.in_above) + " to " + Rounded(mapping.out_above) + ".");
+                             Rounded(mapping.in_above) + " to " + Rounded(mapping.out_above));
   } else {
-    step.sentences.push_back("A height at the high threshold of " + result +
+    step.sentences.push_back("a height at the high threshold of " + result +
                              "outside the map the nearest entry counts, " +
                              to_string(mapping.below) + ", for a height of " +
-                             Rounded(mapping.in_below) + ".");
+                             Rounded(mapping.in_below));
   }
   step.values.push_back({"map_index", std::int64_t{mapping.below}, ""});
   return step;
@@ -134,15 +133,15 @@ Step HighThresholdStep(const PacketRoad& road, const HighThresholdMap* map, int 
 const char* RuleName(HighReflRule rule) {
   switch (rule) {
     case HighReflRule::kBaselineRise:
-      return "The baseline's rise";
+      return "the baseline's rise";
     case HighReflRule::kA:
-      return "Rule A (strong and near, weaker echo beyond)";
+      return "rule A (strong and near, weaker echo beyond)";
     case HighReflRule::kB:
-      return "Rule B (second echo at twice the range)";
+      return "rule B (second echo at twice the range)";
     case HighReflRule::kC:
-      return "Rule C (strong at a distance)";
+      return "rule C (strong at a distance)";
     case HighReflRule::kD:
-      return "Rule D (after-pulse just beyond)";
+      return "rule D (after-pulse just beyond)";
   }
   return "";
 }
@@ -192,7 +191,7 @@ std::string RuleText(const RuleTold& rule, bool decided) {
     text += rule.comparisons.empty() ? "a test it needs is switched off"
                                      : "; a further test it needs is switched off";
   }
-  return text + ".";
+  return text;
 }
 
 void TellRules(const PacketRoad& road, const HighReflCheck& check, Step& step) {
@@ -203,7 +202,7 @@ void TellRules(const PacketRoad& road, const HighReflCheck& check, Step& step) {
   const bool needs_second = check.rule_a_enable || check.rule_b_enable || check.rule_d_enable;
   const bool has_second = LidarPoint::echo_num > 1 && road.calibration[1].after_map.dist_raw > 0.0F;
   if (needs_second && !has_second && !road.verdict->by_rule) {
-    step.sentences.emplace_back("Rules that need a second echo are not looked at: there is none.");
+    step.sentences.emplace_back("rules that need a second echo are not looked at: there is none");
   }
 }
 
@@ -213,28 +212,28 @@ Step HighReflectivityStep(const PacketRoad& road, const HighReflCheck* check, in
   step.values = {{"high_reflectivity", std::int64_t{echo.highRefl}, ""},
                  {"after_pulse", std::int64_t{echo.afterPulse}, ""}};
   if (check == nullptr || !check->enable) {
-    step.sentences.emplace_back("This step is off.");
+    step.sentences.emplace_back("this step is off");
     return step;
   }
   if (!road.verdict) {
-    step.sentences.emplace_back("The first echo has no range, so no rule is looked at.");
+    step.sentences.emplace_back("the first echo has no range, so no rule is looked at");
     return step;
   }
   TellRules(road, *check, step);
   if (slot == 0) {
-    step.sentences.emplace_back(echo.highRefl ? "The echo is a bright target."
-                                              : "The echo is no bright target.");
+    step.sentences.emplace_back(echo.highRefl ? "the echo is a bright target"
+                                              : "the echo is no bright target");
   } else {
-    step.sentences.emplace_back(echo.afterPulse ? "The second echo is an after-pulse."
-                                                : "The second echo is no after-pulse.");
+    step.sentences.emplace_back(echo.afterPulse ? "the second echo is an after-pulse"
+                                                : "the second echo is no after-pulse");
   }
   return step;
 }
 
 void TellMeasure(const PacketRoad& road, const ReflectivityMeasure& measure, Step& step) {
   step.sentences.push_back(ReadingText(measure.curve, measure.height) +
-                           ", the base-2 logarithm of the power " + Rounded(measure.power) + ".");
-  std::string exponent = "Twice the range's logarithm, " + Rounded(measure.range_log) +
+                           ", the base-2 logarithm of the power " + Rounded(measure.power));
+  std::string exponent = "twice the range's logarithm, " + Rounded(measure.range_log) +
                          ", and the curve, less the pixel's scale of " + Rounded(measure.scale) +
                          " (" + EntryOf(road) + ") and " + Rounded(measure.ref_offset);
   if (measure.near.row >= 0) {
@@ -242,11 +241,11 @@ void TellMeasure(const PacketRoad& road, const ReflectivityMeasure& measure, Ste
                 to_string(measure.near.row) + ", column " + to_string(measure.near.lane) +
                 " of its table)";
   }
-  step.sentences.push_back(exponent + ", make an exponent of " + Rounded(measure.exponent) + ".");
+  step.sentences.push_back(exponent + ", make an exponent of " + Rounded(measure.exponent));
   const Sides sides = RoundedSides(measure.measured, 255.0F);
   step.sentences.push_back(
-      "Two to that power is a reflectivity of " + sides.left +
-      (measure.measured > 255.0F ? ", above the top value: " + sides.right : std::string()) + ".");
+      "two to that power is a reflectivity of " + sides.left +
+      (measure.measured > 255.0F ? ", above the top value: " + sides.right : std::string()));
   AddReading(measure.curve, step);
   step.values.push_back({"scale_entry", std::int64_t{road.pixel_entry}, ""});
   step.values.push_back({"scale", measure.scale, ""});
@@ -256,10 +255,10 @@ void TellMeasure(const PacketRoad& road, const ReflectivityMeasure& measure, Ste
 void TellFloor(const ReflectivityFloor& floor, Step& step) {
   const Sides sides = RoundedSides(floor.reflectivity, floor.floor);
   const bool erased = floor.floor > floor.reflectivity;
-  step.sentences.push_back("At " + Rounded(floor.range) + " m a reflectivity of " + sides.left +
+  step.sentences.push_back("at " + Rounded(floor.range) + " m a reflectivity of " + sides.left +
                            " is " + (erased ? "below" : "not below") + " the floor of " +
                            sides.right + " (from entry " + to_string(floor.entry) +
-                           " of its table on)" + (erased ? ": the echo is erased." : "."));
+                           " of its table on)" + (erased ? ": the echo is erased" : ""));
 }
 
 Step ReflectivityStep(const PacketRoad& road, const RetroCalib* retro, int slot) {
@@ -273,24 +272,24 @@ Step ReflectivityStep(const PacketRoad& road, const RetroCalib* retro, int slot)
   if (told.reflectivity) {
     TellMeasure(road, *told.reflectivity, step);
   } else if (told.unscaled_range) {
-    step.sentences.push_back("The pixel's scale is 0, " + EntryOf(road) +
+    step.sentences.push_back("the pixel's scale is 0, " + EntryOf(road) +
                              ": a pixel without calibration, the echo of " +
-                             Rounded(*told.unscaled_range) + " m is erased.");
+                             Rounded(*told.unscaled_range) + " m is erased");
   } else {
     step.sentences.push_back(Idle(retro != nullptr, 0.0F, ""));
   }
   if (told.bright) {
     step.sentences.push_back(
-        "A bright target: the reflectivity is set to 255 and the power by "
+        "a bright target: the reflectivity is set to 255 and the power by "
         "range to " +
-        Rounded(told.bright->bright_power) + ".");
+        Rounded(told.bright->bright_power));
   }
   if (told.softened) {
     const Sides range = RoundedSides(told.softened->range, told.softened->near_range);
-    step.sentences.push_back("The range of " + range.left + " m is below " + range.right +
+    step.sentences.push_back("the range of " + range.left + " m is below " + range.right +
                              " m and the reflectivity of " + Rounded(told.softened->before) +
                              " above 100: it is softened to " +
-                             Rounded(told.softened->reflectivity) + ".");
+                             Rounded(told.softened->reflectivity));
   }
   if (told.floor) TellFloor(*told.floor, step);
   return step;

@@ -14,7 +14,9 @@ HeightRange HeightRangeOf(const Plot& plot) noexcept {
   };
   for (const float bar : plot.bars) take(bar);
   for (const Plot::Level& level : plot.levels) take(level.y);
-  if (!(range.high > range.low)) range.high = range.low + 1.0F;
+  // Too flat, or too high for an axis with numbers.
+  const float height = range.high - range.low;
+  if (!(height > 1e-30F) || !std::isfinite(height)) return {};
   return range;
 }
 

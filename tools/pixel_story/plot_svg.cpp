@@ -42,7 +42,8 @@ struct Axes {
 
   float X(float x) const noexcept { return kLeft + (x - first_x + 0.5F) / bars * (kRight - kLeft); }
   float Y(float y) const noexcept {
-    return kBottom - (y - range.low) / (range.high - range.low) * (kBottom - kTop);
+    const float part = (y - range.low) / (range.high - range.low);
+    return kBottom - std::clamp(part, 0.0F, 1.0F) * (kBottom - kTop);
   }
   bool Holds(float x) const noexcept { return x >= first_x - 0.5F && x <= first_x + bars - 0.5F; }
 };

@@ -75,7 +75,7 @@ class Canvas {
  private:
   // The lowest line is just above the low end of the range, the highest holds its high end.
   std::size_t LineOf(float y) const {
-    const float part = (y - range_.low) / (range_.high - range_.low);
+    const float part = std::clamp((y - range_.low) / (range_.high - range_.low), 0.0F, 1.0F);
     const int up = static_cast<int>(std::ceil(part * static_cast<float>(kLines))) - 1;
     return static_cast<std::size_t>(kLines - 1 - std::clamp(up, 0, kLines - 1));
   }

@@ -1,6 +1,8 @@
 #include "pixel_story/story_html.h"
 
+#include <algorithm>
 #include <ostream>
+#include <span>
 
 #include "pixel_story/plot_svg.h"
 #include "pixel_story/story_text.h"
@@ -92,7 +94,7 @@ void WriteEcho(std::ostream& out, const PixelStory& story, const EchoStory& echo
   out << "</section>\n";
 }
 
-void WriteContents(std::ostream& out, const std::vector<PixelStory>& stories) {
+void WriteContents(std::ostream& out, std::span<const PixelStory> stories) {
   if (stories.size() < 2) return;
   out << "<nav>\n<p>";
   for (const PixelStory& story : stories) {
@@ -107,16 +109,22 @@ std::string TitleOf(const std::vector<PixelStory>& stories) {
   return "The stories of " + std::to_string(stories.size()) + " pixels";
 }
 
-// All in front of the stories.
-void BeginPage(std::ostream& out, const std::vector<PixelStory>& stories, const char* body,
-               const std::string& about, const std::string& front) {
+// All in front of the stories. Gives those that the page shows.
+std::span<const PixelStory> BeginPage(std::ostream& out, const std::vector<PixelStory>& stories,
+                                      const char* body, const std::string& about,
+                                      const std::string& front) {
   const std::string title = TitleOf(stories);
   out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
       << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n<title>"
       << title << "</title>\n<style>" << kStyle << "</style>\n</head>\n"
       << body << "\n<h1>" << title << "</h1>\n<p class=\"about\">" << Escaped(about) << "</p>\n"
       << front;
-  WriteContents(out, stories);
+  const std::span shown = std::span(stories).first(std::min(stories.size(), kMostPagePixels));
+  if (shown.size() < stories.size()) {
+    out << "<p class=\"about\">The page has the first " << shown.size() << " of them.</p>\n";
+  }
+  WriteContents(out, shown);
+  return shown;
 }
 
 void WriteEchoes(std::ostream& out, const PixelStory& story) {
@@ -133,8 +141,7 @@ void WriteColumn(std::ostream& out, const std::string& title, const PixelStory& 
 
 void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about,
                const std::string& front) {
-  BeginPage(out, stories, "<body>", about, front);
-  for (const PixelStory& story : stories) {
+  for (const PixelStory& story : BeginPage(out, stories, "<body>", about, front)) {
     out << "<div id=\"" << PixelAnchor(story) << "\">\n";
     WriteEchoes(out, story);
     out << "</div>\n";
@@ -144,8 +151,8 @@ void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const 
 
 void WriteHtml(std::ostream& out, const PageColumn& left, const PageColumn& right,
                const std::string& about, const std::string& front) {
-  BeginPage(out, left.stories, "<body class=\"wide\">", about, front);
-  for (std::size_t i = 0; i < left.stories.size(); ++i) {
+  const auto shown = BeginPage(out, left.stories, "<body class=\"wide\">", about, front);
+  for (std::size_t i = 0; i < shown.size(); ++i) {
     out << "<div class=\"pair\" id=\"" << PixelAnchor(left.stories[i]) << "\">\n";
     WriteColumn(out, left.title, left.stories[i]);
     WriteColumn(out, right.title, right.stories[i]);

@@ -2,6 +2,7 @@
 // in light and in dark.
 #pragma once
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -10,8 +11,12 @@
 
 namespace kerul::lidar::story {
 
-// XML as well as HTML. `about` says what was played: capture, frame, calibration. `front` is markup
-// that stands before the stories, empty for none.
+// A browser shows no page of a whole frame, which would be gigabytes.
+inline constexpr std::size_t kMostPagePixels = 1000;
+
+// XML as well as HTML. `about` says what was played: capture, frame, calibration. Of more pixels
+// than kMostPagePixels the page has the first ones, and says so. `front` is markup that stands
+// before the stories, empty for none.
 void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about,
                const std::string& front = "");
 

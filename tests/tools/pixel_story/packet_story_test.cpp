@@ -61,53 +61,53 @@ TEST_F(EchoSentences, TellsTheWayFromSamplesToRange) {
   const std::vector<Step> steps = Tell(kRounded);
   EXPECT_EQ(steps[0].sentences,
             (std::vector<std::string>{
-                "Pixel id 7 of miniflash row 5, column slot 0, in the packet with sequence number "
-                "1001.",
-                "17 samples from bin 100 on.", "No sample is cut."}));
+                "pixel id 7 of miniflash row 5, column slot 0, in the packet with sequence number "
+                "1001",
+                "17 samples from bin 100 on", "no sample is cut"}));
   EXPECT_EQ(steps[1].sentences,
             (std::vector<std::string>{
-                "A noise of 0 raw units at 160 shots is a baseline of 0 levels (sums of three "
-                "samples).",
-                "The mean of the first 4 samples, 0 levels, is not above the baseline of 0: the "
-                "baseline stays."}));
+                "a noise of 0 raw units at 160 shots is a baseline of 0 levels (sums of three "
+                "samples)",
+                "the mean of the first 4 samples, 0 levels, is not above the baseline of 0: the "
+                "baseline stays"}));
   EXPECT_EQ(steps[2].sentences,
             (std::vector<std::string>{
-                "The detection level is 36: entry 0 of its table, from noise 0 at a shot ratio of "
-                "1.",
-                "The peak of 76 levels against 36 gives a peak ratio of 2.1111, above 1: a sure "
-                "pulse.",
-                "The low threshold is 15.2 levels above the baseline: the larger of the noise's 0 "
-                "and a fifth of the centre's sum, 15.2.",
-                "The high width is not measured: it is switched off."}));
+                "the detection level is 36: entry 0 of its table, from noise 0 at a shot ratio of "
+                "1",
+                "the peak of 76 levels against 36 gives a peak ratio of 2.1111, above 1: a sure "
+                "pulse",
+                "the low threshold is 15.2 levels above the baseline: the larger of the noise's 0 "
+                "and a fifth of the centre's sum, 15.2",
+                "the high width is not measured: it is switched off"}));
   EXPECT_EQ(steps[3].sentences,
             (std::vector<std::string>{
-                "At the low threshold the pulse goes from sample 5.36 to 10.64: a width of 5.28 "
-                "bins."}));
+                "at the low threshold the pulse goes from sample 5.36 to 10.64: a width of 5.28 "
+                "bins"}));
   EXPECT_EQ(steps[5].sentences,
-            (std::vector<std::string>{"Bin 100 and sample 8, at 0.15 m a bin: 16.2 m."}));
+            (std::vector<std::string>{"bin 100 and sample 8, at 0.15 m a bin: 16.2 m"}));
 }
 
 // 76 against 100 is 0.76; 70 of 100 is not above 0.7.
 TEST_F(EchoSentences, TellsANearMissAndAWindowWithoutAPulse) {
   parser_.detect_threshold_bins = {100};
   EXPECT_EQ(Tell(kRounded)[2].sentences[1],
-            "The peak of 76 levels against 100 gives a peak ratio of 0.76, not above 1 but above "
-            "0.7: a near miss, which later passes judge.");
+            "the peak of 76 levels against 100 gives a peak ratio of 0.76, not above 1 but above "
+            "0.7: a near miss, which later passes judge");
   parser_.detect_threshold_bins = {200};
   const std::vector<Step> none = Tell(kRounded);
   EXPECT_EQ(
       none[2].sentences[1],
-      "The peak of 76 levels against 200 gives a peak ratio of 0.38, not above 0.7: no pulse, "
-      "the window gives no echo.");
-  EXPECT_EQ(none[5].sentences, (std::vector<std::string>{"No pulse, no range."}));
+      "the peak of 76 levels against 200 gives a peak ratio of 0.38, not above 0.7: no pulse, "
+      "the window gives no echo");
+  EXPECT_EQ(none[5].sentences, (std::vector<std::string>{"no pulse, no range"}));
   EXPECT_FALSE(none[3].plot);
 }
 
 TEST_F(EchoSentences, TellsAWindowThatIsNone) {
   const std::vector<Step> steps = Tell(kRounded, 0, 0, 1001);
   EXPECT_EQ(steps[0].sentences[1],
-            "No window: it would begin at bin 1001, the last bin to begin at is 1000.");
-  EXPECT_EQ(steps[1].sentences, (std::vector<std::string>{"No window, no baseline."}));
+            "no window: it would begin at bin 1001, the last bin to begin at is 1000");
+  EXPECT_EQ(steps[1].sentences, (std::vector<std::string>{"no window, no baseline"}));
   EXPECT_FALSE(steps[0].plot);
 }
 
@@ -118,25 +118,25 @@ TEST_F(EchoSentences, TellsWhyTheBaselineFollowsTheHead) {
   EchoWindow window = kRounded;
   for (std::size_t i = 0; i < 4; ++i) window[i] = 4;
   EXPECT_EQ(Tell(window)[1].sentences[2],
-            "The pulse at the centre, 64 levels above the head, is not above 1000: the baseline "
-            "stays.");
+            "the pulse at the centre, 64 levels above the head, is not above 1000: the baseline "
+            "stays");
   parser_.baseline_rise_gate = 63.0F;
   parser_.baseline_rise_limit = 10.0F;
   const Step step = Tell(window)[1];
   EXPECT_EQ(step.sentences,
             (std::vector<std::string>{
-                "A noise of 0 raw units at 160 shots is a baseline of 0 levels (sums of three "
-                "samples).",
-                "The mean of the first 4 samples, 12 levels, is above the baseline of 0 by 12.",
-                "The pulse at the centre, 64 levels above the head, is above 63: the baseline "
+                "a noise of 0 raw units at 160 shots is a baseline of 0 levels (sums of three "
+                "samples)",
+                "the mean of the first 4 samples, 12 levels, is above the baseline of 0 by 12",
+                "the pulse at the centre, 64 levels above the head, is above 63: the baseline "
                 "rises by the smaller of 13 and the limit 10, to 10 levels, and the noise by "
-                "42.667.",
-                "The rise of 10 is above 7: a bright target."}));
+                "42.667",
+                "the rise of 10 is above 7: a bright target"}));
   parser_.baseline_rise_limit = 20.0F;  // 2048 * 13 / 160 / 3 is 55.467
   EXPECT_EQ(Tell(window)[1].sentences[2],
-            "The pulse at the centre, 64 levels above the head, is above 63: the baseline rises by "
-            "the smaller of 13 and the limit 20, to 13 levels, and the noise by 55.467.");
-  EXPECT_EQ(Tell(window, 1)[1].sentences[1], "The baseline of a second window is never adapted.");
+            "the pulse at the centre, 64 levels above the head, is above 63: the baseline rises by "
+            "the smaller of 13 and the limit 20, to 13 levels, and the noise by 55.467");
+  EXPECT_EQ(Tell(window, 1)[1].sentences[1], "the baseline of a second window is never adapted");
 }
 
 // Noise 64 at 160 shots is 3 * 160 * 64 / 2048 = 15 levels; a third of 15 and 3 * sqrt(15)
@@ -148,12 +148,12 @@ TEST_F(EchoSentences, TellsWhichSamplesAreCut) {
   window[13] = 30;
   const Step step = Tell(window, 0, 64)[0];
   EXPECT_EQ(step.sentences[2],
-            "The highest sample, 8, is 36; other peaks are cut to 8.873: samples 2 and 13.");
+            "the highest sample, 8, is 36; other peaks are cut to 8.873: samples 2 and 13");
   ASSERT_TRUE(step.plot);
   EXPECT_EQ(step.plot->marked, (std::vector<std::size_t>{2, 13}));
   EXPECT_EQ(step.plot->bars[13], 30.0F) << "drawn as received";
   EXPECT_EQ(Tell(EchoWindow{}, 0, 64)[0].sentences[2],
-            "The highest sample, 0, is 0, not above the 8.873 from which on side peaks are cut.");
+            "the highest sample, 0, is 0, not above the 8.873 from which on side peaks are cut");
 }
 
 TEST_F(EchoSentences, PlotsTheSamplesWithAllThatWasFoundInThem) {

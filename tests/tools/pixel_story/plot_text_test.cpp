@@ -58,6 +58,8 @@ TEST(PlotLines, ValuesThatAreNoNumbersAndPlacesOutsideDoNoHarm) {
   plot.marks = {{"centre", nan}, {"far", 1e30F}};
   plot.spans = {{"width", nan, -1e30F, nan}};
   EXPECT_EQ(PlotLines(plot).size(), 17U);
+  plot.bars = {3e38F, -3e38F};  // no axis has both
+  EXPECT_EQ(PlotLines(plot).size(), 17U);
   EXPECT_TRUE(PlotLines(Plot{}).empty());
 }
 

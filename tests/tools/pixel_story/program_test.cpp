@@ -1,6 +1,8 @@
 // The program: arguments, output, exit status.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -45,11 +47,24 @@ TEST_F(PixelStoryProgram, TellsEachPixelOfARectangle) {
   EXPECT_EQ(err_, "");
   std::size_t place = 0;
   for (const char* title :
-       {"pixel 3,4, echo slot 0\n  prime\n", "pixel 3,4, echo slot 1\n", "pixel 3,5, echo slot 0\n",
-        "pixel 4,4, echo slot 0\n", "pixel 4,5, echo slot 1\n", "  published\n"}) {
+       {"pixel 3,4, echo slot 0\n  samples\n", "  reflectivity\n", "  prime\n",
+        "pixel 3,4, echo slot 1\n", "pixel 3,5, echo slot 0\n", "pixel 4,4, echo slot 0\n",
+        "pixel 4,5, echo slot 1\n", "  published\n"}) {
     place = out_.find(title, place);
     ASSERT_NE(place, std::string::npos) << title;
   }
+}
+
+TEST_F(PixelStoryProgram, WritesAPageInsteadOfText) {
+  Run({Capture(), "--pixel", "3,4", "--html", "page.html"}, 0);
+  EXPECT_EQ(out_ + err_, "");
+  std::ifstream file(directory_.File("page.html"));
+  const std::string page{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_TRUE(page.starts_with("<!DOCTYPE html>"));
+  EXPECT_NE(page.find("<h3>published</h3>"), std::string::npos);
+  EXPECT_TRUE(page.ends_with("</html>\n"));
+  Run({Capture(), "--pixel", "3,4", "--html", "none/page.html"}, 1);
+  EXPECT_TRUE(err_.starts_with("pixel_story: none/page.html: ")) << err_;
 }
 
 TEST_F(PixelStoryProgram, SaysWhatItCannotUse) {

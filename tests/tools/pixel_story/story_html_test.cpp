@@ -151,6 +151,16 @@ TEST(StoryPage, SeveralPixelsHaveContentsThatLeadToThem) {
   EXPECT_NE(text.find("id=\"pixel-3-6\""), std::string::npos);
 }
 
+TEST(StoryPage, HasTheFirstThousandPixelsAndSaysSo) {
+  const std::vector<PixelStory> stories(1001, {.row = 1, .col = 2, .echoes = {{0, {}}}});
+  const PageReader page(PageOf(stories));
+  EXPECT_EQ(page.elements.at("section"), 1000);
+  EXPECT_NE(page.text.find("The stories of 1001 pixels"), std::string::npos);
+  EXPECT_NE(page.text.find("The page has the first 1000 of them."), std::string::npos);
+  const std::vector<PixelStory> fewer(stories.begin() + 1, stories.end());
+  EXPECT_EQ(PageReader(PageOf(fewer)).text.find("The page has"), std::string::npos);
+}
+
 // The number after `name="` in the first tag of the class after `from`.
 float NumberIn(const std::string& svg, const std::string& style, const std::string& name,
                std::size_t from = 0) {
@@ -203,6 +213,18 @@ TEST(PlotSvg, LeavesOutWhatIsNoNumber) {
   EXPECT_EQ(svg.find("nan"), std::string::npos);
   EXPECT_EQ(svg.find("lost"), std::string::npos);
   EXPECT_EQ(PlotSvg(Plot{}, "plot"), "");
+}
+
+TEST(PlotSvg, ManagesFlatAndHugePlots) {
+  for (const float height : {0.0F, 1e-44F, 3e38F}) {
+    Plot plot = SmallPlot();
+    plot.bars = {-height, height};
+    plot.levels.clear();
+    const std::string svg = PlotSvg(plot, "plot");
+    EXPECT_EQ(PageReader("<!DOCTYPE html>" + svg).problem, "") << height;
+    EXPECT_EQ(svg.find("nan"), std::string::npos) << height;
+    EXPECT_EQ(svg.find("inf"), std::string::npos) << height;
+  }
 }
 
 }  // namespace
