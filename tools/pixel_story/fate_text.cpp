@@ -44,12 +44,6 @@ void WriteLine(std::ostream& out, std::string_view words, const Counts& counts,
   out << line << (colour.empty() ? "" : "   ") << colour << '\n';
 }
 
-void WriteMarkdownLine(std::ostream& out, std::string_view words, const Counts& counts,
-                       const std::string& colour = "") {
-  out << "| " << words << " | " << counts[0] << " | " << counts[1] << " | " << counts[0] + counts[1]
-      << " | " << colour << " |\n";
-}
-
 }  // namespace
 
 std::string PlaceOf(const PixelRect& rect) {
@@ -76,17 +70,6 @@ void WriteFates(std::ostream& out, const FateTable& table) {
   out << "of those published, in as many of the following as apply\n";
   VisitMarks(table,
              [&](std::string_view words, const Counts& counts) { WriteLine(out, words, counts); });
-}
-
-void WriteFatesAsMarkdown(std::ostream& out, const FateTable& table) {
-  out << "| fate | slot 0 | slot 1 | both | colour |\n|---|--:|--:|--:|---|\n";
-  VisitFates(table, [&](std::string_view words, const Counts& counts, const std::string& colour) {
-    WriteMarkdownLine(out, words, counts, colour);
-  });
-  WriteMarkdownLine(out, "sum", SumOf(table));
-  VisitMarks(table, [&](std::string_view words, const Counts& counts) {
-    WriteMarkdownLine(out, "published, " + std::string(words), counts);
-  });
 }
 
 std::string ChangesSentence(const FateChanges& changes) {

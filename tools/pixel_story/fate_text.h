@@ -17,8 +17,6 @@ std::string SumSentence(const FateTable& table);
 // Fates with no echo and marks with none are left out. The legend's colours are those of the
 // picture.
 void WriteFates(std::ostream& out, const FateTable& table);
-// The same as a table of Markdown.
-void WriteFatesAsMarkdown(std::ostream& out, const FateTable& table);
 
 // "12 of 124416 echoes have another fate; 40 more are published with other bytes"
 std::string ChangesSentence(const FateChanges& changes);

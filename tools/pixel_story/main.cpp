@@ -98,9 +98,7 @@ void WriteAll(const story::StoryOptions& options, const story::Report& report) {
   } else if (!options.json.empty()) {
     WriteFile(options.json, story::WriteReportAsJson, report);
   }
-  if (!options.WritesText()) return;
-  options.markdown ? story::WriteReportAsMarkdown(std::cout, report)
-                   : story::WriteReportAsText(std::cout, report);
+  if (options.WritesText()) story::WriteReportAsText(std::cout, report);
 }
 
 }  // namespace

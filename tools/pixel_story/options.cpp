@@ -73,7 +73,6 @@ void AddForms(CLI::App& app, StoryOptions& options, bool& fates_only) {
   app.add_option("--html", options.html, "Write a page instead of text");
   app.add_option("--json", options.json, "Write JSON instead of text, - for standard output");
   app.add_option("--picture", options.picture, "Also write the fates as a picture (PNG)");
-  app.add_flag("--markdown", options.markdown, "Text for a document");
 }
 
 std::string TakePlace(const Place& place, bool fates_only, StoryOptions& options) {

@@ -26,7 +26,6 @@ struct StoryOptions {
   std::string html;                   // files to write, empty for none
   std::string json;                   // "-" is standard output
   std::string picture;
-  bool markdown = false;
 
   bool WritesText() const { return html.empty() && json.empty(); }
 };

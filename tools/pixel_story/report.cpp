@@ -32,15 +32,6 @@ void WriteAccountAsText(std::ostream& out, const Account& account, const Account
   for (const PixelStory& story : account.stories) WriteText(out, story);
 }
 
-void WriteAccountAsMarkdown(std::ostream& out, const Account& account, const AccountWish& wish) {
-  if (wish.fates) WriteFatesAsMarkdown(out, CountFates(account.states, wish.wanted));
-  for (const PixelStory& story : account.stories) {
-    out << "```\n";
-    WriteText(out, story);
-    out << "```\n";
-  }
-}
-
 void WriteAccountAsJson(JsonWriter& json, const Account& account, const AccountWish& wish) {
   json.WholeMember("published_frame", account.end.published_frame);
   json.WholeMember("packets", account.end.packets);
@@ -70,16 +61,6 @@ void WriteReportAsText(std::ostream& out, const Report& report) {
   WriteAccountAsText(out, *report.changed, report.wish);
   out << "---- what changes in the whole frame\n\n";
   WriteChanges(out, ChangesOf(report));
-}
-
-void WriteReportAsMarkdown(std::ostream& out, const Report& report) {
-  WriteAccountAsMarkdown(out, report.configured, report.wish);
-  if (!report.changed) return;
-  out << '\n' << "Settings: `" << Joined(report.settings, "`, `") << "`\n\n";
-  WriteAccountAsMarkdown(out, *report.changed, report.wish);
-  out << "\n```\n";
-  WriteChanges(out, ChangesOf(report));
-  out << "```\n";
 }
 
 void WriteReportAsPage(std::ostream& out, const Report& report) {

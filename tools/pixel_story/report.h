@@ -22,8 +22,6 @@ struct Report {
 };
 
 void WriteReportAsText(std::ostream& out, const Report& report);
-// Tables of fates, and stories as text between fences.
-void WriteReportAsMarkdown(std::ostream& out, const Report& report);
 void WriteReportAsPage(std::ostream& out, const Report& report);
 void WriteReportAsJson(std::ostream& out, const Report& report);
 // With changed settings the frame as configured above, the other one below. Needs the fates.

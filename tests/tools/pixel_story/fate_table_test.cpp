@@ -38,18 +38,6 @@ TEST(FateTableText, HasALineForEachFateThatOccursAndSaysItsSum) {
             "ground                                      1        0        1\n");
 }
 
-TEST(FateTableText, AsMarkdownItIsATable) {
-  std::ostringstream out;
-  WriteFatesAsMarkdown(out, SmallTable());
-  EXPECT_EQ(out.str(),
-            "| fate | slot 0 | slot 1 | both | colour |\n|---|--:|--:|--:|---|\n"
-            "| published | 2 | 0 | 2 | #2ea05a |\n"
-            "| erased by neighbour validation | 0 | 1 | 1 | #d72828 |\n"
-            "| no window | 0 | 1 | 1 | #0c0e12 |\n"
-            "| sum | 2 | 2 | 4 |  |\n"
-            "| published, ground | 1 | 0 | 1 |  |\n");
-}
-
 TEST(FateNames, AreDifferentAndSoAreTheColours) {
   for (std::size_t i = 0; i < kFates; ++i) {
     EXPECT_FALSE(NameOf(static_cast<Fate>(i)).empty());
