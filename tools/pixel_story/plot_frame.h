@@ -5,8 +5,8 @@
 
 namespace kerul::lidar::story {
 
-// From 0, or from the lowest value below it, to the highest bar or level. Values that are not finite
-// are left out. 0 to 1 where nothing can be drawn to scale.
+// From 0, or from the lowest value below it, to the highest bar or level. Values that are not
+// finite are left out. 0 to 1 where nothing can be drawn to scale.
 struct HeightRange {
   float low = 0.0F;
   float high = 1.0F;
