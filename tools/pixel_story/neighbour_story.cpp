@@ -41,12 +41,11 @@ class NeighbourTeller : public NoTeller {
   }
 
   void TellSupport(const SupportTold& told) {
-    const bool kept = told.agreement.count >= told.required;
-    Say(std::string(kept ? "kept" : "erased") +
-        " by neighbour validation: " + std::to_string(told.agreement.count) +
-        " of 8 agree within " + Metres(told.gates.support) + ", " + std::to_string(told.required) +
-        " needed (range " + Metres(told.range) + ", peak ratio " + Number(told.peak_ratio) +
-        (told.ground ? ", ground widens the gate)" : ")"));
+    const bool kept = told.support >= told.required;
+    Say(std::string(kept ? "kept" : "erased") + " by neighbour validation: " +
+        std::to_string(told.support) + " of 8 agree within " + Metres(told.gates.support) + ", " +
+        std::to_string(told.required) + " needed (range " + Metres(told.range) + ", peak ratio " +
+        Number(told.peak_ratio) + (told.ground ? ", ground widens the gate)" : ")"));
     std::vector<std::string> agreeing;
     std::vector<std::string> others;
     for (std::size_t i = 0; i < kNeighbours; ++i) {
@@ -54,14 +53,14 @@ class NeighbourTeller : public NoTeller {
         others.push_back(PlaceOf(i) + " has no return");
         continue;
       }
-      const bool agrees = (told.agreement.agreeing >> i & 1U) != 0;
+      const bool agrees = Agrees(told.around, i, told.range, told.gates.support);
       (agrees ? agreeing : others)
           .push_back(PlaceOf(i) + " at " + Metres(told.around.dist[i]) + " is " +
-                     Metres(told.agreement.difference[i]) + " off");
+                     Metres(DifferenceTo(told.around, i, told.range)) + " off");
     }
     if (!agreeing.empty()) Say("these agree: " + Joined(agreeing));
     if (!others.empty()) Say("these do not: " + Joined(others));
-    step_->values.push_back(CountValue("agreeing", told.agreement.count));
+    step_->values.push_back(CountValue("agreeing", told.support));
     step_->values.push_back(CountValue("required", told.required));
     step_->values.push_back(MetresValue("gate", told.gates.support));
     step_->values.push_back(PlainValue("peak_ratio", told.peak_ratio));
