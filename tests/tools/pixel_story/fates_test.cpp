@@ -261,6 +261,23 @@ TEST(Fates, ARowThatRunsAgainKeepsWhatItsFirstRunErased) {
       << "a second validation finds fewer neighbours, but only in these rows";
 }
 
+// The first packet again, with windows that begin after the last bin, when its row has run.
+TEST(Fates, APacketThatComesAfterItsRowRanChangesNoFate) {
+  const Stream stream = SimulatedFrames("street", 1);
+  Stream with_late = stream;
+  UdpPacket late = stream[0];
+  for (int block = 0; block < 9; ++block) {
+    std::fill_n(late.buffer + 20 + 72 * block + 1, 2, std::uint8_t{0xFF});
+    std::fill_n(late.buffer + 20 + 72 * block + 3, 1, std::uint8_t{0xFF});
+  }
+  with_late.insert(with_late.begin() + 20 * 192, late);
+  FrameStates states;
+  StorySource source = SourceOf(with_late, 0);
+  ASSERT_EQ(RunStory(std::move(source), {&states}).published_rows, 36) << "none runs again";
+  EXPECT_EQ(CountFates(states, WholeFrame(states)).fates, TableOf(stream).fates);
+  EXPECT_GT(WindowsThatAreNone({late}), WindowsThatAreNone({stream[0]}) + 5);
+}
+
 // A pixel whose range is beyond the far limit: the crosstalk scene has some.
 TEST(Fates, ARangeBeyondTheLimitsIsCountedOutOfRange) {
   FrameStates states;

@@ -60,6 +60,14 @@ TEST(FrameCatcher, APacketAfterTheLastPlaceIsTooLate) {
   EXPECT_EQ(catcher.FrameId(), 255);
 }
 
+TEST(FrameCatcher, TheLastPlaceAgainDoesNotCompleteAFrameThatHasEnded) {
+  FrameCatcher catcher;
+  Stream stream = ThreeFrames();
+  std::swap(stream[kFrame - 1], stream[kFrame - 2]);
+  stream.insert(stream.begin() + kFrame, stream[kFrame - 2]);
+  EXPECT_EQ(PacketsUntilComplete(catcher, stream), 2 * kFrame + 1);
+}
+
 TEST(FrameCatcher, KeepsRepeatedPacketsInTheirPlace) {
   FrameCatcher catcher;
   Stream stream = ThreeFrames();
