@@ -139,7 +139,7 @@ std::uint16_t FreePort() { return Socket().port(); }
 // Sends frames until told to stop, slowly enough for a small receive buffer.
 TEST(LiveFrame, IsCaughtFromAStreamAndTellsTheSameStory) {
   const std::uint16_t port = FreePort();
-  const Stream frame = SimulatedFrames("targets", 1);
+  const Stream frame = SimulatedFrames("street", 1);
   std::atomic<bool> stop{false};
   std::thread sender([&] {
     const Socket socket;
