@@ -2,7 +2,7 @@
 include(GNUInstallDirs)
 
 foreach(program lidar_node sensor_simulator lidar_view frame_export_info truth_report soak_watch
-                lidar_replay lidar_record lidar_web)
+                lidar_replay lidar_record lidar_web pixel_story)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
     list(APPEND kerul_programs ${program})

@@ -59,7 +59,7 @@ function(kerul_add_test_folders)
                                                  "KERUL_SOURCE_DIR=\"${CMAKE_SOURCE_DIR}\"")
       foreach(program IN ITEMS lidar_node lidar_node_test_front lidar_node_test_rear sensor_simulator
                                lidar_view frame_export_info truth_report
-                               soak_watch lidar_replay lidar_dds lidar_record lidar_web)
+                               soak_watch lidar_replay pixel_story lidar_dds lidar_record lidar_web)
         if(TARGET ${program})
           add_dependencies(${name} ${program})
         endif()

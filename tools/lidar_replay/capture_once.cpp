@@ -29,7 +29,7 @@ int CaptureOnce::Receive(UdpPacket& packet, std::uint16_t length, int flags, int
     // Before the end of the file this is a record that was cut, by a recording that was killed.
     ended_ = received == -1;
     if (ended_ && file_.IsOpened()) {
-      std::cerr << "lidar_replay: the capture is cut in its last record" << std::endl;
+      std::cerr << "[WARN] the capture is cut in its last record" << std::endl;
     }
   }
   running_ = false;

@@ -6,13 +6,14 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
-#include <iostream>
 #include <stdexcept>
 #include <vector>
 
 #include "MIPI_reader/parser/point_packet_layout.h"
 #include "output/shm_words.h"
 #include "sensor_simulator/raw_packet.h"
+#include "support/inert_source.h"
+#include "support/silent_cout.h"
 
 // The one door to the node's members.
 struct LidarNodeTestAccess {
@@ -31,17 +32,11 @@ constexpr std::uint16_t kBothSlotsAsTheyStand = 34;
 constexpr std::uint32_t kRingSlots = 8192;
 
 // Plays packets out of memory and stops the packet loop after the last one.
-class MemorySource : public Source {
+class MemorySource : public InertSource {
  public:
   MemorySource(std::vector<simulator::RawPacket> packets, std::atomic<bool>& running)
       : packets_(std::move(packets)), running_(running) {}
-  std::string GetType() override { return "UDP"; }
-  bool Open() override { return true; }
-  void Close() override {}
-  bool IsOpened() override { return true; }
-  void SetClientIp(const std::string&) override {}
-  int Send(const std::uint8_t*, std::uint16_t length, int) override { return length; }
-  int SetSocketBufferSize(std::uint32_t) override { return 0; }
+
   int Receive(UdpPacket& packet, std::uint16_t, int, int) override {
     const simulator::RawPacket& raw = packets_[next_];
     // The loop sees the cleared flag only after it has worked off this packet.
@@ -54,26 +49,6 @@ class MemorySource : public Source {
   std::vector<simulator::RawPacket> packets_;
   std::atomic<bool>& running_;
   std::size_t next_ = 0;
-};
-
-// A stream without a buffer loses what is written to it.
-class NoBuffer : public std::streambuf {
- protected:
-  int overflow(int c) override { return c; }
-  std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-};
-
-// The node's lines would stand between those of the report.
-class SilentCout {
- public:
-  SilentCout() : before_(std::cout.rdbuf(&nothing_)) {}
-  ~SilentCout() { std::cout.rdbuf(before_); }
-  SilentCout(const SilentCout&) = delete;
-  SilentCout& operator=(const SilentCout&) = delete;
-
- private:
-  NoBuffer nothing_;
-  std::streambuf* before_;
 };
 
 // A directory that is gone when the node has read it.

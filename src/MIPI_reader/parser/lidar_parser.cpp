@@ -6,6 +6,7 @@
 
 #include "MIPI_reader/parser/echo_computation.h"
 #include "MIPI_reader/parser/fatal_check.h"
+#include "MIPI_reader/parser/packet_context.h"
 #include "MIPI_reader/parser/packet_decoding.h"
 #include "MIPI_reader/parser/raw_packet.h"
 #include "lanes/instruction_set.h"
@@ -47,8 +48,10 @@ EchoSettings SettingsOf(const LidarParserQDV11& parser) noexcept {
   return settings;
 }
 
-PacketContext ContextOf(const LidarParserQDV11& parser, const RawHeader& header,
-                        int echo_count) noexcept {
+}  // namespace
+
+PacketContext kerul::lidar::ContextOf(const LidarParserQDV11& parser, const RawHeader& header,
+                                      int echo_count) noexcept {
   const Shots shots = ShotsOfGroup(parser.shot_times, header.group_id);
   return {.settings = SettingsOf(parser),
           .threshold_bins = parser.detect_threshold_bins.data(),
@@ -59,6 +62,8 @@ PacketContext ContextOf(const LidarParserQDV11& parser, const RawHeader& header,
           .first_col = header.slot_id * parser.group_width,
           .echo_count = std::min(echo_count, kerul::lidar::kEchoSlots)};
 }
+
+namespace {
 
 void PrintWrongMagic(const UdpPacket& packet) {
   std::cout << "[DEBUG] UDP header doesn't match 0xEE, 0xFF, "
@@ -131,8 +136,8 @@ int TakePacket(LidarParserQDV11& parser, const UdpPacket& packet, int& frame_id,
   }
 
   // The last block's pixel id places the packet.
-  const int pixel_id =
-      decode(ContextOf(parser, header, echo_count), packet.buffer + raw_packet::kBlocksOffset);
+  const int pixel_id = decode(kerul::lidar::ContextOf(parser, header, echo_count),
+                              packet.buffer + raw_packet::kBlocksOffset);
 
   const int total_packet_id = kerul::lidar::TotalPacketId(header, pixel_id);
   if (parser.packet_debug) PrintPacket(header, total_packet_id, pixel_id);

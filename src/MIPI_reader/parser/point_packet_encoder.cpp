@@ -111,11 +111,7 @@ void WritePointPacketHeader(const PointPacketHeader& header, std::uint8_t* packe
 }
 
 std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept {
-  // The published range is limited to this span in the one mode that consumers measure with.
-  // Deliberate: the near limit is the float, a bit above 0.05, and the float itself is outside.
-  if (OutputMode{output_mode} == OutputMode::kReflectivity &&
-      (dist_proc <= 0.05F || dist_proc >= 40.0F))
-    return 0;
+  if (!IsPublishedRange(dist_proc, output_mode)) return 0;
   return static_cast<std::uint16_t>(TruncateToInt32(
       static_cast<double>(dist_proc) / static_cast<double>(point_packet::kUnitMetres)));
 }

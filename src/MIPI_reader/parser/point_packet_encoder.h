@@ -45,8 +45,18 @@ std::uint32_t PointPacketSequence(std::uint32_t base, int packet_index,
 // does not fit, the low byte is kept.
 std::uint8_t EncodeReturnCode(int code) noexcept;
 
-// Range in metres to units of 4 mm, low 16 bits. kReflectivity alone publishes 0 outside 0.05 to 40
-// m.
+// The span of published ranges in the one mode that consumers measure with, metres; both limits are
+// outside. Deliberate: the near one is the float, a bit above 0.05.
+inline constexpr float kNearestPublished = 0.05F;
+inline constexpr float kFarthestPublished = 40.0F;
+
+// False where kReflectivity, and no other mode, publishes 0 instead of the range.
+inline bool IsPublishedRange(float dist_proc, int output_mode) noexcept {
+  return OutputMode{output_mode} != OutputMode::kReflectivity ||
+         !(dist_proc <= kNearestPublished || dist_proc >= kFarthestPublished);
+}
+
+// Range in metres to units of 4 mm, low 16 bits; 0 where it is not published.
 std::uint16_t EncodeDistance(float dist_proc, int output_mode) noexcept;
 
 using PayloadBytes = std::array<std::uint8_t, point_packet::kPayloadBytes>;

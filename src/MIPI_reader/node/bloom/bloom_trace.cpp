@@ -22,7 +22,7 @@ void PrintingBloomTrace::MarkPixel(const LidarEcho& echo, std::size_t sources) c
             << " high_ref_sources=" << sources << " dist_gate_m=" << calib_.dist_gate_m << '\n';
 }
 
-void PrintingBloomTrace::MarkNotCandidate() const {
+void PrintingBloomTrace::MarkNotCandidate(const LidarEcho& /*echo*/) const {
   std::cout << "[BloomDebug][mark] skip=not_candidate\n";
 }
 

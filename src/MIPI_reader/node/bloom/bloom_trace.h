@@ -61,13 +61,15 @@ struct BloomOutcome {
   BloomAction action = BloomAction::kZeroByPower;
   float pr = 0.0F;     // power less the spill
   float ratio = 0.0F;  // pr / power, not set when zeroed by power
+  float refl = 0.0F;   // scaled by it, before it may be zeroed
 };
 
 // The trace of every echo but one.
 struct SilentBloomTrace {
   static constexpr bool kPrints = false;
+  static constexpr bool kHearsAll = false;  // of each source, also where none can match
   void MarkPixel(const LidarEcho& /*echo*/, std::size_t /*sources*/) const noexcept {}
-  void MarkNotCandidate() const noexcept {}
+  void MarkNotCandidate(const LidarEcho& /*echo*/) const noexcept {}
   void MarkSource(const LidarEcho& /*echo*/, const BloomSource& /*source*/,
                   bool /*matched*/) const noexcept {}
   void MarkResult(const BloomSource* /*source*/) const noexcept {}
@@ -84,13 +86,14 @@ struct SilentBloomTrace {
 class PrintingBloomTrace {
  public:
   static constexpr bool kPrints = true;
+  static constexpr bool kHearsAll = true;
 
   // Both must outlive the trace.
   PrintingBloomTrace(const BloomTrace& place, const BloomSuppressCalib& calib) noexcept
       : place_(place), calib_(calib) {}
 
   void MarkPixel(const LidarEcho& echo, std::size_t sources) const;
-  void MarkNotCandidate() const;
+  void MarkNotCandidate(const LidarEcho& echo) const;
   void MarkSource(const LidarEcho& echo, const BloomSource& source, bool matched) const;
   // Null: no source matched.
   void MarkResult(const BloomSource* source) const;

@@ -19,7 +19,7 @@ struct ValueStep {
   float step;
 };
 
-// A curve by pulse height as CurveAt reads it. Entry i of the curve is at i + 1. Before it, for
+// A curve by pulse height as ReadCurve reads it. Entry i of the curve is at i + 1. Before it, for
 // heights below 0, is a step from the first entry to itself. The last step is -0: with fraction 0
 // it leaves any entry unchanged, also -0.
 inline constexpr int kCurveSteps = 513;

@@ -2,15 +2,13 @@
 
 #include <cstddef>
 
+#include "MIPI_reader/node/rows/echo_ranking.h"
 #include "MIPI_reader/node/rows/row_range.h"
 
 namespace kerul::lidar {
 namespace {
 
-// Level units; a second return has to be stronger to count.
-constexpr float kMinSecondPeak = 15.0F;
-
-enum Selector : std::int32_t { kPreferred = 1, kOther = 2, kSlot0 = 3, kSlot1 = 4 };
+using namespace echo_order;
 
 bool IsSelector(int value) noexcept { return value >= kPreferred && value <= kSlot1; }
 
@@ -38,38 +36,6 @@ void WriteFields(LidarEcho& echo, const OutputFields& fields) noexcept {
   echo.cogw_high = fields.cogw_high;
   echo.peak = fields.peak;
   echo.noise = fields.noise;
-}
-
-// Slots of the two echoes by rank; one and the same when only one of them is valid.
-struct Ranking {
-  int preferred = 0;
-  int other = 0;
-};
-
-Ranking RankEchoes(const LidarPoint& pixel) noexcept {
-  const LidarEcho& first = pixel.echoes[0];
-  const LidarEcho& second = pixel.echoes[1];
-  const bool first_valid = first.dist_proc > 0.0F;
-  const bool second_valid = second.dist_proc > 0.0F && second.peak > kMinSecondPeak;
-  if (first_valid != second_valid) return first_valid ? Ranking{0, 0} : Ranking{1, 1};
-  if (!first_valid) return {0, 1};
-  const bool second_preferred = first.highReflBlooming != second.highReflBlooming
-                                    ? first.highReflBlooming
-                                    : second.dist_proc < first.dist_proc;
-  return second_preferred ? Ranking{1, 0} : Ranking{0, 1};
-}
-
-int SelectSlot(std::int32_t selector, const Ranking& ranking) noexcept {
-  switch (selector) {
-    case kOther:
-      return ranking.other;
-    case kSlot0:
-      return 0;
-    case kSlot1:
-      return 1;
-    default:
-      return ranking.preferred;
-  }
 }
 
 }  // namespace
