@@ -48,7 +48,7 @@ void AddSource(CLI::App& app, StoryOptions& options) {
       ->check(WholeNumberOf(options.frame));
 }
 
-void AddPlace(CLI::App& app, Place& place) {
+void AddPlace(CLI::App& app, Place& place, bool& mount) {
   CLI::Option_group* which = app.add_option_group("which", "Which pixels (one of these)");
   which->require_option(1);
   const auto number = WholeNumberOf(int{});
@@ -62,6 +62,7 @@ void AddPlace(CLI::App& app, Place& place) {
       ->expected(3)
       ->check(FiniteNumber(-1e6, 1e6));
   which->add_flag("--all", place.all, "The whole frame, without stories");
+  app.add_flag("--mount", mount, "The point is in the frame of the configured mounting");
 }
 
 void AddForms(CLI::App& app, StoryOptions& options, bool& fates_only) {
@@ -103,7 +104,7 @@ bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int&
   Place place;
   bool fates_only = false;
   AddSource(app, options);
-  AddPlace(app, place);
+  AddPlace(app, place, options.mount);
   AddForms(app, options, fates_only);
   // Before what else is missing is complained about.
   for (int i = 1; i + 1 < argc; ++i) {

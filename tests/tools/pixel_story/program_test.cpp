@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -142,6 +144,28 @@ TEST_F(PixelStoryProgram, WantsOneSource) {
   EXPECT_NE(err_.find("--frame is for captures"), std::string::npos) << err_;
   Run({"--live", "0", "--pixel", "3,4"}, 1);
   EXPECT_NE(err_, "");
+}
+
+TEST_F(PixelStoryProgram, HasTheOptionsOfItsManualPageAndNoOthers) {
+  std::ifstream page(KERUL_SOURCE_DIR "/docs/man/pixel_story.1");
+  std::set<std::string> described{"--help"};
+  const std::string item = ".It Fl -";
+  for (std::string line; std::getline(page, line);) {
+    if (!line.starts_with(item)) continue;
+    described.insert("--" + line.substr(item.size(), line.find(' ', item.size()) - item.size()));
+  }
+  Run({"--help"}, 0);
+  std::set<std::string> offered;
+  std::istringstream help(out_);
+  for (std::string line; std::getline(help, line);) {
+    const std::size_t at = line.find("--");
+    const bool begins = at != std::string::npos && (line.find_first_not_of(' ') == at ||
+                                                    line.find("-h,--help") != std::string::npos);
+    if (begins) offered.insert(line.substr(at, line.find_first_of(" :", at) - at));
+  }
+  EXPECT_EQ(offered, described);
+  EXPECT_GE(offered.size(), 15U);
+  Run({Capture(), "--point", "5,0,0", "--mount"}, 0);
 }
 
 TEST_F(PixelStoryProgram, SaysWhatItCannotWrite) {
