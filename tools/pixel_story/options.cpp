@@ -22,6 +22,33 @@ bool TakeCorners(const std::vector<int>& numbers, PixelRect& rect, std::string& 
   return error.empty();
 }
 
+// A frame by its number and time instead of its place.
+void AddSearchOptions(CLI::App& app, CLI::Option* frame, std::optional<std::uint8_t>& frame_id,
+                      std::vector<double>& time) {
+  constexpr double kLatestS = 4e9;  // what a capture's stamps can tell
+  CLI::Option* by_time =
+      app.add_option("--time", time, "FIRST,LAST: when the frame was published, seconds since 1970")
+          ->delimiter(',')
+          ->expected(2)
+          ->check(FiniteNumber(0, kLatestS));
+  CLI::Option* by_id =
+      app.add_option("--frame-id", frame_id,
+                     "The sensor's number of the frame, with --time; the capture may then be a "
+                     "folder of captures, and still grow")
+          ->check(WholeNumber(0, 255))
+          ->excludes(frame)
+          ->needs(by_time);
+  by_time->needs(by_id);
+}
+
+TimeSpan PublishedBetween(const std::vector<double>& seconds) {
+  constexpr double kLongestFrameS = 10.0;
+  if (seconds[1] < seconds[0] || seconds[1] > seconds[0] + kLongestFrameS) {
+    throw CLI::ValidationError("--time: LAST is up to 10 s after FIRST");
+  }
+  return {static_cast<std::int64_t>(seconds[0] * 1e6), static_cast<std::int64_t>(seconds[1] * 1e6)};
+}
+
 }  // namespace
 
 bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int& exit_status) {
@@ -38,8 +65,12 @@ bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int&
       ->required();
   app.add_option("--calib", options.calib_dir, "The sensor's calibration, as for lidar_node")
       ->required();
-  app.add_option("--frame", options.frame, "Frame of the capture, the first is 0 (default 0)")
-      ->check(WholeNumberOf(options.frame));
+  CLI::Option* frame =
+      app.add_option("--frame", options.frame, "Frame of the capture, the first is 0 (default 0)")
+          ->check(WholeNumberOf(options.frame));
+  std::optional<std::uint8_t> frame_id;
+  std::vector<double> time;
+  AddSearchOptions(app, frame, frame_id, time);
   CLI::Option_group* which = app.add_option_group("which", "Which pixels (one of these)");
   which->require_option(1);
   const auto number = WholeNumberOf(int{});
@@ -54,11 +85,14 @@ bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int&
       ->check(FiniteNumber(-1e6, 1e6));
   which->add_flag("--all", all, "The whole frame");
   app.add_option("--html", options.html, "Write the stories as a page instead of text");
+  app.add_option("--packets", options.packets,
+                 "Write the frame's point packets as they were published, one after the other");
   app.add_flag("--mount", options.mount, "The point is in the frame of the configured mounting");
   std::string error;
   try {
     app.parse(argc, argv);
     if (!point.empty()) options.point = {point[0], point[1], point[2]};
+    if (frame_id) options.sought = {.frame_id = *frame_id, .published = PublishedBetween(time)};
     if (all) rect = {0, 0, kRows - 1, kCols - 1};
     const std::vector<int>& corners = rect.empty() ? pixel : rect;
     if (!corners.empty() && !TakeCorners(corners, options.wanted, error)) {
