@@ -62,7 +62,7 @@ void StepBack() {
   dup2(empty, STDIN_FILENO);
   dup2(empty, STDOUT_FILENO);
   for (std::size_t i = 0; i < kOutputs; ++i) dup2(outputs[i], kErrorFd + static_cast<int>(i));
-  syscall(SYS_close_range, kErrorFd + kOutputs, ~0U, 0);
+  if (syscall(SYS_close_range, kErrorFd + kOutputs, ~0U, 0) != 0) _exit(kCannotStart);
   execv(words[0], words);
   _exit(kCannotStart);
 }
