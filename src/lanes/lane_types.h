@@ -26,6 +26,7 @@ struct LaneTypes {
 //   Truncate(Float)            toward zero; NaN and what does not fit 32 bits give 0x80000000, as
 //                              TruncateToInt32 does in the scalar forms
 //   ToFloat(Int)               rounded to nearest, ties to even
+//   Max(a, b)                  a where a > b, else b: b also where one of them is NaN
 //   Sqrt(Float)                rounded to nearest, ties to even
 //   Bits(mask)                 a bit per lane
 //   Low, High(Float)           either half of the lanes, widened exactly

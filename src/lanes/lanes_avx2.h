@@ -13,6 +13,11 @@ struct LaneOperations<8> : LaneTypes<8> {
   static Float ToFloat(Int value) noexcept {
     return _mm256_cvtepi32_ps(reinterpret_cast<__m256i>(value));
   }
+  static Int Max(Int a, Int b) noexcept {
+    return reinterpret_cast<Int>(
+        _mm256_max_epi32(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b)));
+  }
+  static Float Max(Float a, Float b) noexcept { return _mm256_max_ps(a, b); }
   static Float Sqrt(Float value) noexcept { return _mm256_sqrt_ps(value); }
   static std::uint32_t Bits(Int mask) noexcept {
     return static_cast<std::uint32_t>(_mm256_movemask_ps(reinterpret_cast<__m256>(mask)));

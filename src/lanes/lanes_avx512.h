@@ -13,6 +13,11 @@ struct LaneOperations<16> : LaneTypes<16> {
   static Float ToFloat(Int value) noexcept {
     return _mm512_cvtepi32_ps(reinterpret_cast<__m512i>(value));
   }
+  static Int Max(Int a, Int b) noexcept {
+    return reinterpret_cast<Int>(
+        _mm512_max_epi32(reinterpret_cast<__m512i>(a), reinterpret_cast<__m512i>(b)));
+  }
+  static Float Max(Float a, Float b) noexcept { return _mm512_max_ps(a, b); }
   static Float Sqrt(Float value) noexcept { return _mm512_sqrt_ps(value); }
   static std::uint32_t Bits(Int mask) noexcept {
     return _mm512_movepi32_mask(reinterpret_cast<__m512i>(mask));

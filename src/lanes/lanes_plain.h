@@ -13,6 +13,8 @@ struct LaneOperations<4> : LaneTypes<4> {
   static Float ToFloat(Int value) noexcept {
     return _mm_cvtepi32_ps(reinterpret_cast<__m128i>(value));
   }
+  static Int Max(Int a, Int b) noexcept { return a > b ? a : b; }
+  static Float Max(Float a, Float b) noexcept { return _mm_max_ps(a, b); }
   static Float Sqrt(Float value) noexcept { return _mm_sqrt_ps(value); }
   static std::uint32_t Bits(Int mask) noexcept {
     return static_cast<std::uint32_t>(_mm_movemask_ps(reinterpret_cast<__m128>(mask)));

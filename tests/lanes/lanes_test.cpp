@@ -63,6 +63,17 @@ TEST(PlainLanes, IntegersAreRoundedToTheNearestFloatTiesToEven) {
             (Floats{7.0F, -7.0F, 16777216.0F, 16777220.0F}));
 }
 
+TEST(PlainLanes, TheMaximumIsTheSecondOfTwoWhereNeitherIsLarger) {
+  EXPECT_EQ(List(V::Max(V::Int{1, -5, kLowest, 7}, V::Int{2, -6, 0, 7})), (Ints{2, -5, 0, 7}));
+  const float nan = std::nanf("");
+  EXPECT_EQ(List(V::Max(V::Float{3.0F, -1.0F, nan, 0.5F}, V::Float{2.0F, 0.0F, 4.0F, INFINITY})),
+            (Floats{3.0F, 0.0F, 4.0F, INFINITY}));
+  const Floats odd = List(V::Max(V::Float{5.0F, -0.0F, 0.0F, 1.0F}, V::Float{nan, 0.0F, -0.0F}));
+  EXPECT_TRUE(std::isnan(odd[0]));
+  EXPECT_FALSE(std::signbit(odd[1]));
+  EXPECT_TRUE(std::signbit(odd[2]));
+}
+
 TEST(PlainLanes, TheRootIsRoundedToTheNearestFloat) {
   EXPECT_EQ(List(V::Sqrt(V::Float{4.0F, 0.25F, 2.0F, 0.0F})),
             (Floats{2.0F, 0.5F, 1.41421356F, 0.0F}));

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "kerul_lidar/point_packet_view.h"
+#include "support/json_text.h"
 
 namespace kerul::lidar::web {
 namespace {
@@ -49,25 +50,6 @@ void LatencyHistogram::Take(double seconds) noexcept {
   const auto limit = std::lower_bound(kLatencyLimits.begin(), kLatencyLimits.end(), seconds);
   ++counts[static_cast<std::size_t>(limit - kLatencyLimits.begin())];
   sum_s += seconds;
-}
-
-std::string JsonText(const std::string& text) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string quoted = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      quoted += '\\';
-      quoted += c;
-    } else if (byte < 0x20) {
-      quoted += "\\u00";
-      quoted += kDigits[byte >> 4];
-      quoted += kDigits[byte & 0xF];
-    } else {
-      quoted += c;
-    }
-  }
-  return quoted + '"';
 }
 
 std::string FormatHello(const Hello& hello) {

@@ -75,7 +75,4 @@ struct Health {
 };
 Health CheckHealth(const StreamFigures& stream, std::chrono::steady_clock::time_point now);
 
-// The text as a JSON string, with its quotation marks. Bytes that are no ASCII are kept.
-std::string JsonText(const std::string& text);
-
 }  // namespace kerul::lidar::web

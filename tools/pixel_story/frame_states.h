@@ -4,9 +4,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "MIPI_reader/parser/point_packet_layout.h"
+#include "pixel_story/arrival.h"
 #include "pixel_story/story_run.h"
 
 namespace kerul::lidar::story {
@@ -46,18 +48,24 @@ constexpr std::size_t MomentAfter(RowPass pass) noexcept {
 
 // One slot of one pixel.
 struct EchoRecord {
+  Arrival arrival = Arrival::kNoPacket;
+  // The pass that took its range when its row ran before with the same packet.
+  std::optional<RowPass> erased_before;
   std::array<EchoState, kMoments> states{};
   PublishedPoint published;  // of the packet that this slot goes out in
 };
 
 struct PixelRecord {
   bool row_ran = false;  // otherwise nothing of it was published
+  // The slot whose echo the order has put into each slot.
+  std::array<int, kEchoSlots> from_slot{0, 1};
   std::array<EchoRecord, kEchoSlots> echoes{};
 };
 
 class FrameStates : public StoryWatcher {
  public:
   void Begin(const NodeParts& parts) override;
+  void OnPacket(const PacketMoment& moment) override;
   void OnRowBegins(const RowMoment& moment) override;
   void OnPass(const PassMoment& moment) override;
   void OnRowPublished(const RowMoment& moment, const std::vector<ReceivedPacket>& packets) override;
@@ -65,21 +73,31 @@ class FrameStates : public StoryWatcher {
   int Height() const noexcept { return height_; }
   int Width() const noexcept { return width_; }
   int EchoCount() const noexcept { return echo_count_; }
-  const PixelRecord& At(int row, int col) const {
-    return records_[static_cast<std::size_t>(row * width_ + col)];
-  }
+  const PixelRecord& At(int row, int col) const { return records_[IndexOf(row, col)]; }
 
  private:
-  PixelRecord& RecordAt(int row, int col) {
-    return records_[static_cast<std::size_t>(row * width_ + col)];
+  // What came with a packet waits until the row runs.
+  struct Arrived {
+    bool waits = false;
+    std::array<Arrival, kEchoSlots> echoes{};
+  };
+
+  std::size_t IndexOf(int row, int col) const noexcept {
+    return static_cast<std::size_t>(row * width_ + col);
   }
+  PixelRecord& RecordAt(int row, int col) { return records_[IndexOf(row, col)]; }
+  bool IsCalibrated(const LidarPoint& point) const;
+  void TakeArrived(Arrived& arrived, PixelRecord& record);
+  void KeepOrder(const PassMoment& moment);
   void Keep(const LidarFrame& frame, int m_row, std::size_t moment);
 
   int height_ = 0;
   int width_ = 0;
   int row_height_ = 0;
   int echo_count_ = 0;
+  CalibrationSteps calibration_;  // the node's: until the end of the run
   std::vector<PixelRecord> records_;
+  std::vector<Arrived> arrived_;
 };
 
 // Calls visit(row, col, slot, point) for the 36 points of each packet.

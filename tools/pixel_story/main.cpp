@@ -2,8 +2,8 @@
 #include <atomic>
 #include <csignal>
 #include <exception>
+#include <functional>
 #include <iostream>
-#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -11,17 +11,16 @@
 #include <vector>
 
 #include "kerul_lidar/directions.h"
+#include "pixel_story/comparison.h"
 #include "pixel_story/frame_search.h"
+#include "pixel_story/live_frame.h"
 #include "pixel_story/options.h"
-#include "pixel_story/packet_story.h"
 #include "pixel_story/pixel_of_point.h"
-#include "pixel_story/published_packets.h"
-#include "pixel_story/row_story.h"
-#include "pixel_story/story_html.h"
-#include "pixel_story/story_run.h"
-#include "pixel_story/story_text.h"
+#include "pixel_story/report.h"
+#include "pixel_story/settings.h"
 #include "standard_streams.h"
 #include "support/output_file.h"
+#include "support/png_file.h"
 
 namespace {
 
@@ -42,54 +41,102 @@ constexpr int kFrameNotFound = 2;
 
 std::atomic<bool> interrupted{false};
 
-bool WriteFile(const std::string& path, std::span<const char> bytes) {
-  std::string error;
-  if (WriteOutputFile(path, bytes, error)) return true;
-  std::cerr << "pixel_story: " << path << ": " << error << std::endl;
-  return false;
-}
-
-std::string FrameName(const story::StoryOptions& options) {
-  if (!options.sought) return std::to_string(options.frame);
-  return "with the sensor's number " + std::to_string(options.sought->frame_id);
-}
-
-// What the frame is read from. It ends early on an interrupt, so that nothing is left behind.
-story::FoundFrame OpenFrame(const story::StoryOptions& options) {
-  story::FoundFrame found =
-      options.sought ? story::FindFrame(options.capture, *options.sought)
-                     : story::FoundFrame{story::FeedOfCapture(options.capture), options.frame};
-  found.feed = [feed = std::move(found.feed)](UdpPacket& packet) {
+// From here on an interrupt ends the stream, so that no ring is left behind.
+story::DatagramFeed Interruptible(story::DatagramFeed feed) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    std::signal(signal, [](int /*signal*/) { interrupted = true; });
+  }
+  return [feed = std::move(feed)](UdpPacket& packet) {
     if (interrupted) throw std::runtime_error("interrupted");
     return feed(packet);
   };
-  return found;
 }
 
-int WritePage(const story::StoryOptions& options, const std::vector<story::PixelStory>& stories) {
-  std::ostringstream page;
-  WriteHtml(page, stories,
-            "Frame " + FrameName(options) + " of " + options.capture + ", calibration " +
-                options.calib_dir);
-  return WriteFile(options.html, page.view()) ? 0 : 1;
+// Gives the stream anew with each call, and the frame's number in it.
+using FrameOpener = std::function<story::FoundFrame()>;
+
+FrameOpener OpenStream(const story::StoryOptions& options) {
+  if (options.sought) return [&] { return story::FindFrame(options.capture, *options.sought); };
+  if (options.live == 0) {
+    return [&] { return story::FoundFrame{story::FeedOfCapture(options.capture), options.frame}; };
+  }
+  const auto tell = [](const std::string& line) {
+    std::cerr << "pixel_story: " << line << std::endl;
+  };
+  auto packets = story::CatchFrame(options.live, options.timeout_s, tell);
+  return [packets = std::move(packets), frame = options.frame] {
+    return story::FoundFrame{story::FeedOfPackets(packets), frame};
+  };
 }
 
-int Tell(const story::StoryOptions& options) {
+// What a frame's number belongs to.
+std::string Origin(const story::StoryOptions& options) {
+  if (options.live != 0) return "UDP port " + std::to_string(options.live);
+  return options.capture + (options.sought ? " by the sensor's count" : "");
+}
+
+story::Report MakeReport(const story::StoryOptions& options) {
   const DefaultConfig& config = default_config::kConfig;
-  story::StoryBook book(WantedPixels(options, config), config.echo_num);
-  story::PacketStory packets(book);
-  story::RowStory rows(book);
-  story::PublishedPackets published;
-  story::FoundFrame found = OpenFrame(options);
-  story::RunStory({.feed = std::move(found.feed),
-                   .cali_path = options.calib_dir,
-                   .config = config,
-                   .frame = found.frame},
-                  {&packets, &rows, &published});
-  if (!options.packets.empty() && !WriteFile(options.packets, published.Bytes())) return 1;
-  if (!options.html.empty()) return WritePage(options, book.Stories());
-  for (const story::PixelStory& told : book.Stories()) WriteText(std::cout, told);
-  return 0;
+  DefaultConfig changed = config;
+  for (const std::string& setting : options.settings) story::ApplySetting(setting, changed);
+  story::Report report{.origin = Origin(options),
+                       .calib_dir = options.calib_dir,
+                       .frame = options.sought ? options.sought->frame_id : options.frame,
+                       .wish = {.wanted = WantedPixels(options, config),
+                                .stories = options.stories,
+                                .fates = options.fates},
+                       .configured = {},
+                       .settings = options.settings,
+                       .changed = {}};
+  const FrameOpener open = OpenStream(options);
+  const auto tell = [&](const DefaultConfig& with) {
+    // The changes are counted over the whole frame.
+    story::AccountWish wish = report.wish;
+    wish.fates = wish.fates || !report.settings.empty();
+    story::FoundFrame found = open();
+    return story::TellFrame({.feed = Interruptible(std::move(found.feed)),
+                             .cali_path = options.calib_dir,
+                             .config = with,
+                             .frame = found.frame},
+                            wish);
+  };
+  report.configured = tell(config);
+  if (options.settings.empty()) return report;
+  report.changed = tell(changed);
+  story::NoteDifferences(report.configured.stories, report.changed->stories);
+  return report;
+}
+
+using Writer = void (*)(std::ostream& out, const story::Report& report);
+
+void WriteFile(const std::string& path, Writer write, const story::Report& report) {
+  std::ostringstream text;
+  write(text, report);
+  std::string error;
+  if (!WriteOutputFile(path, text.view(), error)) throw std::runtime_error(path + ": " + error);
+}
+
+void WriteAll(const story::StoryOptions& options, const story::Report& report) {
+  if (!options.picture.empty()) {
+    const story::FatePicture picture = DrawReport(report);
+    std::string error;
+    if (!WritePng(options.picture, picture.width, picture.height, picture.rgb, error)) {
+      throw std::runtime_error(options.picture + ": " + error);
+    }
+  }
+  if (!options.packets.empty()) {
+    std::string error;
+    if (!WriteOutputFile(options.packets, report.configured.published.Bytes(), error)) {
+      throw std::runtime_error(options.packets + ": " + error);
+    }
+  }
+  if (!options.html.empty()) WriteFile(options.html, story::WriteReportAsPage, report);
+  if (options.json == "-") {
+    story::WriteReportAsJson(std::cout, report);
+  } else if (!options.json.empty()) {
+    WriteFile(options.json, story::WriteReportAsJson, report);
+  }
+  if (options.WritesText()) story::WriteReportAsText(std::cout, report);
 }
 
 }  // namespace
@@ -99,11 +146,10 @@ int main(int argc, char** argv) {
   story::StoryOptions options;
   int exit_status = 0;
   if (!story::ParseOptions(argc, argv, options, exit_status)) return exit_status;
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    std::signal(signal, [](int /*signal*/) { interrupted = true; });
-  }
   try {
-    return Tell(options);
+    WriteAll(options, MakeReport(options));
+    if (!std::cout.flush()) throw std::runtime_error("standard output cannot be written");
+    return 0;
   } catch (const story::FrameNotFound& error) {
     std::cerr << "pixel_story: " << error.what() << std::endl;
     return kFrameNotFound;

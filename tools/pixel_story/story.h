@@ -50,6 +50,8 @@ struct Step {
   std::vector<std::string> sentences;  // whole ones: each decision with both of its sides
   std::vector<NamedValue> values;
   std::optional<Plot> plot;
+  // What a comparison with another story says of the step; empty for none.
+  std::string note = {};
 };
 
 // An echo slot's steps in the order of the road.

@@ -27,6 +27,17 @@ p { margin: 0.2rem 0; } .about, .empty { color: var(--soft); }
 dl { display: flex; flex-wrap: wrap; gap: 0.1rem 1.4rem; margin: 0.4rem 0; font-size: 0.85rem; }
 dl div { display: flex; gap: 0.4rem; } dt { color: var(--soft); } dd { margin: 0;
   font-variant-numeric: tabular-nums; overflow-wrap: anywhere; }
+.note { color: var(--mark); font-weight: normal; }
+.pair { display: grid; grid-template-columns: 1fr 1fr; gap: 0 2rem; }
+.pair > div { min-width: 0; }
+body.wide { max-width: 110rem; }
+@media (max-width: 60rem) { .pair { display: block; } }
+table { border-collapse: collapse; margin: 0.8rem 0; font-size: 0.9rem; }
+td, th { padding: 0.15rem 0.7rem; text-align: right; border-top: 1px solid var(--rule); }
+td:first-child, th:first-child { text-align: left; }
+.swatch { display: inline-block; width: 0.9em; height: 0.9em; margin-right: 0.5em;
+  border: 1px solid var(--rule); vertical-align: -0.1em; print-color-adjust: exact; }
+img { display: block; width: 100%; max-width: 1160px; image-rendering: pixelated; }
 svg { display: block; width: 100%; max-width: 760px; height: auto; margin: 0.6rem 0; }
 svg text { fill: var(--ink); font: 12px system-ui, sans-serif; }
 svg .number { fill: var(--soft); text-anchor: middle; font-size: 11px; }
@@ -55,7 +66,9 @@ std::string PixelAnchor(const PixelStory& story) {
 }
 
 void WriteStep(std::ostream& out, const Step& step, const std::string& owner) {
-  out << "<article>\n<h3>" << Escaped(step.name) << "</h3>\n";
+  out << "<article>\n<h3>" << Escaped(step.name);
+  if (!step.note.empty()) out << " <span class=\"note\">" << Escaped(step.note) << "</span>";
+  out << "</h3>\n";
   for (const std::string& sentence : step.sentences) {
     out << "<p>" << Escaped(sentence) << "</p>\n";
   }
@@ -91,27 +104,58 @@ void WriteContents(std::ostream& out, std::span<const PixelStory> stories) {
 }
 
 std::string TitleOf(const std::vector<PixelStory>& stories) {
+  if (stories.empty()) return "The fates of a frame";
   if (stories.size() == 1) return "The story of pixel " + PixelName(stories[0]).substr(6);
   return "The stories of " + std::to_string(stories.size()) + " pixels";
 }
 
-}  // namespace
-
-void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories,
-               const std::string& about) {
+// All in front of the stories. Gives those that the page shows.
+std::span<const PixelStory> BeginPage(std::ostream& out, const std::vector<PixelStory>& stories,
+                                      const char* body, const std::string& about,
+                                      const std::string& front) {
   const std::string title = TitleOf(stories);
   out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
       << "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n<title>"
-      << title << "</title>\n<style>" << kStyle << "</style>\n</head>\n<body>\n<h1>" << title
-      << "</h1>\n<p class=\"about\">" << Escaped(about) << "</p>\n";
+      << title << "</title>\n<style>" << kStyle << "</style>\n</head>\n"
+      << body << "\n<h1>" << title << "</h1>\n<p class=\"about\">" << Escaped(about) << "</p>\n"
+      << front;
   const std::span shown = std::span(stories).first(std::min(stories.size(), kMostPagePixels));
   if (shown.size() < stories.size()) {
     out << "<p class=\"about\">The page has the first " << shown.size() << " of them.</p>\n";
   }
   WriteContents(out, shown);
-  for (const PixelStory& story : shown) {
+  return shown;
+}
+
+void WriteEchoes(std::ostream& out, const PixelStory& story) {
+  for (const EchoStory& echo : story.echoes) WriteEcho(out, story, echo);
+}
+
+void WriteColumn(std::ostream& out, const std::string& title, const PixelStory& story) {
+  out << "<div>\n<h2>" << Escaped(title) << "</h2>\n";
+  WriteEchoes(out, story);
+  out << "</div>\n";
+}
+
+}  // namespace
+
+void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about,
+               const std::string& front) {
+  for (const PixelStory& story : BeginPage(out, stories, "<body>", about, front)) {
     out << "<div id=\"" << PixelAnchor(story) << "\">\n";
-    for (const EchoStory& echo : story.echoes) WriteEcho(out, story, echo);
+    WriteEchoes(out, story);
+    out << "</div>\n";
+  }
+  out << "</body>\n</html>\n";
+}
+
+void WriteHtml(std::ostream& out, const PageColumn& left, const PageColumn& right,
+               const std::string& about, const std::string& front) {
+  const auto shown = BeginPage(out, left.stories, "<body class=\"wide\">", about, front);
+  for (std::size_t i = 0; i < shown.size(); ++i) {
+    out << "<div class=\"pair\" id=\"" << PixelAnchor(left.stories[i]) << "\">\n";
+    WriteColumn(out, left.title, left.stories[i]);
+    WriteColumn(out, right.title, right.stories[i]);
     out << "</div>\n";
   }
   out << "</body>\n</html>\n";

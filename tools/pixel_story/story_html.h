@@ -15,7 +15,17 @@ namespace kerul::lidar::story {
 inline constexpr std::size_t kMostPagePixels = 1000;
 
 // XML as well as HTML. `about` says what was played: capture, frame, calibration. Of more pixels
-// than kMostPagePixels the page has the first ones, and says so.
-void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about);
+// than kMostPagePixels the page has the first ones, and says so. `front` is markup that stands
+// before the stories, empty for none.
+void WriteHtml(std::ostream& out, const std::vector<PixelStory>& stories, const std::string& about,
+               const std::string& front = "");
+
+// Two stories of each pixel side by side, on a narrow screen one below the other.
+struct PageColumn {
+  std::string title;
+  const std::vector<PixelStory>& stories;
+};
+void WriteHtml(std::ostream& out, const PageColumn& left, const PageColumn& right,
+               const std::string& about, const std::string& front);
 
 }  // namespace kerul::lidar::story

@@ -9,7 +9,7 @@ namespace kerul::lidar::story {
 namespace {
 
 void WriteStep(std::ostream& out, const Step& step) {
-  out << "  " << step.name << '\n';
+  out << "  " << step.name << (step.note.empty() ? "" : " (" + step.note + ')') << '\n';
   for (const std::string& sentence : step.sentences) out << "    " << sentence << '\n';
   if (step.plot) {
     for (const std::string& line : PlotLines(*step.plot)) out << "    " << line << '\n';

@@ -112,12 +112,16 @@ struct EchoKernel {
   // a 12-bit whole number leaves a float's low bits zero, and floats that are not negative compare
   // like the integers of the same bits.
   static Int BitOfFirstMaximum(const Float* w) noexcept {
-    Int key = __builtin_bit_cast(Int, w[0]) | 16;
-    for (int i = 1; i < kWindowSamples; ++i) {
-      const Int other = __builtin_bit_cast(Int, w[i]) | (16 - i);
-      key = V::Select(other > key, other, key);
+    // One chain of sixteen maxima would be waited for. Plain processors need four operations for
+    // each, which take longer than the chain.
+    constexpr int kChains = W > 4 ? 4 : 1;
+    Int best[kChains]{};
+    for (int i = 0; i < kWindowSamples; ++i) {
+      const Int key = __builtin_bit_cast(Int, w[i]) | (16 - i);
+      best[i % kChains] = V::Max(best[i % kChains], key);
     }
-    const Int place = 16 - (key & 31);
+    for (const Int& other : best) best[0] = V::Max(best[0], other);
+    const Int place = 16 - (best[0] & 31);
     // 2^place, made as a float: plain processors cannot shift each lane by its own count.
     return V::Truncate(reinterpret_cast<Float>((place + 127) << 23));
   }
@@ -142,9 +146,8 @@ struct EchoKernel {
   }
 
   static void SumThreeBins(const Float* w, Float baseline, Float* sums) noexcept {
-    const auto above_baseline = [baseline](Float sum) {
-      return V::Select(sum > baseline, sum - baseline, Float{});
-    };
+    // A difference is above 0 where the sum is above the baseline, and only there.
+    const auto above_baseline = [baseline](Float sum) { return V::Max(sum - baseline, Float{}); };
     sums[0] = sums[kSums - 1] = Float{};
     Float sum = w[0] + w[1] + w[2];
     sums[1] = above_baseline(sum);

@@ -81,6 +81,7 @@ struct PacketRecords {
   // The points' own fields, and the echoes as they are without a pulse.
   static void TakePixels(const PacketPlanes& planes, int first, Buffer& buffer) noexcept {
     const Int zero{};
+    const int lanes = kPixels - first < W ? kPixels - first : W;
     std::uint8_t* records[W];
     for (int lane = 0; lane < W; ++lane) records[lane] = buffer.pixels[first + lane].bytes;
     StoreWords<W>(V::Load(planes.row + first), V::Load(planes.col + first),
@@ -99,11 +100,14 @@ struct PacketRecords {
                   Masked(mask, V::Load(planes.baseline + first)), zero, records, 16);
     std::int32_t detection[W];
     V::Store(detection, ~mask & kDetected);
-    for (int lane = 0; lane < W; ++lane) {
-      EchoBytes& empty = buffer.echoes[first + lane];
-      __builtin_memset(&empty, 0, offsetof(EchoBytes, flags));
-      StoreQuad(empty.flags, kNoFlags);
-      empty.detection = kDetected;
+    for (int lane = 0; lane < lanes; ++lane) {
+      // Most pixels have a window of slot 0, which is written whole below.
+      if ((planes.windows_of_pixels[0] >> (first + lane) & 1U) == 0) {
+        EchoBytes& empty = buffer.echoes[first + lane];
+        __builtin_memset(&empty, 0, offsetof(EchoBytes, flags));
+        StoreQuad(empty.flags, kNoFlags);
+        empty.detection = kDetected;
+      }
       EchoBytes& second = second_echoes[lane];
       __builtin_memset(second.range, 0, sizeof(second.range));
       StoreQuad(second.flags, kNoFlags);

@@ -1,6 +1,7 @@
 // The program: arguments, output, exit status.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -9,6 +10,7 @@
 #include "sensor_simulator/capture_file.h"
 #include "story_fixture.h"
 #include "support/child_process.h"
+#include "support/png_file.h"
 
 namespace kerul::lidar::story {
 namespace {
@@ -86,6 +88,67 @@ TEST_F(PixelStoryProgram, PixelsOutsideTheFrameAreRefused) {
   EXPECT_NE(err_.find("second corner lies before"), std::string::npos) << err_;
   Run({Capture()}, 1);
   EXPECT_NE(err_.find("--pixel"), std::string::npos) << err_;
+}
+
+TEST_F(PixelStoryProgram, WritesTheWholeFrameAsTablePictureAndJson) {
+  Run({Capture(), "--all", "--picture", directory_.File("fates.png")}, 0);
+  EXPECT_EQ(out_.find("fates of the echoes of pixels 0,0 to 215,287\n"), 0U);
+  EXPECT_NE(out_.find("the fates add up to 124416 echoes: 62208 pixels with 2 slots each\n"),
+            std::string::npos);
+  EXPECT_EQ(out_.find("echo slot"), std::string::npos) << "no stories";
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> rgb;
+  std::string error;
+  ASSERT_TRUE(ReadPng(directory_.File("fates.png"), width, height, rgb, error)) << error;
+  EXPECT_EQ(width, 1160);
+  EXPECT_EQ(height, 432);
+  Run({Capture(), "--all", "--json", "-"}, 0);
+  EXPECT_EQ(out_.find("{\n\"format\":\"pixel_story\",\n\"version\":1,\n"), 0U);
+  EXPECT_NE(out_.find("\"stories\":[],\n\"fates\":{"), std::string::npos);
+}
+
+TEST_F(PixelStoryProgram, TellsTheFrameUnderOtherSettingsToo) {
+  Run({Capture(), "--pixel", "100,144", "--set", "neighbor_check_enable=false", "--set",
+       "shot_noise_enable=false"},
+      0);
+  std::size_t place = 0;
+  for (const char* text :
+       {"---- as configured\n\npixel 100,144", "  neighbours (only here)\n",
+        "---- with neighbor_check_enable=false, shot_noise_enable=false\n\npixel 100,144",
+        "---- what changes in the whole frame\n\n", " of 124416 echoes have another fate"}) {
+    place = out_.find(text, place);
+    ASSERT_NE(place, std::string::npos) << text << out_;
+  }
+  Run({Capture(), "--pixel", "100,144", "--set", "neighbour=1"}, 1);
+  EXPECT_NE(err_.find("no such setting, the nearest is"), std::string::npos) << err_;
+  Run({"--set", "help"}, 0);
+  EXPECT_EQ(out_.find("output_mode "), 0U);
+  Run({Capture(), "--rect", "100,144,100,145", "--set", "env_bias=3", "--html",
+       directory_.File("page.html")},
+      0);
+  std::ifstream page(directory_.File("page.html"));
+  const std::string html{std::istreambuf_iterator<char>(page), {}};
+  EXPECT_NE(html.find("<div class=\"pair\" id=\"pixel-100-145\">"), std::string::npos);
+  EXPECT_NE(html.find("<h2>with env_bias=3</h2>"), std::string::npos);
+}
+
+TEST_F(PixelStoryProgram, WantsOneSource) {
+  Run({"--pixel", "3,4"}, 1);
+  EXPECT_NE(err_.find("a capture file or --live is needed"), std::string::npos) << err_;
+  Run({Capture(), "--live", "2400", "--pixel", "3,4"}, 1);
+  EXPECT_NE(err_.find("exclude each other"), std::string::npos) << err_;
+  Run({"--live", "2400", "--frame", "1", "--pixel", "3,4"}, 1);
+  EXPECT_NE(err_.find("--frame is for captures"), std::string::npos) << err_;
+  Run({"--live", "0", "--pixel", "3,4"}, 1);
+  EXPECT_NE(err_, "");
+}
+
+TEST_F(PixelStoryProgram, SaysWhatItCannotWrite) {
+  for (const char* option : {"--json", "--html", "--picture"}) {
+    Run({Capture(), "--pixel", "3,4", option, directory_.File("no/such")}, 1);
+    EXPECT_NE(err_.find("no/such"), std::string::npos) << option << err_;
+  }
 }
 
 }  // namespace

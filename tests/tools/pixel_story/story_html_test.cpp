@@ -161,6 +161,23 @@ TEST(StoryPage, HasTheFirstThousandPixelsAndSaysSo) {
   EXPECT_EQ(PageReader(PageOf(fewer)).text.find("The page has"), std::string::npos);
 }
 
+TEST(StoryPage, TwoStoriesOfAPixelStandSideBySide) {
+  std::vector<PixelStory> left{StoryOf(3, 5), StoryOf(3, 6)};
+  const std::vector<PixelStory> right = left;
+  left[1].echoes[0].steps[0].note = "only < here";
+  std::ostringstream out;
+  WriteHtml(out, {"as <configured>", left}, {"with a=1", right}, "about", "<p>front</p>\n");
+  const PageReader page(out.str());
+  EXPECT_EQ(page.problem, "");
+  EXPECT_EQ(page.elements.at("svg"), 4);
+  EXPECT_NE(page.text.find("samples only < here"), std::string::npos);
+  EXPECT_LT(out.str().find("<p>front</p>"), out.str().find("<nav>"));
+  const std::size_t pair = out.str().find("<div class=\"pair\" id=\"pixel-3-6\">");
+  ASSERT_NE(pair, std::string::npos);
+  const std::size_t first = out.str().find("<h2>as &lt;configured&gt;</h2>", pair);
+  EXPECT_LT(first, out.str().find("<h2>with a=1</h2>", pair));
+}
+
 // The number after `name="` in the first tag of the class after `from`.
 float NumberIn(const std::string& svg, const std::string& style, const std::string& name,
                std::size_t from = 0) {

@@ -197,5 +197,41 @@ TEST(StoryOfOtherSettings, TellsTheStateAfterEachPassToo) {
   EXPECT_GT(second_slots, 50);
 }
 
+// The names of a pixel's steps in slot 0 under these settings.
+std::vector<std::string> StepsUnder(const DefaultConfig& config) {
+  StoryBook book({50, 100, 50, 100}, config.echo_num);
+  RowStory rows(book);
+  RunStory({.feed = FeedOf(SimulatedFrames("retro", 1)),
+            .cali_path = CalibrationDir(),
+            .config = config,
+            .frame = 0},
+           {&rows});
+  std::vector<std::string> names;
+  for (const Step& step : book.Stories().at(0).echoes.at(0).steps) names.push_back(step.name);
+  return names;
+}
+
+TEST(StoryOfOtherSettings, HasAStepForEachPassThatIsOn) {
+  using Names = std::vector<std::string>;
+  DefaultConfig one_echo = default_config::kConfig;
+  one_echo.echo_num = 1;
+  EXPECT_EQ(StepsUnder(one_echo),
+            (Names{"prime", "ground", "neighbours", "shot_noise", "bloom", "published"}));
+  DefaultConfig raw = default_config::kConfig;
+  raw.calib_enable = false;
+  EXPECT_EQ(StepsUnder(raw), (Names{"prime", "published"}));
+  DefaultConfig traced = default_config::kConfig;
+  traced.ground_enable = false;
+  traced.shot_noise_enable = false;
+  traced.blooming_filter_enable = false;
+  traced.udp_output = true;
+  traced.run_once = true;
+  traced.debug.if_debug = true;
+  traced.debug.packet_debug = true;
+  traced.debug.row = 50;
+  traced.debug.col = 100;
+  EXPECT_EQ(StepsUnder(traced), (Names{"prime", "neighbours", "bloom", "order", "published"}));
+}
+
 }  // namespace
 }  // namespace kerul::lidar::story

@@ -84,25 +84,38 @@ inline std::uint32_t FindSourceRows(const LidarFrame& frame, int m_row, std::uin
   return found;
 }
 
+// A distance among the entries of a PSF.
+struct PsfPlace {
+  int entry = 0;
+  float fraction = 0.0F;   // of the way to the next entry
+  bool is_between = true;  // false at both ends, where one entry counts alone
+};
+
 // x: twice the distance in pixels.
-inline float PsfWeight(const float (&psf)[kPsfEntries], float x) noexcept {
+inline PsfPlace PlaceInPsf(float x) noexcept {
   constexpr int kLast = kPsfEntries - 1;
-  if (!(x > 0.0F)) return psf[0];
-  if (x >= static_cast<float>(kLast)) return psf[kLast];
-  const int i = static_cast<int>(x);
-  const float f = x - static_cast<float>(i);
-  return (1.0F - f) * psf[i] + f * psf[i + 1];
+  if (!(x > 0.0F)) return {.entry = 0, .is_between = false};
+  if (x >= static_cast<float>(kLast)) return {.entry = kLast, .is_between = false};
+  const int entry = static_cast<int>(x);
+  return {.entry = entry, .fraction = x - static_cast<float>(entry)};
 }
 
-// Twice the distance in pixels between an echo and a source, by rows and columns without sign. A
-// table, because std::hypot is slow and there are few different offsets.
-struct DoubledDistances {
-  float x[kBloomReach][kBloomReach];
+inline float PsfWeight(const float (&psf)[kPsfEntries], const PsfPlace& place) noexcept {
+  if (!place.is_between) return psf[place.entry];
+  const float f = place.fraction;
+  return (1.0F - f) * psf[place.entry] + f * psf[place.entry + 1];
+}
 
-  DoubledDistances() noexcept {
+// The places of the distances between an echo and a source, by rows and columns without sign. A
+// table, because std::hypot is slow and there are few different offsets.
+struct PsfPlaces {
+  PsfPlace at[kBloomReach][kBloomReach];
+
+  PsfPlaces() noexcept {
     for (int rows = 0; rows < kBloomReach; ++rows) {
       for (int cols = 0; cols < kBloomReach; ++cols) {
-        x[rows][cols] = 2.0F * std::hypot(static_cast<float>(rows), static_cast<float>(cols));
+        at[rows][cols] =
+            PlaceInPsf(2.0F * std::hypot(static_cast<float>(rows), static_cast<float>(cols)));
       }
     }
   }
@@ -115,13 +128,13 @@ struct SpillWeights {
   BloomWeights diagonal_block;
 
   explicit SpillWeights(const BloomSuppressCalib& calib) noexcept {
-    static const DoubledDistances distances;
+    static const PsfPlaces places;
     for (int rows = 0; rows < kBloomReach; ++rows) {
       for (int cols = 0; cols < kBloomReach; ++cols) {
-        const float x = distances.x[rows][cols];
-        same_block.at[rows][cols] = PsfWeight(calib.psf_same_block, x);
-        adjacent_block.at[rows][cols] = PsfWeight(calib.psf_adjacent_block, x);
-        diagonal_block.at[rows][cols] = PsfWeight(calib.psf_diagonal_block, x);
+        const PsfPlace& place = places.at[rows][cols];
+        same_block.at[rows][cols] = PsfWeight(calib.psf_same_block, place);
+        adjacent_block.at[rows][cols] = PsfWeight(calib.psf_adjacent_block, place);
+        diagonal_block.at[rows][cols] = PsfWeight(calib.psf_diagonal_block, place);
       }
     }
   }

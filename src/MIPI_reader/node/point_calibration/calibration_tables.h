@@ -12,7 +12,8 @@ namespace kerul::lidar {
 struct HighReflCheck;
 struct HighThresholdMap;
 
-// An entry of a table and the difference to the next entry.
+// An entry of a table and the difference to the next entry. The vector forms read two entries at
+// once: after the last one that is asked for stands one more.
 struct ValueStep {
   float value;
   float step;

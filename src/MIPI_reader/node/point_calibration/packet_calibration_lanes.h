@@ -184,7 +184,7 @@ struct CalibrationKernel {
     const Float height = Take(planes.cogh, first, active);
     const Float power_log = CurveAt(t.power_curve, Int{}, V::Load(work.append + first) + height);
     const Float range_log = RangeLog(t, range, measured);
-    const Float near_term = NearTerm(t, range, V::Pick(work.tile_row, pixel));
+    const Float near_term = NearTerm(t, range, measured, V::Pick(work.tile_row, pixel));
     Float power = RoundedPowers<W>::Power(power_log, measured);
     const Float exponent = range_log + range_log + power_log - scale - t.ref_offset + near_term;
     Float reflectivity = RoundedPowers<W>::Power(exponent, measured);
@@ -225,28 +225,32 @@ struct CalibrationKernel {
   }
 
   // Correction of the exponent, 0 where none belongs. The table's last row has steps of 0.
-  static Float NearTerm(const CalibrationTables& t, Float range, Int tile_row) noexcept {
+  static Float NearTerm(const CalibrationTables& t, Float range, Int measured,
+                        Int tile_row) noexcept {
     if (t.efficiant == nullptr) return Float{};
-    const Int near = ~(range > kEfficiantRange);
+    const Int near = measured & ~(range > kEfficiantRange);
+    if (!V::Any(near)) return Float{};
     // Above 0, so that truncation is the floor.
     const Int row =
         Clamp(V::Truncate(range / kTableStepMetres), Int{}, V::SplatInt(kEfficiantRows - 1));
     const Float lo = V::ToFloat(row) * kTableStepMetres;
-    const Int entry = (row * kEfficiantCols + tile_row) * 2;
-    const Float value = V::Gather(&t.efficiant->value, entry);
-    const Float step = V::Gather(&t.efficiant->step, entry);
-    return V::Select(near, step * (range - lo) + value - 2.0F, Float{});
+    const Steps at = ReadSteps(t.efficiant, row * kEfficiantCols + tile_row);
+    return V::Select(near, at.step * (range - lo) + at.value - 2.0F, Float{});
   }
 
+  // Of the lanes with a range.
   static Float FloorAt(const float* filter, Float range) noexcept {
+    const Int far = range >= 3.0F;
+    const Float farthest = V::Splat(filter[kFilterEntries - 1]);
+    if (!V::Any((range > 0.0F) & ~far)) return farthest;
     const Float steps = range / kTableStepMetres;
     const Int k = Clamp(V::Truncate(steps), Int{}, V::SplatInt(kFilterEntries - 1));
     const Float value = V::Gather(filter, k);
-    const Int last = (range >= 3.0F) | (k > kFilterEntries - 2);
+    const Int last = far | (k > kFilterEntries - 2);
     const Float next = V::Gather(filter, k + 1 + last);  // for the last entry itself
     const Float part = steps - V::ToFloat(k);
     const Float between = part * next + (1.0F - part) * value;
-    return V::Select(last, V::Splat(filter[kFilterEntries - 1]), between);
+    return V::Select(last, farthest, between);
   }
 
   // The curve that begins `begin` entries into the table.
@@ -256,9 +260,21 @@ struct CalibrationKernel {
     const Int index = V::Truncate(x);
     // With the index before clamping, also below 0.
     const Float fraction = x - V::ToFloat(index);
-    const Int entry = (begin + Clamp(index, V::SplatInt(-1), V::SplatInt(kCurveSteps - 2)) + 1) * 2;
-    const Float value = V::Gather(&curve->value, entry);
-    return V::Gather(&curve->step, entry) * fraction + value;
+    const Steps at =
+        ReadSteps(curve, begin + Clamp(index, V::SplatInt(-1), V::SplatInt(kCurveSteps - 2)) + 1);
+    return at.step * fraction + at.value;
+  }
+
+  struct Steps {
+    Float value, step;
+  };
+  static Steps ReadSteps(const ValueStep* table, Int entry) noexcept {
+    static_assert(sizeof(ValueStep) == 8);
+    std::int32_t offsets[W];
+    V::Store(offsets, entry * 8);
+    Int words[4];  // of the entry and the next one
+    LoadWords<W>(reinterpret_cast<const std::uint8_t*>(table), offsets, words);
+    return {__builtin_bit_cast(Float, words[0]), __builtin_bit_cast(Float, words[1])};
   }
 
   // Not a NaN.

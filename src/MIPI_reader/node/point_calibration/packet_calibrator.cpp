@@ -25,6 +25,9 @@ void AppendCurve(std::span<const float> curve, std::vector<ValueStep>& steps) {
   steps.push_back({curve.back(), -0.0F});
 }
 
+// What is read beside the last entry, and not used.
+constexpr ValueStep kAfterLast{};
+
 // The divisions that the scalar form does for every echo.
 std::vector<ValueStep> EfficiantSteps(std::span<const float> table) {
   std::vector<ValueStep> steps;
@@ -139,6 +142,7 @@ void PacketCalibrator::TakeDist(const DistCalib& dist) {
     tables_.high_curve = kCurveSteps;
     AppendCurve(dist.curve_high, range_curves_);
   }
+  range_curves_.push_back(kAfterLast);
   tables_.range_curves = range_curves_.data();
   TakePixels(dist.offset, &PixelCalib::offset, pixels_);
   tables_.range_scale = dist.scale;
@@ -159,6 +163,7 @@ void PacketCalibrator::TakeCheck(const HighReflCheck& check) {
 
 void PacketCalibrator::TakeRetro(const RetroCalib& retro) {
   AppendCurve(retro.retro_curve, power_curve_);
+  power_curve_.push_back(kAfterLast);
   tables_.power_curve = power_curve_.data();
   TakePixels(retro.retro_scale, &PixelCalib::scale, pixels_);
   tables_.ref_distance = retro.ref_distance;
@@ -167,6 +172,7 @@ void PacketCalibrator::TakeRetro(const RetroCalib& retro) {
       static_cast<float>(std::log2(0.3 / static_cast<double>(retro.ref_distance)));
   if (retro.cogh_efficiant_valid) {
     efficiant_ = EfficiantSteps(retro.cogh_efficiant);
+    efficiant_.push_back(kAfterLast);
     tables_.efficiant = efficiant_.data();
   }
   if (retro.retro_filter_valid) tables_.retro_filter = retro.retro_filter.data();
