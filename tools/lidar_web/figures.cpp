@@ -57,7 +57,7 @@ std::string FormatHello(const Hello& hello) {
          std::to_string(kFrameRows) + ",\"cols\":" + std::to_string(kFrameCols) +
          ",\"source\":" + JsonText(hello.source) + ",\"directions\":" + JsonText(hello.directions) +
          ",\"default_directions\":" + Bool(hello.default_directions) +
-         ",\"mounted\":" + Bool(hello.mounted) + "}";
+         ",\"mounted\":" + Bool(hello.mounted) + ",\"stories\":" + Bool(hello.stories) + "}";
 }
 
 std::string FormatFigures(const StreamFigures& stream, const HostFigures& host, TimePoint now) {

@@ -58,6 +58,7 @@ struct Hello {
   std::string directions;
   bool default_directions = true;
   bool mounted = false;
+  bool stories = false;  // the page may ask for a pixel's story
 };
 
 std::string FormatHello(const Hello& hello);

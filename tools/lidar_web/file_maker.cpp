@@ -17,7 +17,7 @@ bool FileMaker::Add(const std::shared_ptr<FileJob>& job) {
   {
     const std::lock_guard lock(mutex_);
     std::erase_if(alive_, [](const std::weak_ptr<FileJob>& other) { return other.expired(); });
-    if (alive_.size() >= std::size_t{kMostJobs}) return false;
+    if (alive_.size() >= most_jobs_) return false;
     alive_.push_back(job);
     waiting_.push_back(job);
   }
@@ -26,7 +26,7 @@ bool FileMaker::Add(const std::shared_ptr<FileJob>& job) {
 }
 
 void FileMaker::Run() {
-  pthread_setname_np(pthread_self(), "files");
+  pthread_setname_np(pthread_self(), name_.c_str());
   std::unique_lock lock(mutex_);
   for (;;) {
     changed_.wait(lock, [&] { return stop_ || !waiting_.empty(); });
@@ -35,16 +35,18 @@ void FileMaker::Run() {
     waiting_.pop_front();
     lock.unlock();
     // Nobody waits for it any more when this is the only one who holds it.
-    if (job.use_count() > 1) {
-      const std::span<const char> message = job->frame ? job->frame->View() : std::span(job->body);
-      if (!MakeFrameFile(job->header, message, geometry_, job->format, job->floats, job->file,
-                         job->error)) {
-        job->error = "cannot make the file: " + job->error;
-      }
-    }
+    const auto wanted = [&] { return job.use_count() > 1 && !stop_; };
+    if (wanted()) make_(*job, wanted);
     job->done = true;
     on_done_();
     lock.lock();
+  }
+}
+
+void MakeFile(FileJob& job, const ViewGeometry& geometry) {
+  if (!MakeFrameFile(job.header, job.Message(), geometry, job.format, job.floats, job.file,
+                     job.error)) {
+    job.error = "cannot make the file: " + job.error;
   }
 }
 

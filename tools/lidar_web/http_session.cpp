@@ -7,6 +7,7 @@
 
 #include "lidar_web/live_session.h"
 #include "lidar_web/request.h"
+#include "lidar_web/story_maker.h"
 
 namespace kerul::lidar::web {
 namespace {
@@ -16,6 +17,17 @@ constexpr const char* kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
 constexpr std::size_t kPieceBytes = 64 * 1024;
 constexpr std::size_t kLongestUri = 1024;
 constexpr std::size_t kLongestHost = 256;
+// All that may stand before a story, and the story itself.
+constexpr int kStoryWaitSeconds = static_cast<int>(kMostStoryJobs) * (kLongestStorySeconds + 2);
+
+constexpr const char* kPagePolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; "
+    "img-src 'self' data: blob:; frame-src 'self'; base-uri 'none'; form-action 'none'; "
+    "frame-ancestors 'none'";
+// A story has its style in itself, and nothing that runs or loads.
+constexpr const char* kStoryPolicy =
+    "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'; "
+    "frame-ancestors 'self'; sandbox";
 
 // One request and what becomes of it.
 struct Request {
@@ -110,26 +122,47 @@ std::optional<std::pair<int, const char*>> Refusal(lws* wsi, const ServerState& 
 }
 
 void AddJob(ServerState& state, Request& request) {
-  if (!state.files->Add(request.job)) {
-    request.job.reset();
-    request.Answer(503, "too many files at once, try again\n");
+  const bool is_story = request.target.wanted == Wanted::kStory;
+  FileMaker& maker = is_story ? *state.stories : *state.files;
+  if (maker.Add(request.job)) return;
+  request.job.reset();
+  request.Answer(
+      503, std::string("too many ") + (is_story ? "stories" : "files") + " at once, try again\n");
+}
+
+// A job whose frame message still comes.
+void AwaitBody(Request& request) {
+  if (!request.body_bytes) {
+    request.Answer(411, "a frame message needs its Content-Length\n");
+  } else if (*request.body_bytes > kLargestFrameBytes) {
+    request.Answer(413, "longer than a frame message\n");
+  } else {
+    request.job->body.reserve(*request.body_bytes);
   }
+}
+
+void ServeStory(ServerState& state, Request& request) {
+  if (!state.stories) return request.Answer(404, "no stories: --story in lidar_web(1)\n");
+  if (request.method != Method::kPost) return request.Answer(405, "POST of a frame message\n");
+  request.job = std::make_shared<FileJob>();
+  request.job->row = request.target.row;
+  request.job->col = request.target.col;
+  AwaitBody(request);
+}
+
+void ServeToldStory(const ServerState& state, Request& request) {
+  const Bytes page = state.told_stories.Find(request.target.file);
+  if (!page) return request.Answer(404, "this story is not kept any more\n");
+  request.status = 200;
+  request.type = "text/html; charset=utf-8";
+  request.bytes = page;
 }
 
 void ServeFrame(ServerState& state, Request& request) {
   request.job = std::make_shared<FileJob>();
   request.job->format = request.target.format;
   request.job->floats = request.target.floats;
-  if (request.method == Method::kPost) {
-    if (!request.body_bytes) {
-      request.Answer(411, "a frame message needs its Content-Length\n");
-    } else if (*request.body_bytes > kLargestFrameBytes) {
-      request.Answer(413, "longer than a frame message\n");
-    } else {
-      request.job->body.reserve(*request.body_bytes);
-    }
-    return;
-  }
+  if (request.method == Method::kPost) return AwaitBody(request);
   request.job->frame = state.reader->Newest().complete;
   if (!request.job->frame) {
     request.job.reset();
@@ -160,7 +193,8 @@ void Serve(ServerState& state, lws* wsi, Request& request) {
     return request.Answer(refusal->first, refusal->second);
   }
   const bool reads = request.method == Method::kGet || request.method == Method::kHead;
-  const bool posts = request.method == Method::kPost && request.target.wanted == Wanted::kFrame;
+  const bool posts = request.method == Method::kPost && (request.target.wanted == Wanted::kFrame ||
+                                                         request.target.wanted == Wanted::kStory);
   if (!reads && !posts) {
     ++state.figures_of_host.refused;
     return request.Answer(405, "only GET, and POST of a frame message\n");
@@ -170,6 +204,10 @@ void Serve(ServerState& state, lws* wsi, Request& request) {
       return ServePage(state, wsi, request);
     case Wanted::kFrame:
       return ServeFrame(state, request);
+    case Wanted::kStory:
+      return ServeStory(state, request);
+    case Wanted::kToldStory:
+      return ServeToldStory(state, request);
     case Wanted::kMetrics:
       return request.Answer(200, state.Metrics(), kMetricsType);
     case Wanted::kHealth: {
@@ -214,10 +252,8 @@ bool SendHeaders(lws* wsi, const Request& request) {
   headers.Add("cross-origin-resource-policy:", "same-origin");
   headers.Add("cache-control:", "no-cache");
   if (request.type.starts_with("text/html")) {
-    headers.Add("content-security-policy:",
-                "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; "
-                "img-src 'self' data: blob:; base-uri 'none'; form-action 'none'; "
-                "frame-ancestors 'none'");
+    const bool is_story = request.target.wanted == Wanted::kToldStory;
+    headers.Add("content-security-policy:", is_story ? kStoryPolicy : kPagePolicy);
   }
   if (request.packed) headers.Add("content-encoding:", "gzip");
   if (request.target.wanted == Wanted::kFrame && request.status == 200) {
@@ -254,7 +290,13 @@ int SendPiece(lws* wsi, Request& request) {
 void TakeFile(ServerState& state, lws* wsi, Request& request) {
   if (!request.job->done) return;
   state.waiting_for_files.erase(wsi);
-  if (!request.job->error.empty()) return request.Answer(500, request.job->error + "\n");
+  if (!request.job->error.empty()) {
+    return request.Answer(request.job->status, request.job->error + "\n");
+  }
+  if (request.target.wanted == Wanted::kStory) {
+    return request.Answer(200,
+                          "/story/" + state.told_stories.Add(std::move(request.job->file)) + "\n");
+  }
   static constexpr const char* kTypes[] = {"image/png", "application/octet-stream",
                                            "application/octet-stream", "application/octet-stream",
                                            "application/json"};
@@ -280,7 +322,9 @@ int Continue(ServerState& state, lws* wsi, Request& request) {
 int WaitOrContinue(ServerState& state, lws* wsi, const Request& request) {
   if (request.status == 0) {
     state.waiting_for_files.insert(wsi);
-    lws_set_timeout(wsi, PENDING_TIMEOUT_HTTP_CONTENT, kStalledReaderSeconds);
+    const bool is_story = request.target.wanted == Wanted::kStory;
+    lws_set_timeout(wsi, PENDING_TIMEOUT_HTTP_CONTENT,
+                    is_story ? kStoryWaitSeconds : kStalledReaderSeconds);
   }
   lws_callback_on_writable(wsi);
   return 0;

@@ -48,6 +48,16 @@ void AddNodeOptions(CLI::App& app, WebOptions& options) {
       ->capture_default_str();
 }
 
+void AddStoryOptions(CLI::App& app, WebOptions& options) {
+  auto* story = app.add_option("--story", options.story_captures,
+                               "Tell the stories of pinned pixels from the captures of the raw "
+                               "packets that are being kept in this folder")
+                    ->check(CLI::ExistingPath);
+  app.add_option("--story-calib", options.story_calib,
+                 "Calibration that the node runs with, if it is not that of --calib")
+      ->needs(story);
+}
+
 }  // namespace
 
 bool ParseOptions(int argc, const char* const* argv, WebOptions& options, int& exit_status) {
@@ -55,6 +65,7 @@ bool ParseOptions(int argc, const char* const* argv, WebOptions& options, int& e
   AddSourceOptions(app, options);
   AddServerOptions(app, options);
   AddNodeOptions(app, options);
+  AddStoryOptions(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

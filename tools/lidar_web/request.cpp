@@ -5,12 +5,16 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <optional>
+
+#include "kerul_lidar/point_packet_view.h"
 
 namespace kerul::lidar::web {
 namespace {
 
 constexpr std::string_view kFramePath = "/frame";
+constexpr std::string_view kToldPath = "/story/";
 constexpr std::array kFormats{FileFormat::kPng, FileFormat::kPcd, FileFormat::kPly,
                               FileFormat::kLas, FileFormat::kJson};
 constexpr std::size_t kLongestFileName = 100;
@@ -39,6 +43,31 @@ bool HasParameter(std::string_view query, std::string_view parameter) {
     query.remove_prefix(std::min(end + 1, query.size()));
   }
   return false;
+}
+
+// The number after `name`, which ends with '='. Nothing for what is not one of 0 to `most`, or not
+// there.
+std::optional<int> NumberOf(std::string_view query, std::string_view name, int most) {
+  while (!query.empty()) {
+    const std::size_t end = std::min(query.find('&'), query.size());
+    const std::string_view part = query.substr(0, end);
+    query.remove_prefix(std::min(end + 1, query.size()));
+    if (!part.starts_with(name)) continue;
+    const std::string_view digits = part.substr(name.size());
+    unsigned number = 0;
+    const auto [last, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    const bool is_number = error == std::errc{} && last == digits.data() + digits.size();
+    if (!is_number || number > static_cast<unsigned>(most)) return std::nullopt;
+    return static_cast<int>(number);
+  }
+  return std::nullopt;
+}
+
+// The names are made by the server: 32 hexadecimal digits.
+bool IsStoryName(std::string_view name) {
+  return name.size() == kStoryNameLength &&
+         name.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 bool IsAddress(std::string_view text) {
@@ -92,6 +121,17 @@ Target ParseTarget(std::string_view path, std::string_view query) {
     target.wanted = Wanted::kMetrics;
   } else if (path == "/healthz") {
     target.wanted = Wanted::kHealth;
+  } else if (path == "/story") {
+    const std::optional<int> row = NumberOf(query, "row=", kFrameRows - 1);
+    const std::optional<int> col = NumberOf(query, "col=", kFrameCols - 1);
+    if (row && col) {
+      target.wanted = Wanted::kStory;
+      target.row = *row;
+      target.col = *col;
+    }
+  } else if (path.starts_with(kToldPath) && IsStoryName(path.substr(kToldPath.size()))) {
+    target.wanted = Wanted::kToldStory;
+    target.file = path.substr(kToldPath.size());
   } else if (const std::optional<FileFormat> format = FrameFormat(path)) {
     target.wanted = Wanted::kFrame;
     target.format = *format;

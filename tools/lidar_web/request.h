@@ -13,13 +13,17 @@ enum class Method : std::uint8_t { kGet, kHead, kPost, kOther };
 
 enum class FileFormat : std::uint8_t { kPng, kPcd, kPly, kLas, kJson };
 
+inline constexpr std::size_t kStoryNameLength = 32;
+
 enum class Wanted : std::uint8_t {
   kNothing,  // no such path
   kPage,     // a file of the page: Target::file
   kStream,
   kMetrics,
   kHealth,
-  kFrame,  // Target::format
+  kFrame,      // Target::format
+  kStory,      // of Target::row and Target::col, 0,0 to 215,287
+  kToldStory,  // Target::file is its name
 };
 
 struct Target {
@@ -27,6 +31,8 @@ struct Target {
   std::string_view file;  // into the path, or "index.html"
   FileFormat format = FileFormat::kPng;
   bool floats = false;  // ?floats=1
+  int row = 0;
+  int col = 0;
 };
 
 // `path` begins with a slash and is decoded; what stands after a question mark is taken as part of

@@ -13,6 +13,7 @@
 #include "lidar_web/frame_files.h"
 #include "lidar_web/node_log.h"
 #include "lidar_web/page_files.h"
+#include "lidar_web/story_shelf.h"
 #include "lidar_web/stream_reader.h"
 
 struct lws;
@@ -22,6 +23,7 @@ namespace kerul::lidar::web {
 // Bounds that keep a flood from taking memory or the node's share of the machine.
 inline constexpr int kMostConnections = 256;
 inline constexpr int kMostLiveClients = 32;
+inline constexpr std::size_t kMostFileJobs = 8;
 // A reader that takes nothing for so long is hung up on.
 inline constexpr int kStalledReaderSeconds = 20;
 
@@ -32,6 +34,8 @@ struct ServerState {
   ViewGeometry geometry;
   std::unique_ptr<StreamReader> reader;
   std::unique_ptr<FileMaker> files;
+  std::unique_ptr<FileMaker> stories;  // null: none are told
+  StoryShelf told_stories;
   std::unique_ptr<HostWatch> host;
   std::unique_ptr<NodeLog> node_log;  // null: nobody tells
 

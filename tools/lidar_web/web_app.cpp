@@ -3,11 +3,16 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
 #include <ostream>
 
 #include "config/default_config.h"
 #include "kerul_lidar/shm_region.h"
 #include "lidar_view/directions.h"
+#include "lidar_web/story_maker.h"
 #include "lidar_web/system_clock.h"
 #include "lidar_web/web_server.h"
 
@@ -53,7 +58,8 @@ void MakeGreeting(const WebOptions& options, ServerState& state) {
   state.hello = WithRoom(FormatHello({.source = state.reader->Figures().source,
                                       .directions = state.geometry.directions.origin,
                                       .default_directions = options.calib_dir.empty(),
-                                      .mounted = options.mount}));
+                                      .mounted = options.mount,
+                                      .stories = !options.story_captures.empty()}));
   state.directions =
       EncodeDirections(state.geometry.directions, state.geometry.Mount(), WebServer::kRoomBefore);
 }
@@ -69,6 +75,40 @@ void MakeWatches(const WebOptions& options, ServerState& state) {
   state.figures_of_host.started_unix_s = static_cast<double>(SystemClockUs()) / 1e6;
 }
 
+// pixel_story is installed with this program.
+bool FindStorySource(const WebOptions& options, const std::string& program, StorySource& source,
+                     std::string& error) {
+  source = {.program = options.story_program,
+            .captures = options.story_captures,
+            .calib_dir = options.story_calib.empty() ? options.calib_dir : options.story_calib};
+  if (source.program.empty()) {
+    source.program = (std::filesystem::path(program).parent_path() / "pixel_story").string();
+  }
+  if (source.calib_dir.empty()) {
+    error = "--story needs the node's calibration: --calib or --story-calib";
+  } else if (access(source.program.c_str(), X_OK) != 0) {
+    error = "--story needs " + source.program + ": " + std::strerror(errno);
+  }
+  return error.empty();
+}
+
+// The two that make what takes long.
+void StartMakers(ServerState& state, const StorySource* stories, const std::function<void()>& wake,
+                 std::ostream& err) {
+  state.files = std::make_unique<FileMaker>(
+      "files", kMostFileJobs,
+      [&state](FileJob& job, const std::function<bool()>&) { MakeFile(job, state.geometry); },
+      wake);
+  if (stories == nullptr) return;
+  state.stories = std::make_unique<FileMaker>(
+      "stories", kMostStoryJobs,
+      [source = *stories, &err](FileJob& job, const std::function<bool()>& wanted) {
+        MakeStory(source, job, wanted,
+                  [&err](const std::string& line) { err << line << std::endl; });
+      },
+      wake);
+}
+
 }  // namespace
 
 int RunWebServer(const WebOptions& options, const std::string& program,
@@ -82,6 +122,11 @@ int RunWebServer(const WebOptions& options, const std::string& program,
   WebServer server;
   const auto wake = [&server] { server.Wake(); };
   if (!LoadGeometry(options, state.geometry, reason)) return fail(reason);
+  StorySource story_source;
+  const bool tells_stories = !options.story_captures.empty();
+  if (tells_stories && !FindStorySource(options, program, story_source, reason)) {
+    return fail(reason);
+  }
   const std::string page = options.page.empty() ? FindPageFolder(program) : options.page;
   if (!page.empty() && !state.page.Load(page, reason)) return fail(reason);
   if (page.empty()) err << "lidar_web: the page is not there: only figures and files" << std::endl;
@@ -94,7 +139,7 @@ int RunWebServer(const WebOptions& options, const std::string& program,
     return fail("cannot listen on " + options.bind + " port " + std::to_string(options.port) +
                 ": " + reason);
   }
-  state.files = std::make_unique<FileMaker>(state.geometry, wake);
+  StartMakers(state, tells_stories ? &story_source : nullptr, wake, err);
   state.reader->Start();
   out << "lidar_web: " << Url(options.bind, server.Port()) << " shows "
       << state.reader->Figures().source << std::endl;
@@ -102,6 +147,7 @@ int RunWebServer(const WebOptions& options, const std::string& program,
   // The threads end before what they wake does.
   state.reader.reset();
   state.files.reset();
+  state.stories.reset();
   return 0;
 }
 

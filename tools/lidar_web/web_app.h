@@ -18,9 +18,12 @@ struct WebOptions {
   std::vector<std::string> allowed_hosts;
   std::string calib_dir;  // empty: the default camera model
   bool mount = false;
-  std::string page;      // folder; empty: where the program finds it
-  std::string node_log;  // path, "-" for standard input; empty: none
-  int node_port = 2368;  // that the node receives raw packets on
+  std::string page;            // folder; empty: where the program finds it
+  std::string node_log;        // path, "-" for standard input; empty: none
+  int node_port = 2368;        // that the node receives raw packets on
+  std::string story_captures;  // where a capture of the raw packets is kept; empty: no stories
+  std::string story_calib;     // that the node runs with; empty: as calib_dir
+  std::string story_program;   // pixel_story; empty: the one beside the program
 };
 
 // Fills in the options. False when the program is to end now with `exit_status`: 0 after --help,

@@ -34,7 +34,35 @@ bool TakeCorners(const std::vector<int>& numbers, PixelRect& rect, std::string& 
   return error.empty();
 }
 
-void AddSource(CLI::App& app, StoryOptions& options) {
+// A frame by its number and time instead of its place.
+void AddSearchOptions(CLI::App& app, CLI::Option* frame, std::optional<std::uint8_t>& frame_id,
+                      std::vector<double>& time) {
+  constexpr double kLatestS = 4e9;  // what a capture's stamps can tell
+  CLI::Option* by_time =
+      app.add_option("--time", time, "FIRST,LAST: when the frame was published, seconds since 1970")
+          ->delimiter(',')
+          ->expected(2)
+          ->check(FiniteNumber(0, kLatestS));
+  CLI::Option* by_id =
+      app.add_option("--frame-id", frame_id,
+                     "The sensor's number of the frame, with --time; the capture may then be a "
+                     "folder of captures, and still grow")
+          ->check(WholeNumber(0, 255))
+          ->excludes(frame)
+          ->needs(by_time);
+  by_time->needs(by_id);
+}
+
+TimeSpan PublishedBetween(const std::vector<double>& seconds) {
+  constexpr double kLongestFrameS = 10.0;
+  if (seconds[1] < seconds[0] || seconds[1] > seconds[0] + kLongestFrameS) {
+    throw CLI::ValidationError("--time: LAST is up to 10 s after FIRST");
+  }
+  return {static_cast<std::int64_t>(seconds[0] * 1e6), static_cast<std::int64_t>(seconds[1] * 1e6)};
+}
+
+void AddSource(CLI::App& app, StoryOptions& options, std::optional<std::uint8_t>& frame_id,
+               std::vector<double>& time) {
   app.add_option("capture", options.capture,
                  "Capture file, as sensor_simulator and tcpdump write it");
   app.add_option("--live", options.live,
@@ -44,8 +72,10 @@ void AddSource(CLI::App& app, StoryOptions& options) {
       ->check(FiniteNumber(0.0, kLongestWaitS));
   app.add_option("--calib", options.calib_dir, "The sensor's calibration, as for lidar_node")
       ->required();
-  app.add_option("--frame", options.frame, "Frame of the capture, the first is 0 (default 0)")
-      ->check(WholeNumberOf(options.frame));
+  CLI::Option* frame =
+      app.add_option("--frame", options.frame, "Frame of the capture, the first is 0 (default 0)")
+          ->check(WholeNumberOf(options.frame));
+  AddSearchOptions(app, frame, frame_id, time);
 }
 
 void AddPlace(CLI::App& app, Place& place, bool& mount) {
@@ -73,6 +103,8 @@ void AddForms(CLI::App& app, StoryOptions& options, bool& fates_only) {
       ->allow_extra_args(false);
   app.add_option("--html", options.html, "Write a page instead of text");
   app.add_option("--json", options.json, "Write JSON instead of text, - for standard output");
+  app.add_option("--packets", options.packets,
+                 "Write the frame's point packets as they were published, one after the other");
   app.add_option("--picture", options.picture, "Also write the fates as a picture (PNG)");
 }
 
@@ -92,7 +124,8 @@ std::string CheckSource(const StoryOptions& options) {
     return options.live == 0 ? "a capture file or --live is needed"
                              : "a capture file and --live exclude each other";
   }
-  return options.live != 0 && options.frame != 0 ? "--frame is for captures" : "";
+  const bool names_frame = options.frame != 0 || options.sought;
+  return options.live != 0 && names_frame ? "--frame is for captures" : "";
 }
 
 }  // namespace
@@ -103,7 +136,9 @@ bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int&
       "the samples to the published bytes"};
   Place place;
   bool fates_only = false;
-  AddSource(app, options);
+  std::optional<std::uint8_t> frame_id;
+  std::vector<double> time;
+  AddSource(app, options, frame_id, time);
   AddPlace(app, place, options.mount);
   AddForms(app, options, fates_only);
   // Before what else is missing is complained about.
@@ -115,6 +150,7 @@ bool ParseOptions(int argc, const char* const* argv, StoryOptions& options, int&
   }
   try {
     app.parse(argc, argv);
+    if (frame_id) options.sought = {.frame_id = *frame_id, .published = PublishedBetween(time)};
     std::string error = TakePlace(place, fates_only, options);
     if (error.empty()) error = CheckSource(options);
     if (!error.empty()) throw CLI::ValidationError(error);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "pixel_story/frame_search.h"
 #include "pixel_story/story.h"
 
 namespace kerul::lidar::story {
@@ -17,6 +18,7 @@ struct StoryOptions {
   double timeout_s = 10.0;  // of live
   std::string calib_dir;
   int frame = 0;
+  std::optional<FrameSought> sought;           // instead of `frame`; the capture may be a folder
   PixelRect wanted;                            // unless a point is given
   std::optional<std::array<double, 3>> point;  // metres, in the sensor's frame or the mounting's
   bool mount = false;                          // the point is in the frame of the mounting
@@ -26,6 +28,7 @@ struct StoryOptions {
   std::string html;                   // files to write, empty for none
   std::string json;                   // "-" is standard output
   std::string picture;
+  std::string packets;  // for the frame's point packets
 
   bool WritesText() const { return html.empty() && json.empty(); }
 };

@@ -17,8 +17,8 @@ Account TellFrame(StorySource source, const AccountWish& wish) {
   StoryBook book(wish.stories ? wish.wanted : kNoPixels, source.config.echo_num);
   PacketStory packets(book);
   RowStory rows(book);
-  std::vector<StoryWatcher*> watchers;
-  if (wish.stories) watchers = {&packets, &rows};
+  std::vector<StoryWatcher*> watchers{&account.published};
+  if (wish.stories) watchers.insert(watchers.end(), {&packets, &rows});
   if (wish.fates) watchers.push_back(&account.states);
   account.end = RunStory(std::move(source), watchers);
   account.stories = book.Stories();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "pixel_story/frame_states.h"
+#include "pixel_story/published_packets.h"
 #include "pixel_story/story.h"
 #include "pixel_story/story_run.h"
 
@@ -20,6 +21,7 @@ struct AccountWish {
 struct Account {
   std::vector<PixelStory> stories;
   FrameStates states;  // empty without fates
+  PublishedPackets published;
   StoryEnd end;
 };
 

@@ -73,10 +73,11 @@ TEST(WebFigures, HelloTellsTheShapeAndTheDirections) {
   EXPECT_EQ(FormatHello({.source = "UDP port 7",
                          .directions = "a.dat",
                          .default_directions = false,
-                         .mounted = true}),
+                         .mounted = true,
+                         .stories = true}),
             "{\"type\":\"hello\",\"protocol\":1,\"version\":\"0.1.0\",\"rows\":216,\"cols\":288,"
             "\"source\":\"UDP port 7\",\"directions\":\"a.dat\",\"default_directions\":false,"
-            "\"mounted\":true}");
+            "\"mounted\":true,\"stories\":true}");
 }
 
 TEST(WebFigures, HealthNeedsACompleteFrameInTheLastTwoSeconds) {

@@ -29,6 +29,32 @@ TEST(WebRequest, EachPathLeadsToItsOwn) {
   }
 }
 
+TEST(WebRequest, AStoryNeedsAPixelOfTheFrame) {
+  const Target corner = ParseTarget("/story", "row=215&col=287");
+  EXPECT_EQ(corner.wanted, Wanted::kStory);
+  EXPECT_EQ(corner.row, 215);
+  EXPECT_EQ(corner.col, 287);
+  EXPECT_EQ(ParseTarget("/story?col=0&x&row=0", "").wanted, Wanted::kStory);
+  for (const char* query : {"", "row=1", "col=1", "row=216&col=0", "row=0&col=288", "row=-1&col=0",
+                            "row=+1&col=0", "row=1x&col=0", "row=&col=0", "row= 1&col=0",
+                            "row=4294967297&col=0", "xrow=1&col=0", "row=1&row=2"}) {
+    EXPECT_EQ(ParseTarget("/story", query).wanted, Wanted::kNothing) << query;
+  }
+}
+
+TEST(WebRequest, AToldStoryHasANameOfTheServers) {
+  const std::string name = "0123456789abcdef0123456789abcdef";
+  const std::string path = "/story/" + name;
+  EXPECT_EQ(ParseTarget(path, "").wanted, Wanted::kToldStory);
+  EXPECT_EQ(ParseTarget(path, "").file, name);
+  for (const char* other :
+       {"/story/", "/story/0123456789abcdef0123456789abcde",
+        "/story/0123456789abcdef0123456789abcdef0", "/story/0123456789ABCDEF0123456789abcdef",
+        "/story/../../../../../../etc/passwd/aaa"}) {
+    EXPECT_EQ(ParseTarget(other, "").wanted, Wanted::kNothing) << other;
+  }
+}
+
 TEST(WebRequest, TheQueryIsCutOffBeforeAPathIsLookedUp) {
   EXPECT_EQ(ParseTarget("/?view=top", "").file, "index.html");
   EXPECT_EQ(ParseTarget("/metrics?x", "").wanted, Wanted::kMetrics);

@@ -69,6 +69,7 @@ class ServedRing {
 
   int Port() const noexcept { return port_; }
   std::string RingName() const { return name_.c_str(); }
+  std::string Errors() { return err_.Text(); }
   int Status() const noexcept { return status_; }
   void Stop() {
     stop_ = true;

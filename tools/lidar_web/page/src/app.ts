@@ -35,6 +35,7 @@ import {
 } from "./settings.js";
 import { SettingsPanel } from "./settings_panel.js";
 import { groundHeight } from "./shown.js";
+import { StoryPanel } from "./story.js";
 import type { Hello } from "./stream.js";
 import { isLight, nextTheme, onSystemTheme, styleColour } from "./theme.js";
 
@@ -66,6 +67,12 @@ export class App {
   });
   private readonly help = byId("help", HTMLDialogElement);
   private readonly notice = new Notice();
+  private readonly storyPanel = new StoryPanel(
+    () => this.shownFrame(),
+    (text) => {
+      this.notice.tell(text);
+    },
+  );
   private readonly address = new Address(() => this.settings);
   private readonly flow: FrameFlow;
 
@@ -216,6 +223,9 @@ export class App {
         this.pins = [];
         this.showPixels();
         break;
+      case "story":
+        this.storyPanel.openLast();
+        break;
       case "save":
         void this.save("png");
         break;
@@ -334,6 +344,7 @@ export class App {
     const frame = this.shownFrame();
     this.pixelPanel.showValues(frame, this.directions, this.marked);
     this.pixelPanel.showImageMarks(this.marked);
+    this.storyPanel.showPins(this.pins);
     this.pixelPanel.showSceneMarks(
       frame,
       this.directions,
@@ -398,6 +409,7 @@ export class App {
 
   private showSource(hello: Hello): void {
     byId("geometry", HTMLElement).hidden = !hello.default_directions;
+    this.storyPanel.offer(hello.stories === true);
     const { source, directions, version } = hello;
     setText(
       byId("source", HTMLElement),

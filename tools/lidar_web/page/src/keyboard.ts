@@ -3,7 +3,7 @@
 import { kColourings } from "./settings.js";
 
 export type Action =
-  | { do: "pause" | "help" | "pick-echo" | "grid" | "clear" | "link" | "theme" | "save" }
+  | { do: "pause" | "help" | "pick-echo" | "grid" | "clear" | "link" | "theme" | "save" | "story" }
   | { do: "step"; by: 1 | -1 }
   | { do: "view"; name: "reset" | "top" | "front" | "side" }
   | { do: "colour"; index: number }
@@ -82,6 +82,12 @@ export const kKeys: readonly Key[] = [
   },
   { keys: ["g"], label: "G", meaning: "grid and rings", action: () => ({ do: "grid" }) },
   { keys: ["c"], label: "C", meaning: "clear the pins", action: () => ({ do: "clear" }) },
+  {
+    keys: ["w"],
+    label: "W",
+    meaning: "why: the story of the last pin, with lidar_web --story",
+    action: () => ({ do: "story" }),
+  },
   {
     keys: ["p"],
     label: "P",

@@ -22,6 +22,8 @@ export interface Hello {
   directions: string;
   default_directions: boolean;
   mounted: boolean;
+  /** Whether pixels' stories are told; not there before there were any. */
+  stories?: boolean;
 }
 
 /** Twice a second: how node and server do. Totals count from the server's start. */

@@ -194,13 +194,78 @@ void test("the page comes back when the server does, and keeps its settings", as
   });
 });
 
+void test("a pinned pixel offers its story in the frame that is shown", async () => {
+  await inPage(browser, "", kDesktop, async ({ page, server }) => {
+    server.stories = true;
+    await page.reload();
+    const messages = [1, 2].map((serial) => frameMessage(usualFields(serial), lattice()));
+    for (const message of messages) server.play(message);
+    await waitForFrame(page, 2);
+    await page.keyboard.press(",");
+    await waitForFrame(page, 1);
+    assert.ok(await page.locator("#story-a").isHidden());
+    await page.keyboard.press("w");
+    await waitForText(page, "notice", /^Pin a pixel for its story\.$/);
+    for (const pixel of [
+      { row: 50, col: 60 },
+      { row: 200, col: 250 },
+    ]) {
+      const spot = await imageSpot(page, "range-image", pixel);
+      await page.mouse.click(spot.x, spot.y);
+    }
+    assert.ok(await page.locator("#story-b").isVisible());
+    await page.click("#story-a");
+    const title = page.frameLocator("#story-page").locator("h1");
+    assert.equal(await title.textContent(), "Story 1");
+    assert.equal(await title.evaluate((h1) => getComputedStyle(h1).color), "rgb(1, 2, 3)");
+    assert.equal(await page.textContent("#story-frame"), "Frame 1, id 1");
+    const link = page.locator("#story-link");
+    assert.equal(await link.getAttribute("href"), `/story/${"1".padStart(32, "0")}`);
+    assert.equal(await link.getAttribute("rel"), "noopener");
+    await page.click("#story-close");
+    assert.ok(await page.locator("#story").isHidden());
+    await page.keyboard.press("w");
+    await title.getByText("Story 2").waitFor();
+    assert.deepEqual(
+      server.storiesAsked.map(({ query }) => query),
+      ["?row=50&col=60", "?row=200&col=250"],
+    );
+    assert.ok(server.storiesAsked.every(({ body }) => body.equals(Buffer.from(messages[0]))));
+  });
+});
+
+void test("why there is no story is told in a sentence", async () => {
+  await inPage(browser, "", kDesktop, async ({ page, server, errors }) => {
+    server.play(frameMessage(usualFields(1), lattice()));
+    await waitForFrame(page, 1);
+    const spot = await imageSpot(page, "range-image", { row: 50, col: 60 });
+    await page.mouse.click(spot.x, spot.y);
+    assert.ok(await page.locator("#story-a").isHidden(), "not offered");
+    await page.keyboard.press("w");
+    await waitForText(page, "notice", /^No stories: lidar_web runs without --story\.$/);
+
+    server.stories = true;
+    server.storyRefusal = "the capture holds no frame 1 of that time";
+    await page.reload();
+    server.play(frameMessage(usualFields(2), lattice()));
+    await waitForFrame(page, 2);
+    await page.mouse.click(spot.x, spot.y);
+    await page.click("#story-a");
+    await waitForText(page, "notice", /^No story: the capture holds no frame 1 of that time$/);
+    assert.ok(await page.locator("#story").isHidden());
+    assert.ok(await page.locator("#story-a").isEnabled());
+    // The browser's own line about the status.
+    assert.match(errors.splice(0).join(), /^Failed to load resource: [^,]* 404/);
+  });
+});
+
 void test("keys do what the list under ? says", async () => {
   await inPage(browser, "", kDesktop, async ({ page, server }) => {
     server.play(frameMessage(usualFields(1), lattice()));
     await waitForFrame(page, 1);
     await page.keyboard.press("?");
     assert.ok(await page.locator("#help").isVisible());
-    assert.equal(await page.locator("#keys dt").count(), 17);
+    assert.equal(await page.locator("#keys dt").count(), 18);
     await page.keyboard.press("Escape");
     assert.ok(await page.locator("#help").isHidden());
     await page.keyboard.press("3");

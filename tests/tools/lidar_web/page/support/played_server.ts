@@ -2,7 +2,7 @@
 
 import { readFileSync } from "node:fs";
 import { join } from "node:path";
-import type { Page, WebSocketRoute } from "playwright-core";
+import type { Page, Route, WebSocketRoute } from "playwright-core";
 import {
   directionsMessage,
   figuresMessage,
@@ -19,7 +19,9 @@ const kTypes: Record<string, string> = {
 };
 /** As the real server sends it. */
 const kPolicy =
-  "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data: blob:";
+  "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self' data: blob:; frame-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+const kStoryPolicy =
+  "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'; frame-ancestors 'self'; sandbox";
 
 /** Folder of the built page. */
 export function pageFolder(): string {
@@ -33,6 +35,12 @@ export class PlayedServer {
   /** Bodies of POST requests by file kind. */
   readonly posted: { kind: string; body: Buffer }[] = [];
   defaultDirections = false;
+  /** Whether stories are told. */
+  stories = false;
+  /** Queries and bodies of requests for stories. */
+  readonly storiesAsked: { query: string; body: Buffer }[] = [];
+  /** Why no story is told, if none is. */
+  storyRefusal = "";
   connections = 0;
   private socket: WebSocketRoute | null = null;
   private waiting: ArrayBuffer[] = [];
@@ -50,6 +58,8 @@ export class PlayedServer {
         const body = route.request().postDataBuffer() ?? Buffer.alloc(0);
         this.posted.push({ kind: file[1], body });
         await route.fulfill({ status: this.isAway ? 503 : 200, body: `a ${file[1]} file` });
+      } else if (name.startsWith("story")) {
+        await this.answerStory(route);
       } else if (name in kTypes) {
         const body = readFileSync(join(pageFolder(), name));
         await route.fulfill({
@@ -64,6 +74,25 @@ export class PlayedServer {
       this.take(socket);
     });
     await this.page.goto(kAddress + hash);
+  }
+
+  /** The n-th story is kept under the number n. */
+  private async answerStory(route: Route): Promise<void> {
+    const request = route.request();
+    const { pathname, search } = new URL(request.url());
+    if (request.method() === "POST" && this.storyRefusal !== "") {
+      await route.fulfill({ status: 404, body: `${this.storyRefusal}\n` });
+    } else if (request.method() === "POST") {
+      const body = request.postDataBuffer() ?? Buffer.alloc(0);
+      this.storiesAsked.push({ query: search, body });
+      const name = String(this.storiesAsked.length).padStart(32, "0");
+      await route.fulfill({ status: 200, body: `/story/${name}\n` });
+    } else {
+      await route.fulfill({
+        body: `<!DOCTYPE html><style>h1 { color: rgb(1, 2, 3) }</style><h1>Story ${String(Number(pathname.slice(7)))}</h1>`,
+        headers: { "Content-Type": kTypes["index.html"], "Content-Security-Policy": kStoryPolicy },
+      });
+    }
   }
 
   /** Another frame; it goes out with the next pull. Frames not pulled go out one by one. */
@@ -101,7 +130,7 @@ export class PlayedServer {
       this.pullIsOpen = true;
       this.answer();
     });
-    socket.send(helloMessage(this.defaultDirections));
+    socket.send(helloMessage(this.defaultDirections, this.stories));
     socket.send(Buffer.from(directionsMessage()));
     this.tellFigures();
   }

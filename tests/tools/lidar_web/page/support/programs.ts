@@ -1,7 +1,15 @@
 // The real programs: simulated sensor, node, server. Each can be killed and started again.
 
 import { execFileSync, spawn, type ChildProcess } from "node:child_process";
-import { closeSync, mkdtempSync, openSync, readdirSync, readFileSync, rmSync } from "node:fs";
+import {
+  closeSync,
+  mkdirSync,
+  mkdtempSync,
+  openSync,
+  readdirSync,
+  readFileSync,
+  rmSync,
+} from "node:fs";
 import { setPriority, tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { kWaitMs } from "./browser.js";
@@ -40,6 +48,21 @@ export class Programs {
   async startNode(): Promise<void> {
     this.start("node", built("lidar_node"), ["--cali_path", this.calibration]);
     await this.waitForOutput("node", /detect threshold load succssed/);
+  }
+
+  /** Keeps the raw packets in five files of 20 MB below `captures`, for stories. */
+  async startCapture(): Promise<void> {
+    mkdirSync(this.captures);
+    const file = join(this.captures, "raw.pcap");
+    this.start("capture", "dumpcap", [
+      ...["-i", "lo", "-f", "udp port 2368", "-B", "64"],
+      ...["-P", "-b", "filesize:20000", "-b", "files:5", "-w", file],
+    ]);
+    await this.waitForOutput("capture", /File: /);
+  }
+
+  get captures(): string {
+    return join(this.folder, "captures");
   }
 
   startServer(more: readonly string[] = []): void {

@@ -118,7 +118,7 @@ export function frameMessage(fields: FrameFields, returns: readonly Return[]): A
   return message;
 }
 
-export function helloMessage(defaultDirections = false): string {
+export function helloMessage(defaultDirections = false, stories = false): string {
   return JSON.stringify({
     type: "hello",
     protocol: 1,
@@ -129,6 +129,7 @@ export function helloMessage(defaultDirections = false): string {
     directions: "a pinhole camera",
     default_directions: defaultDirections,
     mounted: false,
+    stories,
   });
 }
 
