@@ -11,6 +11,7 @@
 #include "lidar_web/host_watch.h"
 #include "lidar_web/node_log.h"
 #include "lidar_web/request.h"
+#include "support/json_text.h"
 
 using namespace kerul::lidar;
 using namespace kerul::lidar::web;
