@@ -207,10 +207,10 @@ void PacketCalibrator::Prefetch(std::int32_t row, std::int32_t col) const noexce
       static_cast<std::uint32_t>(col) >= kPlaceSide) {
     return;
   }
-  const auto entry = static_cast<std::size_t>(places_.of_row[row].entry + places_.of_col[col]);
-  const auto last = std::min(entry + raw_packet::kBlocks, pixels_.size()) - 1;
-  __builtin_prefetch(&pixels_[entry]);
-  __builtin_prefetch(&pixels_[last]);
+  const std::int32_t entry = places_.of_row[row].entry + places_.of_col[col];
+  const std::int32_t last = std::min(entry + raw_packet::kBlocks, kPixelTableEntries) - 1;
+  __builtin_prefetch(pixels_.data() + entry);
+  __builtin_prefetch(pixels_.data() + last);
 }
 
 void PacketCalibrator::CalibrateInPlanes(std::span<LidarPoint> points) const noexcept {
