@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -149,10 +150,12 @@ TEST_F(PixelStoryProgram, WantsOneSource) {
 TEST_F(PixelStoryProgram, HasTheOptionsOfItsManualPageAndNoOthers) {
   std::ifstream page(KERUL_SOURCE_DIR "/docs/man/pixel_story.1");
   std::set<std::string> described{"--help"};
-  const std::string item = ".It Fl -";
+  const std::regex option("Fl (-[a-z-]+)");
   for (std::string line; std::getline(page, line);) {
-    if (!line.starts_with(item)) continue;
-    described.insert("--" + line.substr(item.size(), line.find(' ', item.size()) - item.size()));
+    if (!line.starts_with(".It Fl ")) continue;
+    for (std::sregex_iterator one(line.begin(), line.end(), option), end; one != end; ++one) {
+      described.insert("-" + (*one)[1].str());
+    }
   }
   Run({"--help"}, 0);
   std::set<std::string> offered;
