@@ -55,10 +55,14 @@ void StepBack() {
   // First out of the way of the numbers that they are to get.
   constexpr int kAside = 100;
   int outputs[kOutputs];
+  const int empty = fcntl(nothing, F_DUPFD, kAside);
+  bool all = empty >= 0;
   for (std::size_t i = 0; i < kOutputs; ++i) {
     outputs[i] = fcntl(pipes[i].write.Fd(), F_DUPFD, kAside);
+    all = all && outputs[i] >= 0;
   }
-  const int empty = fcntl(nothing, F_DUPFD, kAside);
+  // Otherwise it would write its results into the server's own files.
+  if (!all) _exit(kCannotStart);
   dup2(empty, STDIN_FILENO);
   dup2(empty, STDOUT_FILENO);
   for (std::size_t i = 0; i < kOutputs; ++i) dup2(outputs[i], kErrorFd + static_cast<int>(i));

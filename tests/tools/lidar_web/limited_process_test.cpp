@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -55,6 +56,17 @@ TEST(LimitedProcess, NoFileOfTheServersIsOpenInIt) {
   close(open_file);
   EXPECT_THAT(Text(result.results[0]), HasSubstr(" 4 -> pipe:"));
   EXPECT_THAT(Text(result.results[0]), Not(HasSubstr("/dev/zero")));
+}
+
+TEST(LimitedProcess, DoesNotStartWithoutDescriptorsForItsResults) {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  rlimit few = before;
+  few.rlim_cur = 90;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const ProcessResult result = RunScript("exit 0");
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(result.end, End::kNotStarted);
 }
 
 TEST(LimitedProcess, ReadsNothingAndStandsBehindOthers) {
