@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <span>
 #include <vector>
 
 #include "MIPI_reader/node/bloom/bloom_gains.h"
@@ -26,7 +27,7 @@ inline constexpr float kMinReflectivity = 1.0F;
 
 // The sources that one block sees, in scan order.
 struct SourceList {
-  std::vector<BloomSource> sources;
+  std::span<const BloomSource> sources;
   float nearest = std::numeric_limits<float>::max();      // smallest range among them, metres
   float farthest = std::numeric_limits<float>::lowest();  // largest
 };
@@ -192,34 +193,38 @@ inline SourceGrid GatherGrid(const LidarFrame& frame, int m_row, float min_dist,
   return grid;
 }
 
+// One list for each block column: the usable sources of the 3 x 3 blocks around it.
+struct SourceLists {
+  std::vector<BloomSource> sources;  // of all lists, one list after another
+  std::vector<SourceList> of_column;
+};
+
 inline void AppendBlock(const SourceGrid& grid, std::size_t block, const BloomWeights& weights,
-                        SourceList& list) {
+                        std::vector<BloomSource>& sources, SourceList& list) {
   for (std::size_t i = grid.begin[block]; i < grid.begin[block + 1]; ++i) {
     BloomSource source = grid.sources[i];
     source.weights = &weights;
     list.nearest = std::min(list.nearest, source.dist);
     list.farthest = std::max(list.farthest, source.dist);
-    list.sources.push_back(source);
+    sources.push_back(source);
   }
 }
 
-// One list for each block column: the usable sources of the 3 x 3 blocks around it.
-inline std::vector<SourceList> GatherSources(const SourceGrid& grid, int block_cols,
-                                             const SpillWeights& weights) {
-  std::vector<SourceList> lists(static_cast<std::size_t>(block_cols));
+inline SourceLists GatherSources(const SourceGrid& grid, int block_cols,
+                                 const SpillWeights& weights) {
+  SourceLists lists;
+  lists.sources.reserve(9 * grid.sources.size());  // a source lies in that many lists at most
+  lists.of_column.resize(static_cast<std::size_t>(block_cols));
   for (int m_col = 0; m_col < block_cols; ++m_col) {
-    const int first_col = std::max(m_col - 1, 0);
-    const int last_col = std::min(m_col + 1, block_cols - 1);
-    const std::size_t count =
-        grid.begin[IndexOf(0, last_col + 1)] - grid.begin[IndexOf(0, first_col)];
-    if (count == 0) continue;
-    SourceList& list = lists[static_cast<std::size_t>(m_col)];
-    list.sources.reserve(count);
+    SourceList& list = lists.of_column[static_cast<std::size_t>(m_col)];
+    const std::size_t begin = lists.sources.size();
     for (int dr = -1; dr <= 1; ++dr) {
-      for (int col = first_col; col <= last_col; ++col) {
-        AppendBlock(grid, IndexOf(dr + 1, col), weights.ForBlocksApart(dr, col - m_col), list);
+      for (int col = std::max(m_col - 1, 0); col <= std::min(m_col + 1, block_cols - 1); ++col) {
+        AppendBlock(grid, IndexOf(dr + 1, col), weights.ForBlocksApart(dr, col - m_col),
+                    lists.sources, list);
       }
     }
+    list.sources = {lists.sources.data() + begin, lists.sources.size() - begin};
   }
   return lists;
 }
@@ -278,12 +283,13 @@ void VisitBlock(const Pass<Traces>& pass, const BloomBlock& block, const Visit& 
 
 // Calls visit(block, sources) for the row's blocks that have a source near, echo slots outermost.
 template <class Visit>
-void VisitBlocksWithSources(int m_row, int echo_count, const std::vector<SourceList>& lists,
+void VisitBlocksWithSources(int m_row, int echo_count, const SourceLists& lists,
                             const Visit& visit) {
   for (int e = 0; e < echo_count; ++e) {
-    for (std::size_t m_col = 0; m_col < lists.size(); ++m_col) {
-      if (lists[m_col].sources.empty()) continue;
-      visit(BloomBlock{.m_row = m_row, .m_col = static_cast<int>(m_col), .echo = e}, lists[m_col]);
+    for (std::size_t m_col = 0; m_col < lists.of_column.size(); ++m_col) {
+      const SourceList& list = lists.of_column[m_col];
+      if (list.sources.empty()) continue;
+      visit(BloomBlock{.m_row = m_row, .m_col = static_cast<int>(m_col), .echo = e}, list);
     }
   }
 }
@@ -308,20 +314,24 @@ void MarkEcho(LidarEcho& echo, const SourceList& list, const BloomSuppressCalib&
   trace.MarkResult(nullptr);
 }
 
-// False when no source lies at the echo's range; `sum` is then 0.
+// False when no source lies at the echo's range; `sum` is then 0. A function of its own, so that
+// the total stays in a register: among all the pass's values it is kept in memory, at three times
+// the cost.
 template <class Trace>
-bool SumSpilledPower(int row, int col, const LidarEcho& echo, const SourceList& list,
-                     float dist_gate, float& sum, const Trace& trace) {
+[[gnu::noinline]] bool SumSpilledPower(int row, int col, const LidarEcho& echo,
+                                       const SourceList& list, float dist_gate, float& sum,
+                                       const Trace& trace) {
   bool counted = false;
-  sum = 0.0F;
+  float total = 0.0F;
   for (const BloomSource& source : list.sources) {
     if (!IsAtRangeOf(source, echo, dist_gate)) continue;
     const float psf_w = source.weights->at[std::abs(source.row - row)][std::abs(source.col - col)];
     const float contribution = psf_w * source.power;
-    sum += contribution;
+    total += contribution;
     counted = true;
-    trace.FilterSource(echo, source, psf_w, contribution, sum);
+    trace.FilterSource(echo, source, psf_w, contribution, total);
   }
+  sum = total;
   return counted;
 }
 
@@ -456,7 +466,7 @@ void SuppressRow(LidarFrame& frame, int m_row, const BloomSuppressCalib& calib, 
   if (source_rows == 0 || frame.echo_num < 1) return;
   const int echo_count = std::min(frame.echo_num, kEchoSlots);
   const SpillWeights weights(calib);
-  const std::vector<SourceList> lists =
+  const SourceLists lists =
       GatherSources(GatherGrid(frame, m_row, calib.source_min_dist_m, source_rows),
                     frame.width / kBlockSide, weights);
   const Pass<Traces> pass{frame, calib, traces};

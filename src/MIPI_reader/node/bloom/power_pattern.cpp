@@ -63,20 +63,28 @@ Center CenterOf(const LidarFrame& frame, int row, int col, int echo) noexcept {
   return {r, c, point.echoes[echo].dist_raw};
 }
 
-// Calls take(row, col, echo record) for the samples of the window in scan order.
-template <class Take>
-void VisitSamples(const LidarFrame& frame, const Center& center, int echo, float dist_gate,
-                  const Take& take) {
+// The samples of the window around `center`, in scan order. Calls tell(row, col, echo record,
+// expected) for each. A function of its own, so that the sums stay in registers.
+template <class Tell>
+[[gnu::noinline]] PatternSums SumSamples(
+    const LidarFrame& frame, const Center& center, int echo,
+    const float (&power_template)[kTemplateSide][kTemplateSide], float dist_gate,
+    const Tell& tell) {
+  PatternSums sums;
   const int end_row = std::min(center.row + kReach + 1, frame.height);
   const int end_col = std::min(center.col + kReach + 1, frame.width);
   for (int r = std::max(center.row - kReach, 0); r < end_row; ++r) {
-    const std::vector<LidarPoint>& points = frame.points[static_cast<std::size_t>(r)];
+    const LidarPoint* points = frame.points[static_cast<std::size_t>(r)].data();
     for (int c = std::max(center.col - kReach, 0); c < end_col; ++c) {
-      const LidarEcho& at = points[static_cast<std::size_t>(c)].echoes[echo];
+      const LidarEcho& at = points[c].echoes[echo];
       if (!IsReturn(at.dist_raw) || !std::isfinite(at.power)) continue;
-      if (std::fabs(at.dist_raw - center.dist) < dist_gate) take(r, c, at);
+      if (!(std::fabs(at.dist_raw - center.dist) < dist_gate)) continue;
+      const float expected = power_template[r % kTemplateSide][c % kTemplateSide];
+      sums.Add(at.power, expected);
+      tell(r, c, at, expected);
     }
   }
+  return sums;
 }
 
 Correlation Correlate(const PatternSums& sums) noexcept {
@@ -130,12 +138,13 @@ float MatchPowerPattern(const LidarFrame& frame, int row, int col, int echo,
     }
     return kNoScore;
   }
-  PatternSums sums;
-  VisitSamples(frame, center, echo, calib.dist_gate_m, [&](int r, int c, const LidarEcho& at) {
-    const float expected = power_template[r % kTemplateSide][c % kTemplateSide];
-    sums.Add(at.power, expected);
-    if (debug) PrintSample(r, c, echo, at, expected);
-  });
+  const auto sum = [&](const auto& tell) {
+    return SumSamples(frame, center, echo, power_template, calib.dist_gate_m, tell);
+  };
+  const auto print = [echo](int r, int c, const LidarEcho& at, float expected) {
+    PrintSample(r, c, echo, at, expected);
+  };
+  const PatternSums sums = debug ? sum(print) : sum([](auto&&...) {});
   if (sums.n < calib.min_n) {
     if (debug) {
       std::cout << "[BloomDebug][pattern] skip=sample_not_enough"
