@@ -28,7 +28,8 @@ bool ObjectToken(int fd, std::uint64_t& token) {
 // In /dev/shm only its owner and root may remove an object.
 void PrintForeignOwner(const std::string& name) {
   struct stat status {};
-  if (lstat(("/dev/shm" + name).c_str(), &status) != 0 || status.st_uid == geteuid()) return;
+  if (lstat(ShmRegion::ObjectFile(name).c_str(), &status) != 0 || status.st_uid == geteuid())
+    return;
   std::cerr << "ShmRegion::Open name=" << name << " belongs to user " << status.st_uid
             << ": only that user or root can remove it" << std::endl;
 }

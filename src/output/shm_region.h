@@ -21,6 +21,8 @@ class ShmRegion {
 
   // A null or empty name gives the default name; a leading "/" is put in front where it is missing.
   static std::string NormalizeName(const char* name);
+  // The file in which Linux shows the object of a normalized name.
+  static std::string ObjectFile(const std::string& name) { return "/dev/shm" + name; }
 
   // read_only: attaches to an existing object, lowering the size to the object's. Otherwise makes
   // the object, after unlinking an old one when `recreate`, and claims all of its memory. Takes

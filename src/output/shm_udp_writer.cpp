@@ -34,6 +34,10 @@ bool SameRing(const HeaderShape& a, const HeaderShape& b) noexcept {
   return a.slots == b.slots && a.stride == b.stride && a.max_payload == b.max_payload;
 }
 
+bool IsSameObject(const struct stat& a, const struct stat& b) noexcept {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 // Marks the slot as being written, then empties it. A reader that saw an emptied word also sees the
 // mark when it looks again.
 void ClearSlot(std::uint8_t* slot) noexcept {
@@ -73,7 +77,8 @@ void ShmUdpInitRing(std::uint8_t* data, std::uint32_t size) {
   }
 }
 
-ShmUdpWriter::ShmUdpWriter(const char* name, std::uint32_t size) : ShmRegion(name, size) {}
+ShmUdpWriter::ShmUdpWriter(const char* name, std::uint32_t size)
+    : ShmRegion(name, size), file_(ObjectFile(name_)) {}
 
 bool ShmUdpWriter::Open() {
   Close();  // or the own lock would be taken for another writer's
@@ -105,19 +110,22 @@ void ShmUdpWriter::Close() {
   ShmRegion::Close();
 }
 
-// Where the name of the object behind `fd` leads now.
-ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const std::string& name, int fd) noexcept {
-  struct stat own {};
-  if (fstat(fd, &own) != 0) return NameState::kOurs;  // nothing is known
-  const int named = shm_open(name.c_str(), O_RDONLY | O_NONBLOCK, 0);
+// Where the name leads now.
+ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const struct stat* own) const noexcept {
+  if (own == nullptr) return NameState::kOurs;
+  // Nearly always so. Opening the object takes longer.
+  struct stat now {};
+  if (lstat(file_.c_str(), &now) == 0 && IsSameObject(now, *own)) {
+    return NameState::kOurs;
+  }
+  const int named = shm_open(name_.c_str(), O_RDONLY | O_NONBLOCK, 0);
   if (named < 0) {
     // A symbolic link or a socket has the name.
     if (errno == ELOOP || errno == ENXIO) return NameState::kReplaced;
-    return own.st_nlink == 0 || errno == ENOENT ? NameState::kGone : NameState::kOurs;
+    return own->st_nlink == 0 || errno == ENOENT ? NameState::kGone : NameState::kOurs;
   }
-  struct stat now {};
   NameState state = NameState::kOurs;
-  if (fstat(named, &now) == 0 && (now.st_dev != own.st_dev || now.st_ino != own.st_ino)) {
+  if (fstat(named, &now) == 0 && !IsSameObject(now, *own)) {
     state = WriterLives(named) ? NameState::kTakenOver : NameState::kReplaced;
   }
   close(named);
@@ -126,7 +134,9 @@ ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const std::string& name, int fd
 
 void ShmUdpWriter::Tend() {
   if (!wanted_) return;
-  const NameState name_state = IsOpened() ? LookAtName(name_, fd_) : NameState::kGone;
+  struct stat status {};
+  const struct stat* own = IsOpened() && fstat(fd_, &status) == 0 ? &status : nullptr;
+  const NameState name_state = IsOpened() ? LookAtName(own) : NameState::kGone;
   if (name_state == NameState::kTakenOver) {
     if (!taken_over_) {
       std::cerr << "[WARN] ring " << name_
@@ -137,7 +147,7 @@ void ShmUdpWriter::Tend() {
     taken_over_ = true;
     return;
   }
-  const char* const loss = FindLoss(name_state);
+  const char* const loss = FindLoss(name_state, own);
   if (loss == nullptr) {
     TendHeader();
     TellRefusal();
@@ -151,10 +161,9 @@ void ShmUdpWriter::Tend() {
 }
 
 // Why readers cannot see what is written; null while they can.
-const char* ShmUdpWriter::FindLoss(NameState name_state) const {
+const char* ShmUdpWriter::FindLoss(NameState name_state, const struct stat* own) const {
   if (!IsOpened()) return "it could not be made";
-  struct stat status {};
-  if (PagesLost() || (fstat(fd_, &status) == 0 && status.st_size < off_t{size_})) {
+  if (PagesLost() || (own != nullptr && own->st_size < off_t{size_})) {
     return "its object was made shorter";
   }
   if (name_state == NameState::kGone) return "its object was removed";

@@ -1,8 +1,11 @@
 // The lossy ring of point packets in shared memory: one writer that never waits.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <cstdint>
+#include <string>
 
 #include "output/shm_layout.h"
 #include "output/shm_region.h"
@@ -48,13 +51,15 @@ class ShmUdpWriter : public ShmRegion {
   // Where the ring's name leads.
   enum class NameState : std::uint8_t { kOurs, kGone, kReplaced, kTakenOver };
 
-  static NameState LookAtName(const std::string& name, int fd) noexcept;
+  // `own`: of the object that is written; null when nothing is known.
+  NameState LookAtName(const struct stat* own) const noexcept;
   bool MakeRing();
   bool LosePacket();
-  const char* FindLoss(NameState name_state) const;
+  const char* FindLoss(NameState name_state, const struct stat* own) const;
   void TendHeader();
   void TellRefusal();
 
+  const std::string file_;   // shows the object
   bool wanted_ = false;      // between Open and Close
   bool taken_over_ = false;  // another writer has the name, and that was reported
   bool rebuild_ = false;     // by the next WriteOne

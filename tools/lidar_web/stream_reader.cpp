@@ -25,7 +25,7 @@ StreamReader::~StreamReader() {
 bool StreamReader::Open(const StreamSource& source, std::string& error) {
   stream_ = std::make_unique<FrameStream>(source.shm_name);
   if (source.udp_port == 0) {
-    ring_path_ = "/dev/shm" + ShmRegion::NormalizeName(source.shm_name.c_str());
+    ring_path_ = ShmRegion::ObjectFile(ShmRegion::NormalizeName(source.shm_name.c_str()));
     stream_->SurviveShortening();
   } else if (!stream_->OpenUdp(static_cast<std::uint16_t>(source.udp_port),
                                source.multicast_group)) {

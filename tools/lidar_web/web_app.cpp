@@ -67,7 +67,8 @@ void MakeGreeting(const WebOptions& options, ServerState& state) {
 void MakeWatches(const WebOptions& options, ServerState& state) {
   const bool by_ring = options.source.udp_port == 0;
   const std::string ring =
-      by_ring ? "/dev/shm" + ShmRegion::NormalizeName(options.source.shm_name.c_str()) : "";
+      by_ring ? ShmRegion::ObjectFile(ShmRegion::NormalizeName(options.source.shm_name.c_str()))
+              : "";
   state.host = std::make_unique<HostWatch>(kNodeProcess, ring,
                                            static_cast<std::uint16_t>(options.node_port));
   if (!options.node_log.empty()) state.node_log = std::make_unique<NodeLog>(options.node_log);
