@@ -22,6 +22,7 @@ CogwFilter::CogwFilter(std::vector<float> low, std::vector<float> gate, std::vec
       throw std::runtime_error("Invalid cogw filter data: missing curve at peak=" +
                                std::to_string(i));
     }
+    limits_.push_back({cogw_low_curve[i], cogw_gate_curve[i], cogw_high_curve[i]});
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "MIPI_reader/parser/cogw_filter.h"
 #include "MIPI_reader/parser/lidar_point.h"
 
 namespace kerul::lidar {
@@ -16,10 +17,8 @@ struct EchoSettings {
   bool clip_side_peaks = false;       // cut all peaks but the highest
   bool keep_bins = false;             // keep the raw samples in `bins`
   std::uint16_t cogw_high_mode = 2;   // 1 always computes the high width, 2 above the gate curve
-  // Pulse-width curves, 641 entries each by normalised peak; all three null without a filter.
-  const float* cogw_low_curve = nullptr;
-  const float* cogw_gate_curve = nullptr;
-  const float* cogw_high_curve = nullptr;
+  // Pulse-width curves, 641 entries by normalised peak; null without a filter.
+  const CogwLimits* cogw_limits = nullptr;
 };
 
 // Fills the echo record of slot `echo` (0 or 1) and writes nothing else.

@@ -36,6 +36,7 @@ struct EchoLanes {
   Int cogw_flag;
   Float peak, peak_ratio, noise, baseline, change_noise_noise_append;
   Int highRefl, detect_pass;  // masks
+  Float sums[kSums];          // the three-bin sums that they come from
 };
 
 template <int W>
@@ -54,23 +55,23 @@ struct EchoKernel {
     Float low, gate, high;
   };
 
-  static void Compute(const EchoSettings& settings, float shot_ratio, WindowLanes<W>& window,
-                      EchoLanes<W>& echo) noexcept {
-    AdaptBaseline(settings, shot_ratio, window, echo);
-    if (settings.clip_side_peaks && V::Any(window.is_first_slot)) {
-      // No level stands above the windows of the second slot: nothing of them is cut.
-      const Float level = (3.0F * V::Sqrt(echo.baseline) + echo.baseline) / 3.0F;
-      ClipSidePeaks(window.samples,
-                    V::Select(window.is_first_slot, level, V::Splat(__builtin_inff())));
+  // The windows of `count` groups of W lanes. Each step takes all groups before the next one
+  // begins: the processor then works on one group while it waits for another.
+  static void Compute(const EchoSettings& settings, float shot_ratio, int count,
+                      WindowLanes<W>* windows, EchoLanes<W>* echoes) noexcept {
+    for (int i = 0; i < count; ++i) AdaptBaseline(settings, shot_ratio, windows[i], echoes[i]);
+    if (settings.clip_side_peaks) {
+      for (int i = 0; i < count; ++i) ClipSidePeaks(echoes[i].baseline, windows[i]);
     }
-    Float sums[kSums];
-    SumThreeBins(window.samples, echo.baseline, sums);
-
-    echo.peak = echo.baseline + sums[kCentre];
-    const Int goes_on = ComparePeak(window.detect_threshold, echo);
-    echo.dist_raw = echo.cogh = echo.cogw = echo.cogw_high = echo.waveform_rms_ratio = Float{};
-    echo.cogw_flag = Int{};
-    if (V::Any(goes_on)) MeasurePulse(settings, shot_ratio, window.first_bin, sums, goes_on, echo);
+    for (int i = 0; i < count; ++i) SumThreeBins(windows[i].samples, echoes[i]);
+    for (int i = 0; i < count; ++i) {
+      EchoLanes<W>& echo = echoes[i];
+      echo.peak = echo.baseline + echo.sums[kCentre];
+      const Int goes_on = ComparePeak(windows[i].detect_threshold, echo);
+      echo.dist_raw = echo.cogh = echo.cogw = echo.cogw_high = echo.waveform_rms_ratio = Float{};
+      echo.cogw_flag = Int{};
+      if (V::Any(goes_on)) MeasurePulse(settings, shot_ratio, windows[i].first_bin, goes_on, echo);
+    }
   }
 
   // From peak and baseline to the ratio. Gives the lanes that are an echo or a near miss.
@@ -128,7 +129,13 @@ struct EchoKernel {
 
   // The samples above the level as 17 bits of each lane; the run of ones that holds the maximum
   // stays, all others are cut. A maximum that is not above the level leaves no ones at all.
-  static void ClipSidePeaks(Float* w, Float level) noexcept {
+  static void ClipSidePeaks(Float baseline, WindowLanes<W>& window) noexcept {
+    if (!V::Any(window.is_first_slot)) return;
+    // No level stands above the windows of the second slot: nothing of them is cut.
+    const Float level =
+        V::Select(window.is_first_slot, (3.0F * V::Sqrt(baseline) + baseline) / 3.0F,
+                  V::Splat(__builtin_inff()));
+    Float* w = window.samples;
     Int above{};
     for (int i = 0; i < kWindowSamples; ++i) above |= (w[i] > level) & V::SplatInt(1 << i);
     const Int best = BitOfFirstMaximum(w);
@@ -145,9 +152,12 @@ struct EchoKernel {
     }
   }
 
-  static void SumThreeBins(const Float* w, Float baseline, Float* sums) noexcept {
+  static void SumThreeBins(const Float* w, EchoLanes<W>& echo) noexcept {
     // A difference is above 0 where the sum is above the baseline, and only there.
-    const auto above_baseline = [baseline](Float sum) { return V::Max(sum - baseline, Float{}); };
+    Float* sums = echo.sums;
+    const auto above_baseline = [baseline = echo.baseline](Float sum) {
+      return V::Max(sum - baseline, Float{});
+    };
     sums[0] = sums[kSums - 1] = Float{};
     Float sum = w[0] + w[1] + w[2];
     sums[1] = above_baseline(sum);
@@ -168,7 +178,7 @@ struct EchoKernel {
   // Clamped before the conversion, NaN and infinity to 0. Rounds by the fraction: adding a half
   // would round up the number just below a half.
   static CurvePoints ReadCurves(const EchoSettings& settings, Float normalised_peak) noexcept {
-    if (settings.cogw_low_curve == nullptr) return {Float{}, Float{}, Float{}};
+    if (settings.cogw_limits == nullptr) return {Float{}, Float{}, Float{}};
     constexpr auto kLast = static_cast<float>(kCogwCurveEntries - 1);
     Float inside = V::Select(normalised_peak > 0.0F, normalised_peak, Float{});
     inside = V::Select(inside > kLast, V::Splat(kLast), inside);
@@ -176,8 +186,12 @@ struct EchoKernel {
     // A true comparison is -1.
     const Int rounded = whole - ((inside - V::ToFloat(whole)) >= 0.5F);
     const Int index = IsFinite(normalised_peak) & rounded;
-    return {V::Gather(settings.cogw_low_curve, index), V::Gather(settings.cogw_gate_curve, index),
-            V::Gather(settings.cogw_high_curve, index)};
+    std::int32_t offsets[W];
+    V::Store(offsets, index * std::int32_t{sizeof(CogwLimits)});
+    Int limits[4];
+    LoadWords<W>(reinterpret_cast<const std::uint8_t*>(settings.cogw_limits), offsets, limits);
+    return {__builtin_bit_cast(Float, limits[0]), __builtin_bit_cast(Float, limits[1]),
+            __builtin_bit_cast(Float, limits[2])};
   }
 
   // From the ends of the window to the centre; the last sum not above the threshold is the edge.
@@ -264,13 +278,13 @@ struct EchoKernel {
 
   static Int WantsHighWidth(const EchoSettings& settings, Float gate, Float cogw) noexcept {
     if (settings.cogw_high_mode == 1) return ~Int{};
-    if (settings.cogw_high_mode != 2 || settings.cogw_gate_curve == nullptr) return Int{};
+    if (settings.cogw_high_mode != 2 || settings.cogw_limits == nullptr) return Int{};
     return cogw > gate + kCurveTolerance;
   }
 
   static Edges MeasureWidths(const EchoSettings& settings, const Float* sums,
                              const CurvePoints& curve, Int goes_on, EchoLanes<W>& echo) noexcept {
-    const Int has_filter = settings.cogw_low_curve != nullptr ? ~Int{} : Int{};
+    const Int has_filter = settings.cogw_limits != nullptr ? ~Int{} : Int{};
     const Float centre = sums[kCentre];
     const Float noise_level = 3.0F * V::Sqrt(echo.baseline);
     const auto threshold = [noise_level](Float level) {
@@ -312,7 +326,8 @@ struct EchoKernel {
 
   // The lanes that do not go on keep zeros, and their peak and baseline are not divided.
   static void MeasurePulse(const EchoSettings& settings, float shot_ratio, Float first_bin,
-                           const Float* sums, Int goes_on, EchoLanes<W>& echo) noexcept {
+                           Int goes_on, EchoLanes<W>& echo) noexcept {
+    const Float* sums = echo.sums;
     const Float normalised_peak = echo.peak / shot_ratio;
     const CurvePoints curve = ReadCurves(settings, normalised_peak);
     echo.waveform_rms_ratio = V::Select(goes_on, RootMeanSquare(sums) / echo.peak, Float{});
@@ -321,7 +336,7 @@ struct EchoKernel {
 
     echo.cogh = centroid.height / shot_ratio;
     echo.dist_raw = (centroid.centre + first_bin) * kMetresPerBin;
-    if (settings.cogw_low_curve != nullptr) CorrectWidePulse(sums, curve.high, first_bin, echo);
+    if (settings.cogw_limits != nullptr) CorrectWidePulse(sums, curve.high, first_bin, echo);
     echo.peak = V::Select(goes_on, normalised_peak, echo.peak);
     echo.baseline = V::Select(goes_on, echo.baseline / shot_ratio, echo.baseline);
     echo.cogh = V::Select(goes_on, echo.cogh, Float{});

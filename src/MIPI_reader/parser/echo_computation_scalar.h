@@ -100,7 +100,7 @@ inline float RootMeanSquare(const Sums& sums) noexcept {
 
 // Rounds half away from zero into the curve's range. NaN and infinity count as below every index.
 inline CurvePoint ReadCurves(const EchoSettings& settings, float normalised_peak) noexcept {
-  if (settings.cogw_low_curve == nullptr) return {};
+  if (settings.cogw_limits == nullptr) return {};
   int index = 0;
   if (std::isfinite(normalised_peak)) {
     const float inside =
@@ -109,9 +109,9 @@ inline CurvePoint ReadCurves(const EchoSettings& settings, float normalised_peak
     index = inside - static_cast<float>(whole) >= 0.5F ? whole + 1 : whole;
   }
   return {.index = index,
-          .low = settings.cogw_low_curve[index],
-          .gate = settings.cogw_gate_curve[index],
-          .high = settings.cogw_high_curve[index]};
+          .low = settings.cogw_limits[index].low,
+          .gate = settings.cogw_limits[index].gate,
+          .high = settings.cogw_limits[index].high};
 }
 
 // Position between sums `lower` and `lower + 1` at which the line through them meets the threshold.
@@ -194,7 +194,7 @@ inline bool WantsHighWidth(const EchoSettings& settings, const CurvePoint& curve
                            float cogw) noexcept {
   if (settings.cogw_high_mode == 1) return true;
   // A NaN width is not above anything.
-  return settings.cogw_high_mode == 2 && settings.cogw_gate_curve != nullptr &&
+  return settings.cogw_high_mode == 2 && settings.cogw_limits != nullptr &&
          cogw > curve.gate + kCurveTolerance;
 }
 
@@ -203,7 +203,7 @@ inline bool WantsHighWidth(const EchoSettings& settings, const CurvePoint& curve
 template <typename Tell>
 Edges MeasureWidths(const EchoSettings& settings, const Sums& sums, const CurvePoint& curve,
                     LidarEcho& echo, Tell& tell) noexcept {
-  const bool has_filter = settings.cogw_low_curve != nullptr;
+  const bool has_filter = settings.cogw_limits != nullptr;
   const float centre = sums[kCentre];
   const float noise_level = 3.0F * std::sqrt(echo.baseline);
   // std::max gives its first operand when that is NaN: a negative baseline has no edge above it.
@@ -215,7 +215,7 @@ Edges MeasureWidths(const EchoSettings& settings, const Sums& sums, const CurveP
       {.noise_level = noise_level, .share = centre / 5.0F, .width = echo.cogw, .curve = curve});
   tell.HighWidthWish({.mode = settings.cogw_high_mode,
                       .width = echo.cogw,
-                      .has_gate = settings.cogw_gate_curve != nullptr,
+                      .has_gate = settings.cogw_limits != nullptr,
                       .gate = curve.gate});
   if (!WantsHighWidth(settings, curve, echo.cogw)) return edges;
 
@@ -310,7 +310,7 @@ void ComputeEcho(const EchoSettings& settings, const std::uint16_t* samples, Lid
   const auto first_bin = static_cast<float>(e.peak_addr & 0xFFF);
   e.dist_raw = (centroid.centre + first_bin) * kMetresPerBin;
   tell.RawRange({.centroid = centroid, .first_bin = first_bin, .range = e.dist_raw});
-  if (settings.cogw_low_curve != nullptr) CorrectWidePulse(sums, curve.high, first_bin, e, tell);
+  if (settings.cogw_limits != nullptr) CorrectWidePulse(sums, curve.high, first_bin, e, tell);
 }
 
 }  // namespace kerul::lidar

@@ -40,11 +40,7 @@ EchoSettings SettingsOf(const LidarParserQDV11& parser) noexcept {
                         .clip_side_peaks = parser.clip_side_peaks,
                         .keep_bins = parser.keep_bins,
                         .cogw_high_mode = parser.cogw_high_mode};
-  if (parser.cogw_filter) {
-    settings.cogw_low_curve = parser.cogw_filter->cogw_low_curve.data();
-    settings.cogw_gate_curve = parser.cogw_filter->cogw_gate_curve.data();
-    settings.cogw_high_curve = parser.cogw_filter->cogw_high_curve.data();
-  }
+  if (parser.cogw_filter) settings.cogw_limits = parser.cogw_filter->Limits();
   return settings;
 }
 

@@ -32,13 +32,15 @@ struct PacketKernel {
     }
     std::int32_t offsets[kMostWindows];
     const int first_slots = ListWindows(planes, offsets);
-    int next = 0;
-    for (; planes.window_count - next > kFewWindows; next += W) {
-      DecodeWindows(context, blocks, peak_addr, offsets, first_slots, next, planes);
+    echo_computation::WindowLanes<W> windows[kMostGroups];
+    echo_computation::EchoLanes<W> echoes[kMostGroups];
+    int groups = 0;
+    for (int first = 0; first < planes.window_count; first += W) {
+      TakeWindows(blocks, peak_addr, offsets, first_slots, first, planes, windows[groups++]);
     }
-    for (; next < planes.window_count; ++next) {
-      DecodeWindow(context, blocks, peak_addr, next, planes);
-    }
+    echo_computation::EchoKernel<W>::Compute(context.settings, context.shot_ratio, groups, windows,
+                                             echoes);
+    for (int i = 0; i < groups; ++i) StoreEchoes(echoes[i], i * W, planes);
     return PixelId(blocks + (kPixels - 1) * raw_packet::kBlockBytes);
   }
 
@@ -58,8 +60,7 @@ struct PacketKernel {
   static constexpr int kPixels = raw_packet::kBlocks;
   static constexpr int kSlotStep = PacketPlanes::kPixels;
   static constexpr int kMostWindows = PacketPlanes::kWindows;
-  // Up to this many windows left over are faster one by one.
-  static constexpr int kFewWindows = 1;
+  static constexpr int kMostGroups = (kEchoSlots * kPixels + W - 1) / W;
   // The first window starts with the even sample of a pair of samples, the second one with the odd
   // sample; both are taken from the pair's first byte.
   static constexpr int kWindowByte[kEchoSlots] = {15, 42};
@@ -176,27 +177,30 @@ struct PacketKernel {
     return first_slots;
   }
 
-  // Decodes the W windows from `first` on. Idle lanes repeat the first one.
-  static void DecodeWindows(const PacketContext& context, const std::uint8_t* blocks,
-                            const std::int32_t* peak_addr, std::int32_t* offsets, int first_slots,
-                            int first, PacketPlanes& planes) noexcept {
+  // The W windows from `first` on. Idle lanes repeat the first one.
+  static void TakeWindows(const std::uint8_t* blocks, const std::int32_t* peak_addr,
+                          std::int32_t* offsets, int first_slots, int first, PacketPlanes& planes,
+                          echo_computation::WindowLanes<W>& in) noexcept {
     for (int i = planes.window_count; i < first + W; ++i) {
       planes.window[i] = planes.window[first];
       offsets[i] = offsets[first];
     }
-    echo_computation::WindowLanes<W> in;
     in.is_first_slot = Iota() < first_slots - first;
     ReadSamples(blocks, offsets + first, in);
     const Int window = V::Load(planes.window + first);
     const Int pixel = window & (kSlotStep - 1);
     const Int first_bin = V::Select(in.is_first_slot, V::Pick(peak_addr, pixel),
                                     V::Pick(peak_addr + kSlotStep, pixel));
+    V::Store(planes.peak_addr + first, first_bin);
     in.first_bin = V::ToFloat(first_bin);
     in.noise = V::Pick(planes.noise, pixel);
     in.baseline = V::Pick(planes.baseline, pixel);
     in.detect_threshold = V::Pick(planes.detect_threshold, pixel);
-    echo_computation::EchoLanes<W> echo;
-    echo_computation::EchoKernel<W>::Compute(context.settings, context.shot_ratio, in, echo);
+  }
+
+  // All but the bin of the window's beginning, which stands there already.
+  static void StoreEchoes(const echo_computation::EchoLanes<W>& echo, int first,
+                          PacketPlanes& planes) noexcept {
     V::Store(planes.dist_raw + first, echo.dist_raw);
     V::Store(planes.refl_raw + first, Float{});
     V::Store(planes.cogh + first, echo.cogh);
@@ -206,7 +210,6 @@ struct PacketKernel {
     V::Store(planes.cogw_flag + first, echo.cogw_flag);
     V::Store(planes.peak + first, echo.peak);
     V::Store(planes.peak_ratio + first, echo.peak_ratio);
-    V::Store(planes.peak_addr + first, first_bin);
     V::Store(planes.power + first, Float{});
     V::Store(planes.window_noise + first, echo.noise);
     V::Store(planes.window_baseline + first, echo.baseline);
@@ -214,25 +217,6 @@ struct PacketKernel {
     V::Store(planes.highRefl + first, echo.highRefl);
     V::Store(planes.afterPulse + first, Int{});
     V::Store(planes.detect_pass + first, echo.detect_pass);
-  }
-
-  // The scalar form for entry `i` of the list.
-  static void DecodeWindow(const PacketContext& context, const std::uint8_t* blocks,
-                           const std::int32_t* peak_addr, int i, PacketPlanes& planes) noexcept {
-    const int slot = planes.window[i] / kSlotStep;
-    const int pixel = planes.window[i] % kSlotStep;
-    static constexpr LidarPoint kFresh{};
-    LidarPoint point = kFresh;
-    point.shot_ratio = context.shot_ratio;
-    point.detect_threshold = planes.detect_threshold[pixel];
-    LidarEcho& echo = point.echoes[slot];
-    echo.peak_addr = peak_addr[planes.window[i]];
-    echo.noise = planes.noise[pixel];
-    echo.baseline = planes.baseline[pixel];
-    std::uint16_t samples[kWindowSamples];
-    UnpackWindow(blocks + pixel * raw_packet::kBlockBytes + kWindowByte[slot], slot, samples);
-    ComputeEcho(context.settings, samples, point, slot);
-    TakeEcho(echo, i, planes);
   }
 
   // Also of windows without a pulse.
@@ -248,16 +232,6 @@ struct PacketKernel {
         __builtin_memcpy(&points[pixel].echoes[slot].bins, window,
                          sizeof(points[pixel].echoes[slot].bins));
       }
-    }
-  }
-
-  // The 17 samples of a window of slot 0 or 1, from the first byte of their pairs.
-  static void UnpackWindow(const std::uint8_t* pair, int slot, std::uint16_t* samples) noexcept {
-    for (int i = 0; i < kWindowSamples; ++i) {
-      const bool is_even = (slot + i) % 2 == 0;
-      samples[i] = static_cast<std::uint16_t>(is_even ? pair[0] * 16 + (pair[2] & 0xF)
-                                                      : pair[1] * 16 + (pair[2] >> 4));
-      pair += is_even ? 0 : 3;
     }
   }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace kerul::lidar {
 namespace {
@@ -27,6 +28,24 @@ TEST(CogwFilter, KeepsItsThreeCurves) {
   EXPECT_EQ(filter.cogw_low_curve[0], 1.0F);
   EXPECT_EQ(filter.cogw_gate_curve[640], 2.0F);
   EXPECT_EQ(filter.cogw_high_curve[640], 3.0F);
+}
+
+TEST(CogwFilter, LimitsHoldTheCurvesSideBySide) {
+  std::vector<float> low(641);
+  std::vector<float> gate(641);
+  std::vector<float> high(641);
+  for (int i = 0; i < 641; ++i) {
+    const auto k = static_cast<std::size_t>(i);
+    low[k] = static_cast<float>(i);
+    gate[k] = static_cast<float>(1000 + i);
+    high[k] = static_cast<float>(2000 + i);
+  }
+  const CogwFilter filter(low, gate, high);
+  for (const int i : {0, 1, 320, 640}) {
+    EXPECT_EQ(filter.Limits()[i].low, static_cast<float>(i));
+    EXPECT_EQ(filter.Limits()[i].gate, static_cast<float>(1000 + i));
+    EXPECT_EQ(filter.Limits()[i].high, static_cast<float>(2000 + i));
+  }
 }
 
 TEST(CogwFilter, RefusesAnyCurveOfAnotherLength) {

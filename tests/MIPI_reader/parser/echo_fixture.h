@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <vector>
 
 #include "MIPI_reader/parser/echo_computation.h"
@@ -44,7 +45,7 @@ struct Curves {
 struct EchoInputs {
   EchoSettings settings;
   LidarPoint point;
-  Curves used;
+  std::unique_ptr<CogwFilter> used;
 
   EchoInputs() {
     settings.baseline_rise_gate = 1e9F;  // no baseline adaptation unless a test asks for it
@@ -61,10 +62,8 @@ struct EchoInputs {
   }
 
   void UseCurves(const Curves& curves) {
-    used = curves;
-    settings.cogw_low_curve = used.low.data();
-    settings.cogw_gate_curve = used.gate.data();
-    settings.cogw_high_curve = used.high.data();
+    used = std::make_unique<CogwFilter>(curves.low, curves.gate, curves.high);
+    settings.cogw_limits = used->Limits();
   }
 
   // A power of two, so that a number of shots gives any baseline exactly.

@@ -150,12 +150,17 @@ class PacketLanes : public FormsTest {
     if (random.OneIn(2)) parser.baseline_rise_gate = wild();
     if (random.OneIn(2)) parser.baseline_rise_limit = wild();
     if (!parser.cogw_filter) return;
-    for (int i = 0; i < 641; ++i) {
-      const auto k = static_cast<std::size_t>(i);
-      if (random.OneIn(3)) parser.cogw_filter->cogw_low_curve[k] = wild();
-      if (random.OneIn(3)) parser.cogw_filter->cogw_gate_curve[k] = wild();
-      if (random.OneIn(3)) parser.cogw_filter->cogw_high_curve[k] = wild();
+    std::array<std::vector<float>, 3> curves = {parser.cogw_filter->cogw_low_curve,
+                                                parser.cogw_filter->cogw_gate_curve,
+                                                parser.cogw_filter->cogw_high_curve};
+    for (std::vector<float>& curve : curves) {
+      for (float& width : curve) {
+        const float other = wild();
+        // A filter takes no NaN.
+        if (random.OneIn(3) && !std::isnan(other)) width = other;
+      }
     }
+    parser.cogw_filter = std::make_shared<CogwFilter>(curves[0], curves[1], curves[2]);
   }
 
   int Parse(const UdpPacket& packet, std::vector<LidarPoint>& points, int echo_count) {
@@ -213,11 +218,10 @@ TEST_P(PacketLanes, ASlotThatNoResetTouchesKeepsItsEarlierFields) {
 // neighbours on both sides; the low curve's flag shows which entry was read.
 TEST_P(PacketLanes, CurveEntriesAreRoundedHalfAwayFromZero) {
   LidarPoint::echo_num = 2;
-  parser.cogw_filter = std::make_shared<CogwFilter>(
-      std::vector<float>(641), std::vector<float>(641), std::vector<float>(641));
-  for (std::size_t i = 0; i < 641; ++i) {
-    parser.cogw_filter->cogw_low_curve[i] = i % 2 == 0 ? 100.0F : 0.0F;
-  }
+  std::vector<float> low(641);
+  for (std::size_t i = 0; i < 641; i += 2) low[i] = 100.0F;
+  parser.cogw_filter =
+      std::make_shared<CogwFilter>(low, std::vector<float>(641), std::vector<float>(641));
   parser.cogw_high_mode = 0;
   parser.baseline_samples = 4;  // all zeros: no adaptation
   parser.detect_threshold_bins = {1, 1};
