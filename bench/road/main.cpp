@@ -14,11 +14,11 @@ using namespace kerul::lidar::bench;
 using kerul::lidar::ForceInstructionSet;
 
 // For a profiler: the node and nothing else.
-void Profile(int frame_count) {
-  std::vector<FramePackets> street = MakeFrames("street", 4);
+void Profile(const std::string& scene, int frame_count) {
+  std::vector<FramePackets> frames = MakeFrames(scene, 4);
   BothRoads roads;
   for (int i = 0; i < frame_count; ++i) {
-    roads.node().Run(roads.Stamp(street[static_cast<std::size_t>(i) % street.size()]));
+    roads.node().Run(roads.Stamp(frames[static_cast<std::size_t>(i) % frames.size()]));
   }
 }
 
@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
     const Options options = ParseOptions({argv + 1, argv + argc});
     ForceInstructionSet(options.instruction_sets.back());
     if (options.profile_frames > 0) {
-      Profile(options.profile_frames);
+      Profile(options.profile_scene, options.profile_frames);
     } else {
       RunAll(options);
     }

@@ -9,7 +9,7 @@ namespace {
 constexpr const char* kUsage =
     "usage: kerul_road [--quick] [--road-only] [--rounds N]\n"
     "                  [--instructions scalar|plain|avx2|avx512]\n"
-    "       kerul_road --profile FRAMES [--instructions SET]";
+    "       kerul_road --profile FRAMES [--scene SCENE] [--instructions SET]";
 
 constexpr InstructionSet kAllSets[] = {InstructionSet::kScalar, InstructionSet::kPlain,
                                        InstructionSet::kAvx2, InstructionSet::kAvx512};
@@ -61,6 +61,8 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
       options.rounds = PositiveNumber(argument, arguments[++i]);
     } else if (argument == "--profile" && has_value) {
       options.profile_frames = PositiveNumber(argument, arguments[++i]);
+    } else if (argument == "--scene" && has_value) {
+      options.profile_scene = arguments[++i];
     } else if (argument == "--instructions" && has_value) {
       options.instruction_sets = {SetNamed(arguments[++i])};
     } else {

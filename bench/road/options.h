@@ -13,7 +13,8 @@ struct Options {
   int side_rounds = 11;  // of everything else
   double live_seconds = 5.0;
   bool road_only = false;
-  int profile_frames = 0;  // above 0: only run the node over so many frames
+  int profile_frames = 0;                // above 0: only run the node over so many frames
+  std::string profile_scene = "street";  // as MakeFrames takes it
   // Those to measure, the narrowest first; measurements that are not made for each set use the
   // last. All that the processor has, or the one that was asked for.
   std::vector<InstructionSet> instruction_sets;
