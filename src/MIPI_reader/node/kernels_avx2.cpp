@@ -1,4 +1,5 @@
 // The kernels of calibration and row passes for AVX2.
+#include "MIPI_reader/node/bloom/bloom_row_sums_lanes.h"
 #include "MIPI_reader/node/ground/ground_rows_lanes.h"
 #include "MIPI_reader/node/neighbours/neighbour_validation_lanes.h"
 #include "MIPI_reader/node/point_calibration/packet_calibration_lanes.h"
@@ -7,6 +8,11 @@ namespace kerul::lidar {
 
 void CalibratePlanesAvx2(const CalibrationTables& tables, PacketPlanes& planes) noexcept {
   CalibrationKernel<8>::Run(tables, planes);
+  LeaveWideVectors();
+}
+
+void bloom::SumRowAvx2(const RowJob& job, RowSums& sums) noexcept {
+  RowSumsKernel<8>::Sum(job, sums);
   LeaveWideVectors();
 }
 

@@ -76,7 +76,7 @@ class EchoFormsTest : public FormsTest, protected EchoInputs {
   EchoFormsTest() { LidarPoint::echo_num = 2; }
   ~EchoFormsTest() override { LidarPoint::echo_num = 1; }
 
-  // All nine pixels have this window: enough for lanes, and for one window after them.
+  // All nine pixels have this window: enough for whole vectors and a part of one.
   const LidarEcho& Compute(const Samples& samples, int slot = 0) {
     LidarEcho& echo = point.echoes[slot];
     BlockSamples block = EmptyPixel(0);

@@ -10,20 +10,16 @@
 #include <span>
 #include <vector>
 
+#include "MIPI_reader/node/bloom/bloom_block_rows.h"
 #include "MIPI_reader/node/bloom/bloom_gains.h"
+#include "MIPI_reader/node/bloom/bloom_spill.h"
 #include "MIPI_reader/node/bloom/bloom_suppression.h"
 #include "MIPI_reader/node/bloom/bloom_trace.h"
 #include "MIPI_reader/node/bloom/power_pattern.h"
 
 namespace kerul::lidar::bloom {
 
-inline constexpr int kBlockSide = 6;
 static_assert(kBloomRowsSeen == 3 * kBlockSide);
-inline constexpr float kMinEnergyGate = 0.6F;
-inline constexpr float kMaxEnergyGate = 1.4F;
-// An echo left with less than this share of its power, or this reflectivity, is erased.
-inline constexpr float kMinPowerRatio = 0.05F;
-inline constexpr float kMinReflectivity = 1.0F;
 
 // The sources that one block sees, in scan order.
 struct SourceList {
@@ -32,15 +28,9 @@ struct SourceList {
   float farthest = std::numeric_limits<float>::lowest();  // largest
 };
 
-inline bool IsReturn(float dist) noexcept { return std::isfinite(dist) && dist != 0.0F; }
-
 inline bool IsUsableSource(const LidarEcho& echo, float min_dist) noexcept {
   if (!echo.highRefl || !IsReturn(echo.dist_raw)) return false;
   return !(min_dist > 0.0F) || echo.dist_raw > min_dist;
-}
-
-inline bool IsCandidate(const LidarEcho& echo, float threshold) noexcept {
-  return !echo.highRefl && echo.cogh < threshold && IsReturn(echo.dist_raw);
 }
 
 // In metres. Both ranges are returns: sources and candidates have been tested for it.
@@ -133,9 +123,9 @@ struct SpillWeights {
     for (int rows = 0; rows < kBloomReach; ++rows) {
       for (int cols = 0; cols < kBloomReach; ++cols) {
         const PsfPlace& place = places.at[rows][cols];
-        same_block.at[rows][cols] = PsfWeight(calib.psf_same_block, place);
-        adjacent_block.at[rows][cols] = PsfWeight(calib.psf_adjacent_block, place);
-        diagonal_block.at[rows][cols] = PsfWeight(calib.psf_diagonal_block, place);
+        Set(same_block, rows, cols, PsfWeight(calib.psf_same_block, place));
+        Set(adjacent_block, rows, cols, PsfWeight(calib.psf_adjacent_block, place));
+        Set(diagonal_block, rows, cols, PsfWeight(calib.psf_diagonal_block, place));
       }
     }
   }
@@ -144,6 +134,11 @@ struct SpillWeights {
     const int distance = std::abs(rows) + std::abs(cols);
     if (distance == 0) return same_block;
     return distance == 1 ? adjacent_block : diagonal_block;
+  }
+
+ private:
+  static void Set(BloomWeights& weights, int rows, int cols, float weight) noexcept {
+    weights.at[rows][kBloomReach - 1 - cols] = weights.at[rows][kBloomReach - 1 + cols] = weight;
   }
 };
 
@@ -264,6 +259,8 @@ struct Pass {
   LidarFrame& frame;
   const BloomSuppressCalib& calib;
   const Traces& traces;
+  RowSumsForm sum_rows;  // null: each echo on its own
+  BlockTemplate pattern;
 };
 
 // Calls visit(row, col, echo record, trace) for the block's 36 pixels in scan order.
@@ -325,7 +322,8 @@ template <class Trace>
   float total = 0.0F;
   for (const BloomSource& source : list.sources) {
     if (!IsAtRangeOf(source, echo, dist_gate)) continue;
-    const float psf_w = source.weights->at[std::abs(source.row - row)][std::abs(source.col - col)];
+    const float psf_w =
+        source.weights->at[std::abs(source.row - row)][col - source.col + kBloomReach - 1];
     const float contribution = psf_w * source.power;
     total += contribution;
     counted = true;
@@ -333,46 +331,6 @@ template <class Trace>
   }
   sum = total;
   return counted;
-}
-
-// A score that is negative or NaN is none.
-inline float EnergyGate(float score, const BloomSuppressCalib& calib) noexcept {
-  if (!(score >= 0.0F)) return 1.0F;
-  return std::clamp(score * calib.pattern_gain + calib.pattern_offset, kMinEnergyGate,
-                    kMaxEnergyGate);
-}
-
-inline void CompleteSpill(const BloomSuppressCalib& calib, const BloomBlockGains& gains,
-                          BloomSpill& spill) noexcept {
-  spill.gate_energy = EnergyGate(spill.pattern_score, calib);
-  spill.filterpower_psf = spill.psf_sum * calib.psf_coeff;
-  spill.final_filterpower =
-      spill.gate_energy * spill.filterpower_psf * gains.dist_std * gains.edge_neighbor;
-}
-
-inline void Erase(LidarEcho& echo) noexcept {
-  echo.dist_proc = 0.0F;
-  echo.refl_proc = 0.0F;
-}
-
-inline BloomOutcome TakeOffSpill(LidarEcho& echo, float final_filterpower) noexcept {
-  BloomOutcome outcome;
-  outcome.pr = echo.power - final_filterpower;
-  // Negated so that a NaN erases.
-  if (!(outcome.pr > 0.0F) || !(echo.power > 0.0F)) {
-    Erase(echo);
-    return outcome;
-  }
-  // A negative spill, from the tails of the tables, makes the ratio exceed 1. Deliberate.
-  outcome.ratio = outcome.pr / echo.power;
-  outcome.action = BloomAction::kScaleRefl;
-  echo.refl_proc *= outcome.ratio;
-  outcome.refl = echo.refl_proc;
-  if (echo.refl_proc < kMinReflectivity || outcome.ratio <= kMinPowerRatio) {
-    outcome.action = BloomAction::kZeroByRatioOrRefl;
-    Erase(echo);
-  }
-  return outcome;
 }
 
 template <class Traces>
@@ -451,6 +409,11 @@ void FilterBlock(const Pass<Traces>& pass, const BloomBlock& block, const Source
   if (!heard && !HasMark(pass.frame, block)) return;
   const BloomBlockGains gains =
       ComputeGains(pass, block, pass.traces.PrintsOf(block), pass.traces.place, scratch);
+  if (!heard && pass.sum_rows != nullptr) {
+    FilterBlockByRows(pass.frame, block, {pass.calib, sources.sources, gains, pass.pattern},
+                      pass.sum_rows);
+    return;
+  }
   if (heard) pass.traces.Gains(block, gains);
   VisitBlock(pass, block, [&](int row, int col, LidarEcho& echo, const auto& trace) {
     FilterEcho(pass, {row, col, block, sources, gains}, echo, trace);
@@ -459,7 +422,8 @@ void FilterBlock(const Pass<Traces>& pass, const BloomBlock& block, const Source
 
 template <class Traces>
 void SuppressRow(LidarFrame& frame, int m_row, const BloomSuppressCalib& calib, bool filter_enable,
-                 std::uint32_t possible_rows, const Traces& traces) {
+                 std::uint32_t possible_rows, const Traces& traces,
+                 RowSumsForm sum_rows = nullptr) {
   if (!calib.enable || !RowLiesInFrame(frame, m_row)) return;
   const std::uint32_t source_rows =
       FindSourceRows(frame, m_row, possible_rows, calib.source_min_dist_m);
@@ -469,7 +433,7 @@ void SuppressRow(LidarFrame& frame, int m_row, const BloomSuppressCalib& calib, 
   const SourceLists lists =
       GatherSources(GatherGrid(frame, m_row, calib.source_min_dist_m, source_rows),
                     frame.width / kBlockSide, weights);
-  const Pass<Traces> pass{frame, calib, traces};
+  const Pass<Traces> pass{frame, calib, traces, sum_rows, BlockTemplate(calib.power_template)};
 
   VisitBlocksWithSources(
       m_row, echo_count, lists, [&](const BloomBlock& block, const SourceList& sources) {

@@ -20,9 +20,10 @@ struct BloomTrace {
 // Rows or columns between an echo and a source of the blocks around it: 0 .. kBloomReach - 1.
 inline constexpr int kBloomReach = 12;
 
-// The PSF by the rows and columns between echo and source.
+// The PSF by the rows between echo and source, and by the columns from source to echo, counted from
+// 1 - kBloomReach on. Lanes that no echo uses read up to two columns more, zeros.
 struct BloomWeights {
-  float at[kBloomReach][kBloomReach];
+  float at[kBloomReach][2 * kBloomReach + 1] = {};
 };
 
 // A usable source as the blocks around it see it. The weights depend on the block that looks.

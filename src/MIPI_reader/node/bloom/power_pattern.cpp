@@ -9,25 +9,7 @@ namespace kerul::lidar {
 namespace {
 
 constexpr float kNoScore = -1.0F;
-constexpr int kReach = 2;  // the window is 5 x 5
-
-struct PatternSums {
-  int n = 0;
-  float s = 0.0F;
-  float t = 0.0F;
-  float ss = 0.0F;
-  float tt = 0.0F;
-  float st = 0.0F;
-
-  void Add(float power, float expected) noexcept {
-    ++n;
-    s += power;
-    t += expected;
-    ss += power * power;
-    tt += expected * expected;
-    st += power * expected;
-  }
-};
+constexpr int kReach = kPatternReach;
 
 // Sums of squares about the mean, not divided by n. One pass: rounding may make a variance
 // negative, which counts as 0, and so does a NaN.
@@ -117,6 +99,11 @@ void PrintScore(int n, const Correlation& c) {
 }
 
 }  // namespace
+
+float ScoreOf(const PatternSums& sums, int min_n) noexcept {
+  if (sums.n < min_n) return kNoScore;
+  return Correlate(sums).score;
+}
 
 float MatchPowerPattern(const LidarFrame& frame, int row, int col, int echo,
                         const float (&power_template)[kTemplateSide][kTemplateSide],

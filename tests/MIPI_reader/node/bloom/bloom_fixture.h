@@ -5,13 +5,14 @@
 
 #include "MIPI_reader/node/bloom/bloom_suppression.h"
 #include "bloom_frame.h"
+#include "support/kernel_forms.h"
 
 namespace kerul::lidar {
 
 inline const BloomTrace kNoTrace;
 
-// Three by three blocks; the tests look at the middle one, rows and columns 6 to 11.
-class BloomFixture : public ::testing::Test {
+// In each form. Three by three blocks; the tests look at the middle one, rows and columns 6 to 11.
+class BloomFixture : public FormsTest {
  protected:
   void Run(bool filter_enable = true, int m_row = 1) {
     SuppressBlooming(frame_, m_row, calib_, filter_enable, kNoTrace);

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <limits>
+#include <random>
+#include <vector>
 
 #include "MIPI_reader/parser/lidar_point.h"
 #include "config/bloom_suppress_calib.h"
@@ -52,6 +55,37 @@ inline LidarEcho& PutSource(LidarFrame& frame, int row, int col, float dist, flo
   LidarEcho& echo = PutEcho(frame, row, col, dist, power);
   echo.highRefl = true;
   return echo;
+}
+
+// Any content at all: no access is out of bounds, and the trace's printing changes nothing.
+inline float RandomValue(std::mt19937& random) {
+  static constexpr float kOdd[] = {0.0F,
+                                   -0.0F,
+                                   std::numeric_limits<float>::quiet_NaN(),
+                                   std::numeric_limits<float>::infinity(),
+                                   -std::numeric_limits<float>::infinity(),
+                                   -3.0F,
+                                   3e38F,
+                                   -3e38F,
+                                   1e-40F};
+  if (random() % 8 == 0) return kOdd[random() % std::size(kOdd)];
+  return static_cast<float>(random() % 40) * 0.25F;
+}
+
+inline void FillAtRandom(LidarFrame& frame, std::mt19937& random) {
+  for (std::vector<LidarPoint>& row : frame.points) {
+    for (LidarPoint& point : row) {
+      for (LidarEcho& echo : point.echoes) {
+        echo.dist_raw = RandomValue(random);
+        echo.dist_proc = RandomValue(random);
+        echo.refl_proc = RandomValue(random);
+        echo.cogh = RandomValue(random);
+        echo.power = RandomValue(random);
+        echo.highRefl = random() % 6 == 0;
+        echo.highReflBlooming = random() % 6 == 0;
+      }
+    }
+  }
 }
 
 }  // namespace kerul::lidar::bloom_test

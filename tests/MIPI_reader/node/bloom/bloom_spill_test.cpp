@@ -14,7 +14,7 @@ constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 class BloomSpilledPower : public BloomFixture {};
 
-TEST_F(BloomSpilledPower, AnEchoWithoutPowerIsErasedHoweverSmallTheSpill) {
+TEST_P(BloomSpilledPower, AnEchoWithoutPowerIsErasedHoweverSmallTheSpill) {
   PutSource(frame_, 8, 8, 10.0F, 1e-30F);
   PutEcho(frame_, 9, 9, 10.0F, 0.0F);
   PutEcho(frame_, 9, 10, 10.0F, kNan);
@@ -27,14 +27,14 @@ TEST_F(BloomSpilledPower, AnEchoWithoutPowerIsErasedHoweverSmallTheSpill) {
   }
 }
 
-TEST_F(BloomSpilledPower, AnEchoWithoutPowerIsErasedEvenIfTheSpillIsNegative) {
+TEST_P(BloomSpilledPower, AnEchoWithoutPowerIsErasedEvenIfTheSpillIsNegative) {
   PutSource(frame_, 8, 8, 10.0F, -40.0F);
   PutEcho(frame_, 9, 9, 10.0F, 0.0F);
   Run();
   EXPECT_EQ(Echo(9, 9).dist_proc, 0.0F);
 }
 
-TEST_F(BloomSpilledPower, ASpillAsLargeAsThePowerErases) {
+TEST_P(BloomSpilledPower, ASpillAsLargeAsThePowerErases) {
   PutSource(frame_, 8, 8, 10.0F, 40.0F);
   PutEcho(frame_, 9, 9, 10.0F, 20.0F);
   Run();
@@ -42,7 +42,7 @@ TEST_F(BloomSpilledPower, ASpillAsLargeAsThePowerErases) {
   EXPECT_EQ(Echo(9, 9).refl_proc, 0.0F);
 }
 
-TEST_F(BloomSpilledPower, AReflectivityThatFallsBelowOneErases) {
+TEST_P(BloomSpilledPower, AReflectivityThatFallsBelowOneErases) {
   PutSource(frame_, 8, 8, 10.0F, 40.0F);
   PutEcho(frame_, 9, 9, 10.0F, 40.0F).refl_proc = 1.9375F;  // halved
   PutEcho(frame_, 9, 10, 10.0F, 40.0F).refl_proc = 2.0F;
@@ -53,7 +53,7 @@ TEST_F(BloomSpilledPower, AReflectivityThatFallsBelowOneErases) {
   EXPECT_EQ(Echo(9, 10).refl_proc, 1.0F);
 }
 
-TEST_F(BloomSpilledPower, ATwentiethOfThePowerLeftErases) {
+TEST_P(BloomSpilledPower, ATwentiethOfThePowerLeftErases) {
   PutSource(frame_, 8, 8, 10.0F, 38.0F);
   PutEcho(frame_, 9, 9, 10.0F, 20.0F).refl_proc = 200.0F;    // 1 of 20 left
   PutEcho(frame_, 9, 10, 10.0F, 20.25F).refl_proc = 200.0F;  // 1.25 of 20.25 left
@@ -64,7 +64,7 @@ TEST_F(BloomSpilledPower, ATwentiethOfThePowerLeftErases) {
   EXPECT_EQ(Echo(9, 10).refl_proc, 200.0F * (1.25F / 20.25F));
 }
 
-TEST_F(BloomSpilledPower, ANegativeTableTailMakesTheReflectivityGrow) {
+TEST_P(BloomSpilledPower, ANegativeTableTailMakesTheReflectivityGrow) {
   calib_.psf_same_block[2] = -0.5F;
   PutSource(frame_, 8, 8, 10.0F, 40.0F);
   PutEcho(frame_, 8, 9, 10.0F, 80.0F);  // one pixel apart: entry 2
@@ -72,7 +72,7 @@ TEST_F(BloomSpilledPower, ANegativeTableTailMakesTheReflectivityGrow) {
   EXPECT_EQ(Echo(8, 9).refl_proc, 50.0F);
 }
 
-TEST_F(BloomSpilledPower, TheTableFollowsFromTheBlockOfTheSource) {
+TEST_P(BloomSpilledPower, TheTableFollowsFromTheBlockOfTheSource) {
   struct Case {
     int row, col;
     float left;  // reflectivity left of 40 after a spill of weight * 40 from 80
@@ -90,7 +90,7 @@ TEST_F(BloomSpilledPower, TheTableFollowsFromTheBlockOfTheSource) {
   }
 }
 
-TEST_F(BloomSpilledPower, TheWeightIsInterpolatedBetweenTableEntries) {
+TEST_P(BloomSpilledPower, TheWeightIsInterpolatedBetweenTableEntries) {
   for (int i = 0; i < kPsfEntries; ++i)
     calib_.psf_same_block[i] = static_cast<float>(i * i) / 64.0F;
   PutSource(frame_, 8, 8, 10.0F, 1.0F);
@@ -108,7 +108,7 @@ TEST_F(BloomSpilledPower, TheWeightIsInterpolatedBetweenTableEntries) {
             left((1.0F - (far - 8.0F)) * 1.0F + (far - 8.0F) * (81.0F / 64.0F)));
 }
 
-TEST_F(BloomSpilledPower, BeyondFifteenAndAHalfPixelsTheLastEntryCounts) {
+TEST_P(BloomSpilledPower, BeyondFifteenAndAHalfPixelsTheLastEntryCounts) {
   for (int i = 0; i < kPsfEntries - 1; ++i) calib_.psf_diagonal_block[i] = 1000.0F;
   calib_.psf_diagonal_block[kPsfEntries - 1] = 0.5F;
   PutSource(frame_, 17, 17, 10.0F, 40.0F);
@@ -117,7 +117,7 @@ TEST_F(BloomSpilledPower, BeyondFifteenAndAHalfPixelsTheLastEntryCounts) {
   EXPECT_EQ(Echo(6, 6).refl_proc, 30.0F);
 }
 
-TEST_F(BloomSpilledPower, OnlySourcesAtTheEchosRangeAddUp) {
+TEST_P(BloomSpilledPower, OnlySourcesAtTheEchosRangeAddUp) {
   PutSource(frame_, 8, 8, 10.0F, 16.0F);
   PutSource(frame_, 8, 9, 20.0F, 16.0F);
   PutSource(frame_, 5, 8, 10.125F, 32.0F);
@@ -129,7 +129,7 @@ TEST_F(BloomSpilledPower, OnlySourcesAtTheEchosRangeAddUp) {
   EXPECT_EQ(Echo(9, 9).refl_proc, 40.0F * (68.0F / 80.0F));
 }
 
-TEST_F(BloomSpilledPower, TheSpreadGainOfTheBlockScalesTheSpill) {
+TEST_P(BloomSpilledPower, TheSpreadGainOfTheBlockScalesTheSpill) {
   calib_.dist_pattern_enabled = true;
   PutSource(frame_, 8, 8, 10.0F, 40.0F);
   PutEcho(frame_, 9, 9, 10.0F, 80.0F);
@@ -138,7 +138,7 @@ TEST_F(BloomSpilledPower, TheSpreadGainOfTheBlockScalesTheSpill) {
   EXPECT_EQ(Echo(9, 9).refl_proc, 25.0F);
 }
 
-TEST_F(BloomSpilledPower, TheEdgeGainOfTheBlockScalesTheSpill) {
+TEST_P(BloomSpilledPower, TheEdgeGainOfTheBlockScalesTheSpill) {
   calib_.dist_neighbor_enabled = true;
   PutSource(frame_, 8, 8, 10.0F, 40.0F);
   PutEcho(frame_, 9, 11, 10.0F, 80.0F);
@@ -148,7 +148,7 @@ TEST_F(BloomSpilledPower, TheEdgeGainOfTheBlockScalesTheSpill) {
   EXPECT_EQ(Echo(9, 11).refl_proc, 40.0F * ((80.0F - spill) / 80.0F));
 }
 
-TEST_F(BloomSpilledPower, MarksOfTheWholeRowStandBeforeTheFirstGainIsComputed) {
+TEST_P(BloomSpilledPower, MarksOfTheWholeRowStandBeforeTheFirstGainIsComputed) {
   calib_.dist_neighbor_enabled = true;
   PutSource(frame_, 8, 8, 10.0F, 40.0F);
   PutEcho(frame_, 9, 11, 10.0F, 80.0F);
@@ -173,19 +173,19 @@ class BloomEnergyGate : public BloomFixture {
   static constexpr float kPowers[5] = {60.0F, 100.0F, 80.0F, 100.0F, 60.0F};
 };
 
-TEST_F(BloomEnergyGate, TheBestScoreGivesTheSmallestGate) {
+TEST_P(BloomEnergyGate, TheBestScoreGivesTheSmallestGate) {
   for (int i = 0; i < 5; ++i) calib_.power_template[3][(7 + i) % 6] = kPowers[i];
   Run();
   EXPECT_EQ(Echo(9, 9).refl_proc, Left(0.6F));
 }
 
-TEST_F(BloomEnergyGate, TheWorstScoreGivesTheLargestGate) {
+TEST_P(BloomEnergyGate, TheWorstScoreGivesTheLargestGate) {
   for (int i = 0; i < 5; ++i) calib_.power_template[3][(7 + i) % 6] = -kPowers[i];
   Run();
   EXPECT_EQ(Echo(9, 9).refl_proc, Left(1.4F));
 }
 
-TEST_F(BloomEnergyGate, AScoreBetweenGivesTheLinearGate) {
+TEST_P(BloomEnergyGate, AScoreBetweenGivesTheLinearGate) {
   // No correlation: the score is a half, the line gives 0.75 * 0.5 + 0.5.
   calib_.power_template[3][1] = 1.0F;
   calib_.power_template[3][5] = -1.0F;
@@ -195,11 +195,14 @@ TEST_F(BloomEnergyGate, AScoreBetweenGivesTheLinearGate) {
   EXPECT_EQ(Echo(9, 9).refl_proc, Left(0.875F));
 }
 
-TEST_F(BloomEnergyGate, WithoutAScoreTheGateIsOne) {
+TEST_P(BloomEnergyGate, WithoutAScoreTheGateIsOne) {
   calib_.min_n = 6;
   Run();
   EXPECT_EQ(Echo(9, 9).refl_proc, Left(1.0F));
 }
+
+RUN_IN_EVERY_FORM(BloomSpilledPower);
+RUN_IN_EVERY_FORM(BloomEnergyGate);
 
 }  // namespace
 }  // namespace kerul::lidar
