@@ -25,7 +25,7 @@ bool WriterLives(int fd) noexcept;
 // The same for the named object, with its leading "/". False when it is missing or not readable.
 bool RingWriterLives(const std::string& object_name) noexcept;
 
-// Long enough for a writer that looks once a frame.
+// Long enough for a writer that looks after a frame, though not more than four times in this time.
 inline constexpr auto kRefusalShows = std::chrono::milliseconds(1000);
 
 // Shows the writer of the named object for `shows` that this process was refused. Waits so long.

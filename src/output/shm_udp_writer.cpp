@@ -34,8 +34,10 @@ bool SameRing(const HeaderShape& a, const HeaderShape& b) noexcept {
   return a.slots == b.slots && a.stride == b.stride && a.max_payload == b.max_payload;
 }
 
-bool IsSameObject(const struct stat& a, const struct stat& b) noexcept {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+// -1 when it is not known.
+off_t SizeOf(int fd) noexcept {
+  struct stat status {};
+  return fstat(fd, &status) == 0 ? status.st_size : -1;
 }
 
 // Marks the slot as being written, then empties it. A reader that saw an emptied word also sees the
@@ -95,6 +97,11 @@ bool ShmUdpWriter::MakeRing() {
   rebuild_ = false;
   if (!ShmRegion::Open(false, true)) return false;
   LockAsWriter(fd_);
+  struct stat own {};
+  if (fstat(fd_, &own) == 0) {
+    own_device_ = own.st_dev;
+    own_inode_ = own.st_ino;
+  }
   Guard();
   ShmUdpInitRing(data_, size_);
   seq_ = 0;
@@ -110,22 +117,24 @@ void ShmUdpWriter::Close() {
   ShmRegion::Close();
 }
 
-// Where the name leads now.
-ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const struct stat* own) const noexcept {
-  if (own == nullptr) return NameState::kOurs;
-  // Nearly always so. Opening the object takes longer.
-  struct stat now {};
-  if (lstat(file_.c_str(), &now) == 0 && IsSameObject(now, *own)) {
-    return NameState::kOurs;
-  }
+bool ShmUdpWriter::IsOwn(const struct stat& object) const noexcept {
+  return object.st_dev == own_device_ && object.st_ino == own_inode_;
+}
+
+// Where the name leads when it does not show the own object.
+ShmUdpWriter::NameState ShmUdpWriter::LookAtName() const noexcept {
+  struct stat own {};
+  if (!IsOpened()) return NameState::kGone;
+  if (fstat(fd_, &own) != 0) return NameState::kOurs;  // nothing is known
   const int named = shm_open(name_.c_str(), O_RDONLY | O_NONBLOCK, 0);
   if (named < 0) {
     // A symbolic link or a socket has the name.
     if (errno == ELOOP || errno == ENXIO) return NameState::kReplaced;
-    return own->st_nlink == 0 || errno == ENOENT ? NameState::kGone : NameState::kOurs;
+    return own.st_nlink == 0 || errno == ENOENT ? NameState::kGone : NameState::kOurs;
   }
+  struct stat now {};
   NameState state = NameState::kOurs;
-  if (fstat(named, &now) == 0 && !IsSameObject(now, *own)) {
+  if (fstat(named, &now) == 0 && !IsOwn(now)) {
     state = WriterLives(named) ? NameState::kTakenOver : NameState::kReplaced;
   }
   close(named);
@@ -134,9 +143,10 @@ ShmUdpWriter::NameState ShmUdpWriter::LookAtName(const struct stat* own) const n
 
 void ShmUdpWriter::Tend() {
   if (!wanted_) return;
-  struct stat status {};
-  const struct stat* own = IsOpened() && fstat(fd_, &status) == 0 ? &status : nullptr;
-  const NameState name_state = IsOpened() ? LookAtName(own) : NameState::kGone;
+  // One call of the system tells nearly always that all is well.
+  struct stat named {};
+  const bool shown = IsOpened() && lstat(file_.c_str(), &named) == 0 && IsOwn(named);
+  const NameState name_state = shown ? NameState::kOurs : LookAtName();
   if (name_state == NameState::kTakenOver) {
     if (!taken_over_) {
       std::cerr << "[WARN] ring " << name_
@@ -147,7 +157,7 @@ void ShmUdpWriter::Tend() {
     taken_over_ = true;
     return;
   }
-  const char* const loss = FindLoss(name_state, own);
+  const char* const loss = FindLoss(name_state, shown ? named.st_size : SizeOf(fd_));
   if (loss == nullptr) {
     TendHeader();
     TellRefusal();
@@ -161,9 +171,9 @@ void ShmUdpWriter::Tend() {
 }
 
 // Why readers cannot see what is written; null while they can.
-const char* ShmUdpWriter::FindLoss(NameState name_state, const struct stat* own) const {
+const char* ShmUdpWriter::FindLoss(NameState name_state, off_t object_size) const {
   if (!IsOpened()) return "it could not be made";
-  if (PagesLost() || (own != nullptr && own->st_size < off_t{size_})) {
+  if (PagesLost() || (object_size >= 0 && object_size < off_t{size_})) {
     return "its object was made shorter";
   }
   if (name_state == NameState::kGone) return "its object was removed";
@@ -172,6 +182,9 @@ const char* ShmUdpWriter::FindLoss(NameState name_state, const struct stat* own)
 }
 
 void ShmUdpWriter::TellRefusal() {
+  const Clock::time_point now = Clock::now();
+  if (now < next_refusal_look_) return;
+  next_refusal_look_ = now + kRefusalShows / 4;
   const pid_t refused = RefusedProcess(fd_);
   if (refused == refused_) return;
   refused_ = refused;

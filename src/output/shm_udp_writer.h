@@ -51,15 +51,18 @@ class ShmUdpWriter : public ShmRegion {
   // Where the ring's name leads.
   enum class NameState : std::uint8_t { kOurs, kGone, kReplaced, kTakenOver };
 
-  // `own`: of the object that is written; null when nothing is known.
-  NameState LookAtName(const struct stat* own) const noexcept;
+  bool IsOwn(const struct stat& object) const noexcept;
+  NameState LookAtName() const noexcept;
   bool MakeRing();
   bool LosePacket();
-  const char* FindLoss(NameState name_state, const struct stat* own) const;
+  // object_size: -1 when it is not known.
+  const char* FindLoss(NameState name_state, off_t object_size) const;
   void TendHeader();
   void TellRefusal();
 
-  const std::string file_;   // shows the object
+  const std::string file_;  // shows the object
+  dev_t own_device_ = 0;    // of the object that is written
+  ino_t own_inode_ = 0;
   bool wanted_ = false;      // between Open and Close
   bool taken_over_ = false;  // another writer has the name, and that was reported
   bool rebuild_ = false;     // by the next WriteOne
@@ -68,6 +71,7 @@ class ShmUdpWriter : public ShmRegion {
   std::uint64_t repairs_told_ = 0;
   Clock::time_point next_making_{};
   Clock::time_point next_telling_{};
+  Clock::time_point next_refusal_look_{};
   std::uint32_t seq_ = 0;
   std::uint64_t written_ = 0;
   std::uint64_t write_errors_ = 0;

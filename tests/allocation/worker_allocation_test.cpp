@@ -136,12 +136,11 @@ TEST_F(WorkerAllocation, ARowWithBrightSourcesAddsTheListsOfTheBloomPass) {
   EXPECT_GT(most, 2) << "no row met a bright source";
 }
 
-TEST_F(WorkerAllocation, ClosingAFrameAllocatesOneBitVectorAndKeepsTheProgressTables) {
+TEST_F(WorkerAllocation, ClosingAFrameAllocatesNothing) {
   const std::vector<long> counts = CountThirdFrame("empty");
   ASSERT_EQ(counts.size(), kPackets);
-  // The last packet runs two rows, with two bit vectors each, and closes the frame: one bit vector
-  // that the table of each miniflash row is set from, in its own memory.
-  EXPECT_EQ(counts.back(), 2 * 2 + 1);
+  // The last packet runs two rows, with two bit vectors each, and closes the frame.
+  EXPECT_EQ(counts.back(), 2 * 2);
 }
 
 }  // namespace

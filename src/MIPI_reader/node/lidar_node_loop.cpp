@@ -238,7 +238,9 @@ void LidarNode::ResetFrame(int frame_id) {
 
 void LidarNode::ResetMrowProgress() {
   const auto rows = static_cast<std::size_t>(miniflash_rows_);
-  mrow_packet_seen_.assign(rows,
-                           std::vector<bool>(static_cast<std::size_t>(packets_per_mrow_), false));
+  mrow_packet_seen_.resize(rows);
+  for (std::vector<bool>& seen : mrow_packet_seen_) {
+    seen.assign(static_cast<std::size_t>(packets_per_mrow_), false);
+  }
   mrow_packet_count_.assign(rows, 0);
 }
