@@ -25,8 +25,9 @@ bool WriterLives(int fd) noexcept;
 // The same for the named object, with its leading "/". False when it is missing or not readable.
 bool RingWriterLives(const std::string& object_name) noexcept;
 
-// Long enough for a writer that looks after a frame, though not more than four times in this time.
+// Long enough for a writer that looks once a frame, and at most every kRefusalLookPause.
 inline constexpr auto kRefusalShows = std::chrono::milliseconds(1000);
+inline constexpr auto kRefusalLookPause = std::chrono::milliseconds(250);
 
 // Shows the writer of the named object for `shows` that this process was refused. Waits so long.
 void ShowRefusal(const std::string& object_name, std::chrono::milliseconds shows = kRefusalShows);

@@ -134,7 +134,7 @@ ShmUdpWriter::NameState ShmUdpWriter::LookAtName() const noexcept {
   }
   struct stat now {};
   NameState state = NameState::kOurs;
-  if (fstat(named, &now) == 0 && !IsOwn(now)) {
+  if (fstat(named, &now) == 0 && (now.st_dev != own.st_dev || now.st_ino != own.st_ino)) {
     state = WriterLives(named) ? NameState::kTakenOver : NameState::kReplaced;
   }
   close(named);
@@ -184,7 +184,7 @@ const char* ShmUdpWriter::FindLoss(NameState name_state, off_t object_size) cons
 void ShmUdpWriter::TellRefusal() {
   const Clock::time_point now = Clock::now();
   if (now < next_refusal_look_) return;
-  next_refusal_look_ = now + kRefusalShows / 4;
+  next_refusal_look_ = now + kRefusalLookPause;
   const pid_t refused = RefusedProcess(fd_);
   if (refused == refused_) return;
   refused_ = refused;

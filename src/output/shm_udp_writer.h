@@ -37,7 +37,8 @@ class ShmUdpWriter : public ShmRegion {
   //   name taken over by a living writer          reported once; this ring goes on without the name
   //   header overwritten by another sound shape   the next WriteOne rebuilds the ring; repairs are
   //                                               reported, at most once a second
-  // Also reports a process that was refused as a second writer, once each.
+  // Also reports a process that was refused as a second writer, once each, looked for four times a
+  // second at most.
   // Some system calls, no allocation while all is well.
   void Tend();
 

@@ -139,6 +139,8 @@ TEST_F(RingUpkeep, BothWritersTellATakeoverAndTheFirstLeavesTheNameToTheSecond) 
   EXPECT_TRUE(NameIsOurs()) << "the one that is left serves the readers again";
 }
 
+void WaitUntilTheWriterLooksAgain() { std::this_thread::sleep_for(kRefusalLookPause * 1.1); }
+
 // In a process of its own, as the lock that shows it belongs to its process.
 pid_t StartRefusal(const std::string& name) {
   const pid_t child = fork();
@@ -156,10 +158,12 @@ TEST_F(RingUpkeep, ARefusedSecondWriterIsToldOnceWithItsNumber) {
     while (told.empty() && waitpid(refused, nullptr, WNOHANG) == 0) told = Tend();
     EXPECT_EQ(told, "[WARN] ring " + name_.str() + ": another process (" + std::to_string(refused) +
                         ") was to write it as well and was refused\n");
+    WaitUntilTheWriterLooksAgain();
     EXPECT_EQ(Tend(), "") << "while it still shows itself";
     EXPECT_TRUE(RingWriterLives(name_.str())) << "it takes nothing of the writer's own lock";
     kill(refused, SIGKILL);
     waitpid(refused, nullptr, 0);
+    WaitUntilTheWriterLooksAgain();
     EXPECT_EQ(Tend(), "");
   }
 }

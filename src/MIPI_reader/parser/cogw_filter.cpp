@@ -16,6 +16,7 @@ CogwFilter::CogwFilter(std::vector<float> low, std::vector<float> gate, std::vec
       cogw_high_curve.size() != kEntries) {
     throw std::runtime_error("Invalid cogw filter data (expect peak range 0..640)");
   }
+  limits_.reserve(kEntries);
   for (std::size_t i = 0; i < kEntries; ++i) {
     if (std::isnan(cogw_low_curve[i]) || std::isnan(cogw_gate_curve[i]) ||
         std::isnan(cogw_high_curve[i])) {

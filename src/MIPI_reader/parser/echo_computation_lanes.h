@@ -36,7 +36,7 @@ struct EchoLanes {
   Int cogw_flag;
   Float peak, peak_ratio, noise, baseline, change_noise_noise_append;
   Int highRefl, detect_pass;  // masks
-  Float sums[kSums];          // the three-bin sums that they come from
+  Float sums[kSums];          // not of the record: the three-bin sums, from step to step
 };
 
 template <int W>

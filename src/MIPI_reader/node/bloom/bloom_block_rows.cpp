@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "MIPI_reader/node/bloom/bloom_echo.h"
 #include "MIPI_reader/node/bloom/bloom_spill.h"
 #include "MIPI_reader/node/bloom/power_pattern.h"
 

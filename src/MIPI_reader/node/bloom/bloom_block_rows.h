@@ -1,4 +1,4 @@
-// The bloom filter over a block whose echoes nobody hears of, row by row.
+// The bloom filter over a block none of whose echoes is traced, row by row.
 #pragma once
 
 #include <span>
@@ -18,7 +18,8 @@ struct BlockSources {
   const BlockTemplate& pattern;
 };
 
-// As the filter of single echoes. The block lies in the frame. `sum_rows`: the form to use.
+// Leaves every echo as FilterEcho (bloom_suppression_scalar.h) does, bit for bit. The block lies in
+// the frame. `sum_rows`: the form to use.
 void FilterBlockByRows(LidarFrame& frame, const BloomBlock& block, const BlockSources& shared,
                        RowSumsForm sum_rows) noexcept;
 

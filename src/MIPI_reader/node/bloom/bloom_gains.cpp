@@ -7,13 +7,16 @@
 #include <iostream>
 #include <span>
 
+#include "MIPI_reader/node/bloom/bloom_echo.h"
+
 namespace {
 
 using kerul::lidar::BloomSuppressCalib;
 using kerul::lidar::FrameRows;
 using kerul::lidar::LidarEcho;
+using kerul::lidar::bloom::IsReturn;
+using kerul::lidar::bloom::kBlockSide;
 
-constexpr int kBlockSide = 6;
 constexpr std::size_t kBlockPixels = 36;
 // Removed at either end of the sorted ranges, when there are enough.
 constexpr std::size_t kTrimmedEachEnd = 2;
@@ -32,8 +35,6 @@ struct DistSpread {
 const LidarEcho& EchoAt(const FrameRows& rows, int row, int col, int echo) noexcept {
   return rows[static_cast<std::size_t>(row)][static_cast<std::size_t>(col)].echoes[echo];
 }
-
-bool IsReturn(float dist) noexcept { return std::isfinite(dist) && dist != 0.0F; }
 
 void CollectRanges(const FrameRows& rows, int first_row, int first_col, int echo, float threshold,
                    std::vector<float>& ranges) {

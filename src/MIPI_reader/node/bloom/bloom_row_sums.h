@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "MIPI_reader/node/bloom/bloom_spill.h"
+#include "MIPI_reader/node/bloom/bloom_echo.h"
 #include "MIPI_reader/node/bloom/bloom_trace.h"
 #include "MIPI_reader/node/bloom/power_pattern.h"
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 
 #include "MIPI_reader/node/bloom/bloom_trace.h"
 #include "MIPI_reader/parser/lidar_point.h"
@@ -10,18 +9,11 @@
 
 namespace kerul::lidar::bloom {
 
-inline constexpr int kBlockSide = 6;
 inline constexpr float kMinEnergyGate = 0.6F;
 inline constexpr float kMaxEnergyGate = 1.4F;
 // An echo left with less than this share of its power, or this reflectivity, is erased.
 inline constexpr float kMinPowerRatio = 0.05F;
 inline constexpr float kMinReflectivity = 1.0F;
-
-inline bool IsReturn(float dist) noexcept { return std::isfinite(dist) && dist != 0.0F; }
-
-inline bool IsCandidate(const LidarEcho& echo, float threshold) noexcept {
-  return !echo.highRefl && echo.cogh < threshold && IsReturn(echo.dist_raw);
-}
 
 // A score that is negative or NaN is none.
 inline float EnergyGate(float score, const BloomSuppressCalib& calib) noexcept {

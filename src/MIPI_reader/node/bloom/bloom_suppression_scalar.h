@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MIPI_reader/node/bloom/bloom_block_rows.h"
+#include "MIPI_reader/node/bloom/bloom_echo.h"
 #include "MIPI_reader/node/bloom/bloom_gains.h"
 #include "MIPI_reader/node/bloom/bloom_spill.h"
 #include "MIPI_reader/node/bloom/bloom_suppression.h"
@@ -208,7 +209,7 @@ inline void AppendBlock(const SourceGrid& grid, std::size_t block, const BloomWe
 inline SourceLists GatherSources(const SourceGrid& grid, int block_cols,
                                  const SpillWeights& weights) {
   SourceLists lists;
-  lists.sources.reserve(9 * grid.sources.size());  // a source lies in that many lists at most
+  lists.sources.reserve(3 * grid.sources.size());  // its own block column and those beside it
   lists.of_column.resize(static_cast<std::size_t>(block_cols));
   for (int m_col = 0; m_col < block_cols; ++m_col) {
     SourceList& list = lists.of_column[static_cast<std::size_t>(m_col)];

@@ -5,8 +5,12 @@
 #include <cstddef>
 #include <iostream>
 
+#include "MIPI_reader/node/bloom/bloom_echo.h"
+
 namespace kerul::lidar {
 namespace {
+
+using bloom::IsReturn;
 
 constexpr float kNoScore = -1.0F;
 constexpr int kReach = kPatternReach;
@@ -23,8 +27,6 @@ struct Correlation {
   float r = 0.0F;
   float score = kNoScore;
 };
-
-bool IsReturn(float dist) noexcept { return std::isfinite(dist) && dist != 0.0F; }
 
 bool HasEchoSlot(const LidarFrame& frame, int echo) noexcept {
   return frame.height >= 1 && frame.width >= 1 && echo >= 0 && echo < frame.echo_num &&

@@ -80,7 +80,8 @@ typename Lanes<W>::Int IsRowLevel(const float* centre_cells, typename Lanes<W>::
   Float sum{};
   Float max_diff{};
   Int valid{};  // minus their number
-  for (const int i : {-2, -1, 1, 2}) {
+  constexpr int kOthers[] = {-2, -1, 1, 2};
+  for (const int i : kOthers) {
     const Float d = L::Load(centre_cells + i);
     const Int counts = d >= min_dist;
     // The sum is never -0: adding 0 for the others changes nothing.

@@ -133,7 +133,8 @@ void ClearViewCell(int cell, RowView& view) noexcept {
 // later step writes them.
 template <int W>
 void ClearEnds(const RowRun& run, RowPlanes& row) noexcept {
-  for (const int cell : {kMargin - 1, kMargin + RoundUp<W>(run.columns)}) {
+  const int ends[] = {kMargin - 1, kMargin + RoundUp<W>(run.columns)};
+  for (const int cell : ends) {
     for (auto& plane : row.refl) plane[cell] = 0.0F;
     ClearViewCell<W>(cell, row.before);
     ClearViewCell<W>(cell, row.after);

@@ -63,7 +63,7 @@ class BloomRows : public FormsTest {
 TEST_P(BloomRows, EveryEchoComesOutAsWithTheScalarForm) {
   int changed = 0;
   for (int i = 0; i < 60; ++i) {
-    LidarFrame frame(18, 12 + static_cast<int>(random_() % 20),
+    LidarFrame frame(18 + static_cast<int>(random_() % 6), 12 + static_cast<int>(random_() % 20),
                      1 + static_cast<int>(random_() % 2));
     Fill(frame);
     const LidarFrame before = frame;
