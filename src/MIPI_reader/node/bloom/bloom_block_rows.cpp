@@ -43,7 +43,7 @@ PatternSums PatternAt(const RowSums& sums, int lane) noexcept {
           .st = sums.st[lane]};
 }
 
-void FilterEcho(const BlockSources& shared, const RowSums& sums, int lane,
+void FilterLane(const BlockSources& shared, const RowSums& sums, int lane,
                 LidarEcho& echo) noexcept {
   if ((sums.counted >> lane & 1U) == 0) return;
   BloomSpill spill;
@@ -85,7 +85,7 @@ void FilterBlockByRows(LidarFrame& frame, const BloomBlock& block, const BlockSo
     sum_rows(job, sums);
     for (int lane = 0; lane < kBlockSide; ++lane) {
       if ((marked >> lane & 1U) == 0) continue;
-      FilterEcho(shared, sums, lane, pixels[lane].echoes[block.echo]);
+      FilterLane(shared, sums, lane, pixels[lane].echoes[block.echo]);
     }
   }
 }

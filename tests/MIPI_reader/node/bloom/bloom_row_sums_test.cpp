@@ -169,7 +169,8 @@ std::vector<bloom::RowSumsForm> Forms() {
   if (IsSupported(InstructionSet::kAvx2)) forms.push_back(bloom::SumRowAvx2);
   return forms;
 }
-INSTANTIATE_TEST_SUITE_P(Forms, RowSumsByHand, ::testing::ValuesIn(Forms()));
+INSTANTIATE_TEST_SUITE_P(Forms, RowSumsByHand, ::testing::ValuesIn(Forms()),
+                         [](const auto& form) { return form.index == 0 ? "plain" : "avx2"; });
 
 }  // namespace
 }  // namespace kerul::lidar
